@@ -69,6 +69,8 @@ def uncaught(monkeypatch: pytest.MonkeyPatch) -> Iterator[Uncaught]:
         found.errors.append(error)
 
     def thread_hook(args: threading.ExceptHookArgs) -> None:
+        if args.exc_type is SystemExit:  # as without a hook
+            return
         found.errors.append(args.exc_value or args.exc_type())
 
     monkeypatch.setattr(sys, "excepthook", hook)

@@ -1,0 +1,201 @@
+"""The verdict of one measurement and the views of it."""
+
+from typing import Any
+
+import pytest
+import qon_ats
+import qon_testparameters
+from qon_ats import Assertion
+
+
+class Shout(str):
+    """A str subclass whose own `lower` decides."""
+
+    def lower(self) -> str:
+        return "ok"
+
+
+class Near:
+    """A value with an ordering of its own, whose comparisons return no bool."""
+
+    def __ge__(self, other: Any) -> Any:
+        return [other]
+
+    def __le__(self, other: Any) -> Any:
+        return []
+
+
+@pytest.mark.parametrize(
+    ("arguments", "verdict"),
+    [
+        ({}, None),
+        ({"lower": 0, "upper": 1}, None),
+        ({"value": 3}, True),
+        ({"value": 5, "lower": 5, "upper": 5}, True),
+        ({"value": 5.0001, "upper": 5}, False),
+        ({"value": 4.9999, "lower": 5}, False),
+        ({"value": float("nan"), "lower": 0}, False),
+        ({"value": "b", "lower": "a", "upper": "c"}, True),
+        ({"value": True, "lower": 1, "upper": 1}, True),
+        ({"value": 2**70, "lower": 2**70, "upper": 2**70 + 1}, True),
+        ({"value": 2**53 + 1, "upper": float(2**53)}, False),
+        ({"value": 0, "lower": 1}, False),
+        ({"value": 99, "upper": 1, "result": "Pass"}, True),
+        ({"result": "oK"}, True),
+        ({"result": "ng"}, False),
+        ({"value": 3, "result": "fail"}, False),
+        ({"result": ""}, False),
+        ({"result": Shout("NG")}, True),
+        ({"result": 0}, False),
+        ({"result": 1}, True),
+        ({"result": []}, False),
+        ({"result": b"NG"}, True),
+    ],
+)
+def test_verdict(arguments: dict[str, Any], verdict: bool | None) -> None:
+    made = Assertion("item", **arguments)
+    updated = Assertion("item")
+    updated.update(**arguments)
+    for assertion in (made, updated):
+        assert assertion.get_result_as_bool() is verdict
+        assert assertion.is_ok() is (verdict is True)
+        assert assertion.is_ng() is (verdict is False)
+        assert assertion.is_tbd() is (verdict is None)
+        word = {True: "OK", False: "NG", None: "TBD"}[verdict]
+        assert assertion.result == assertion.get_result() == word
+
+
+def test_values_with_an_ordering_of_their_own_are_judged_by_its_truth() -> None:
+    assert Assertion("low", Near(), lower=1).is_ok()
+    assert Assertion("both", Near(), lower=1, upper=1).is_ng()
+
+
+def test_missing_fields_are_empty_where_they_are_shown() -> None:
+    empty = Assertion("a")
+    assert (empty.value, empty.get_value(), empty.get_lower(), empty.get_upper()) == ("", "", "", "")
+    assert (empty.lower, empty.upper, empty.unit, empty.get_elapse_time()) == (None, None, "", None)
+    full = Assertion("b", 1, 0, 2, "V", None, 7.0, False)
+    assert (full.get_name(), full.get_value(), full.get_lower(), full.get_upper()) == ("b", 1, 0, 2)
+    assert (full.name, full.value, full.lower, full.upper, full.get_unit()) == ("b", 1, 0, 2, "V")
+    assert full.report_needed is False
+    full.report_needed = True
+    full.set_elapse_time(1.5)
+    full.unit = "mV"
+    assert (full.report_needed, full.get_elapse_time(), full.unit) == (True, 1.5, "mV")
+    full.set_unit("A")
+    assert full.get_unit() == "A"
+
+
+def test_update_judges_by_its_own_arguments_only() -> None:
+    assertion = Assertion("v", 5, 0, 10, "V")
+    assertion.update(value=20)
+    assert (assertion.result, assertion.value, assertion.upper) == ("OK", 20, 10)
+    assertion.update(unit="mV")
+    assert (assertion.result, assertion.value, assertion.unit) == ("TBD", 20, "mV")
+    assertion.update(value=None, lower=None, upper=None, result=True)
+    assert (assertion.value, assertion.lower, assertion.upper, assertion.result) == (20, 0, 10, "OK")
+
+
+def test_a_comparison_that_fails_leaves_the_new_fields_and_the_old_verdict() -> None:
+    assertion = Assertion("v", 5, 0, 10)
+    with pytest.raises(TypeError):
+        assertion.update(value="five", lower=1)
+    assert (assertion.value, assertion.lower, assertion.result) == ("five", 1, "OK")
+    with pytest.raises(TypeError):
+        Assertion("v", "five", 1, 2)
+
+
+@pytest.mark.parametrize(
+    "call",
+    [
+        lambda: Assertion(5),
+        lambda: Assertion(name=b"a"),
+        lambda: Assertion(None),
+        lambda: Assertion("a", unit=1),
+        lambda: Assertion("a", report_needed=1),
+        lambda: Assertion("a", report_needed=None),
+        lambda: Assertion("a", limit=1),
+        lambda: Assertion("a").set_unit(5),
+        lambda: setattr(Assertion("a"), "unit", 5),
+        lambda: setattr(Assertion("a"), "report_needed", "yes"),
+    ],
+)
+def test_arguments_of_a_wrong_type_are_refused(call: Any) -> None:
+    with pytest.raises(TypeError):
+        call()
+
+
+def test_nothing_is_stored_when_an_argument_is_refused() -> None:
+    assertion = Assertion("v", 5)
+    with pytest.raises(TypeError):
+        assertion.update(value=6, unit=7)
+    assert assertion.value == 5
+    for attribute in ("name", "value", "lower", "upper", "result"):
+        with pytest.raises(AttributeError):
+            setattr(assertion, attribute, "x")
+
+
+def test_none_is_a_unit() -> None:
+    assert Assertion("a", unit=None).get_unit() is None
+    assert Assertion("a", 1, None, None, None).unit is None
+
+
+def test_the_constructor_judges_through_update() -> None:
+    calls: list[dict[str, Any]] = []
+
+    class Recording(Assertion):
+        def update(self, **arguments: Any) -> None:
+            calls.append(arguments)
+            super().update(**arguments | {"result": False})
+
+    assertion = Recording("x", 1, 0, 2, "V", assert_time=3.0)
+    assert calls == [
+        {"value": 1, "lower": 0, "upper": 2, "unit": "V", "result": None, "assert_time": 3.0},
+    ]
+    assert assertion.is_ng()
+
+
+def test_views_follow_overridden_properties() -> None:
+    class Scaled(Assertion):
+        @property
+        def value(self) -> Any:
+            return super().value * 1000
+
+        @property
+        def result(self) -> str:
+            return "?"
+
+        @property
+        def unit(self) -> str:
+            return "mV"
+
+    assertion = Scaled("x", 2)
+    assert (assertion.get_value(), assertion.get_result(), assertion.get_unit()) == (2000, "?", "mV")
+    assert assertion.export_config().unit == "mV"
+
+
+def test_verdict_words_can_be_changed_for_all_records(monkeypatch: pytest.MonkeyPatch) -> None:
+    old = Assertion("x", 1)
+    monkeypatch.setattr(Assertion, "OK_STR", "合格")
+    assert (old.result, Assertion("y", 1).get_result()) == ("合格", "合格")
+    uut = qon_ats.UUT()
+    uut.append_assertion(old)
+    uut.done = True
+    assert uut.summer == "合格"
+
+
+@pytest.mark.parametrize(
+    ("assertion", "arguments"),
+    [
+        (Assertion("v", 1.5, 1, 2, "V"), ("v", "v", 1.5, 1, 2, "V", "float")),
+        (Assertion("s", True), ("s", "s", True, None, None, "", "bool")),
+        (Assertion("none"), ("none", "none", "", None, None, "", "str")),
+    ],
+)
+def test_export_makes_a_parameter_of_seven_arguments(
+    assertion: Assertion, arguments: tuple[Any, ...], monkeypatch: pytest.MonkeyPatch
+) -> None:
+    parameter = assertion.export_config()
+    assert (parameter.low, parameter.up) == arguments[3:5]
+    monkeypatch.setattr(qon_testparameters, "Parameter", lambda *given: given)
+    assert assertion.export_config() == arguments

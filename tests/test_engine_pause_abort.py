@@ -1,0 +1,222 @@
+"""Pausing, aborting and sleeping: the script notices them at its check points."""
+
+import threading
+import time
+from collections.abc import Callable
+from typing import Any
+
+import pytest
+from hostcell import Host, HostCell
+
+
+def test_a_paused_run_waits_at_its_check_point_and_resumes(host: Host) -> None:
+    cell = host("cell.meet()\ncell.check_pause()\ncell.notes.append('woke')\nself.append_ok('a', 1)")
+    cell.start()
+    cell.wait_reached()
+    cell.pause()
+    cell.go.set()
+    assert (cell.is_paused(), cell.is_running(), cell.is_busy()) == (True, True, False)
+    cell._test_thread.join(0.05)
+    assert cell._test_thread.is_alive() and cell.notes == []
+    cell.start("ignored")
+    assert cell.is_paused() and not cell._pause_event.is_set()
+    cell.handle_start_request("resumes")
+    cell.finish()
+    assert (cell.notes, cell.is_paused(), cell.uut.summer, cell.uut.serial_number) == (
+        ["woke"],
+        False,
+        "OK",
+        "",
+    )
+
+
+def test_the_pause_flag_stays_until_the_script_wakes(host: Host) -> None:
+    cell = host()
+    cell.resume()
+    assert not cell.is_paused()
+    cell.check_pause()
+    cell.pause()
+    cell.resume()
+    assert cell.is_paused()
+    cell.check_pause()
+    assert not cell.is_paused()
+
+
+def test_a_script_that_pauses_itself_stops_right_there(host: Host) -> None:
+    cell = host("cell.reached.set()\nself.pause()\ncell.notes.append('after')\nself.append_ok('a', 1)")
+    cell.start()
+    cell.wait_reached()
+    while not cell.is_paused():
+        assert cell._test_thread.is_alive()
+    cell._test_thread.join(0.05)
+    assert cell.notes == []
+    cell.resume()
+    assert cell.finish().notes == ["after"]
+
+
+@pytest.mark.parametrize("paused", [False, True])
+@pytest.mark.parametrize("check", ["self.check_abort()", "self.sleep(60, 0.001)", "self.abortable(print)()"])
+def test_an_abort_ends_the_run_at_the_next_check_point(paused: bool, check: str, host: Host) -> None:
+    cell = host(
+        f"self.append_ok('a', 1)\ncell.meet()\n{check}\nself.append_ng('b', 1)", cleanup="cell.meet()"
+    )
+    cell.start()
+    cell.wait_reached()
+    if paused:
+        cell.pause()
+    cell.abort("Abort Voluntarily")
+    assert (cell._result_description, cell.is_aborted()) == ("Abort Voluntarily", False)
+    cell.go.set()
+    cell.wait_reached()
+    cell.finish()
+    assert (cell.is_aborted(), cell._result_description, cell._exception_object) == (True, "", None)
+    assert (cell.names, cell.uut.summer, cell.cleanups) == (["a"], "OK", 1)
+    cell.reset_state()
+    assert not cell.is_aborted()
+
+
+def test_an_abort_while_the_script_unwinds_is_not_complete(host: Host) -> None:
+    cell = host("cell.abort()", cleanup="cell.notes.append(self.is_aborted())\ncell.meet()")
+    cell.start()
+    cell.wait_reached()
+    assert (cell.is_aborted(), cell.notes) == (False, [True])
+    cell.go.set()
+    assert cell.finish().is_aborted()
+
+
+def test_an_abort_before_the_script_runs_is_seen_by_its_first_check(host: Host) -> None:
+    class Gate(HostCell):
+        @property
+        def runner_class_name(self) -> str:
+            self.meet()
+            return super().runner_class_name
+
+    cell = host("self.sleep(60)\nself.append_ok('a', 1)", cell_type=Gate)
+    cell.start()
+    cell.wait_reached()
+    cell.abort()
+    cell.go.set()
+    assert (cell.finish().is_aborted(), cell.cleanups, cell.names) == (True, 1, [])
+
+
+def test_checking_for_an_abort_belongs_to_the_test_thread(host: Host) -> None:
+    cell = host()
+    calls: list[Callable[[], Any]] = [cell.check_abort, cell.abortable(print), lambda: cell.sleep(0.0)]
+    for call in calls:
+        with pytest.raises(AttributeError, match=r"^Not in cell test thread\.$"):
+            call()
+    cell.abort("no test")
+    assert cell._result_description == "no test"
+
+
+class Clock:
+    """A clock that only sleeping moves; it runs on whatever thread asks."""
+
+    def __init__(self, monkeypatch: pytest.MonkeyPatch) -> None:
+        self.now, self.slept = 0.0, []
+        monkeypatch.setattr(time, "time", lambda: self.now)
+        monkeypatch.setattr(time, "sleep", self.sleep)
+
+    def sleep(self, seconds: float) -> None:
+        self.slept.append(seconds)
+        self.now += seconds
+
+
+class Sleeper(HostCell):
+    """Counts the check points that a sleep passes; needs no test thread."""
+
+    checks = 0
+
+    def check_abort(self) -> None:
+        self.checks += 1
+
+
+@pytest.mark.parametrize(
+    ("arguments", "slices"),
+    [
+        ((0.05,), [0.05]),
+        ((0,), [0.0]),
+        ((1.0, 0.25), [0.25] * 4),
+        ((0.625, 0.25), [0.25, 0.25, 0.125]),
+        ((3, 2), [2, 1]),
+        ((1.0, 0.3), [0.3, 0.3, 0.3, 0.1]),
+    ],
+)
+def test_slices_of_a_sleep(
+    arguments: tuple[float, ...], slices: list[float], host: Host, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    cell = host(cell_type=Sleeper)
+    clock = Clock(monkeypatch)
+    cell.sleep(*arguments)
+    assert clock.slept == pytest.approx(slices)
+    assert cell.checks == len(slices)
+
+
+def test_a_sleep_whose_slices_last_longer_is_not_prolonged(
+    host: Host, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    cell = host(cell_type=Sleeper)
+    clock = Clock(monkeypatch)
+    monkeypatch.setattr(time, "sleep", lambda seconds: clock.sleep(seconds + 1.0))
+    cell.sleep(seconds=1.0, check_interval=0.25)
+    assert (len(clock.slept), cell.checks) == (1, 1)
+
+
+def test_arguments_of_a_sleep(host: Host) -> None:
+    cell = host(cell_type=Sleeper)
+    with pytest.raises(ZeroDivisionError, match="^float division$"):
+        cell.sleep(1, 0)
+    for wrong in (("1",), (None,), (1, "0.1"), (1, None)):
+        with pytest.raises(TypeError):
+            cell.sleep(*wrong)
+    with pytest.raises(ValueError):
+        cell.sleep(-1.0)
+
+
+def test_order_of_the_checks_around_a_call(host: Host) -> None:
+    class Traced(HostCell):
+        def check_pause(self) -> None:
+            self.notes.append("pause")
+
+        def check_abort(self) -> None:
+            self.notes.append("abort")
+
+    cell = host(cell_type=Traced)
+
+    def add(a: int, b: int) -> int:
+        cell.notes.append("call")
+        return a + b
+
+    assert cell.pausable(add)(1, 2) == 3
+    assert cell.notes == ["pause", "call", "pause"]
+    cell.notes.clear()
+    assert cell.abortable(func=add)(3, 4) == 7
+    assert cell.notes == ["pause", "abort", "call", "abort", "pause"]
+    with pytest.raises(ValueError, match="inside"):
+        cell.abortable(lambda: (_ for _ in ()).throw(ValueError("inside")).__next__())()
+
+
+@pytest.mark.parametrize("debugging", [False, True])
+def test_a_breakpoint_pauses_in_debug_mode_only(debugging: bool, host: Host) -> None:
+    class Debugging(HostCell):
+        def is_in_debug_mode(self) -> bool:
+            return debugging
+
+    cell = host(cell_type=Debugging)
+    assert not cell.is_paused()
+    cell.debug_pause()
+    assert cell.is_paused() is debugging
+
+
+def test_two_cells_do_not_feel_each_other(host: Host) -> None:
+    body = "cell.meet()\nself.check_abort()\nself.append_ok('a', 1)"
+    one, two = host(body), host(body)
+    for cell in (one, two):
+        cell.start()
+        cell.wait_reached()
+    one.abort()
+    for cell in (one, two):
+        cell.go.set()
+        cell.finish()
+    assert (one.is_aborted(), two.is_aborted(), two.uut.summer) == (True, False, "OK")
+    assert one._test_thread is not two._test_thread and threading.current_thread() is threading.main_thread()

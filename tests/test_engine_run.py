@@ -1,0 +1,398 @@
+"""One run of a cell from the start request to the end of its thread."""
+
+import logging
+import os
+import queue
+import threading
+import time
+from pathlib import Path
+from textwrap import dedent
+from typing import Any
+
+import pytest
+import qon_ats
+from hostcell import Host, HostCell
+from qon_ats import UUT, Assertion
+from qon_testparameters import BookParameters
+from support import Boxes, write_book
+
+NOT_IN_THREAD = '"done" method must be call in Cell testing thread, not it\'s sub thread or any others.'
+
+
+def test_a_run_from_start_to_done(host: Host) -> None:
+    cell = host(
+        "cell.notes.append((cell.is_busy(), cell.has_done(), threading.current_thread().cell_proxy is cell))"
+        "\nself.assert_limits('a', 1, 0, 2)\nself.append_ok('b', 'text')"
+    )
+    assert (cell.is_ready(), cell.uut, cell._test_thread, cell.get_elapse_time()) == (True, None, None, 0)
+    told: list[UUT] = []
+
+    class Unit(UUT):
+        def __init__(self, **arguments: Any) -> None:
+            super().__init__(**arguments)
+            self.given = arguments
+            self.done_event.subscribe(told.append)
+
+    cell.uut_type = Unit
+    cell.start("SN7")
+    cell.finish()
+    assert cell.notes == [(True, False, True)]
+    assert (cell.has_done(), cell.is_running(), cell.is_ready(), cell.is_ok()) == (True, True, False, True)
+    assert cell.uut.given == {"serial_number": "SN7", "cell_number": 1}
+    assert (cell.uut.summer, told, cell.cleanups) == ("OK", [cell.uut], 1)
+    assert [cell.fetch_an_assertion() for _ in range(2)] == cell.uut.assertions == cell.get_assertions()
+    assert cell._assertion_queue.empty()
+    assert (cell._exception_object, cell._result_description, cell.no_ng_item()) == (None, "", True)
+    assert cell.get_elapse_time() == cell.uut.end_time - cell._start_time
+
+
+# What ends a run: body of run(), verdict, exception kept, description, part of the printed text.
+ENDS = {
+    "returns": ("self.append_ok('a', 1)", "OK", None, "", ""),
+    "done": ("self.append_ok('a', 1)\nself.done()\nself.append_ng('b', 1)", "OK", None, "", ""),
+    "abort": ("self.append_ok('a', 1)\nself.abort('why')\nself.append_ng('b', 1)", "OK", None, "", ""),
+    "ng": ("self.append_ng('a', 1)\nself.append_ok('b', 1)", "NG", None, "a", ""),
+    "ng_goes_on": ("self.append_ng('a', 1, stop_if_ng=False)\nself.append_ok('b', 1)", "NG", None, "", ""),
+    "raises": ("self.append_ok('a', 1)\nraise KeyError('gone')", "TBD", KeyError, "", "KeyError: 'gone'"),
+    "nothing": ("", "TBD", ValueError, "", "At least one assertion is needed"),
+    "tbd": ("self.assert_limits('a', None, 0, 1)", "TBD", ValueError, "", 'Assertion "a" is still in "TBD"'),
+    "done_with_tbd": (
+        "self.assert_limits('a', None, 0, 1)\nself.done()",
+        "TBD",
+        None,
+        "",
+        'Assertion "a" is still',
+    ),
+    "abort_at_once": ("self.abort()", "TBD", None, "", "At least one assertion is needed"),
+    "swallowed": ("try: self.done()\nexcept Exception: self.append_ok('a', 1)", "OK", None, "", ""),
+}
+
+
+@pytest.mark.parametrize("end", ENDS)
+def test_every_end_of_a_script_is_the_end_of_the_run(end: str, host: Host) -> None:
+    body, summer, exception, description, printed = ENDS[end]
+    cell = host(body).run()
+    assert cell.uut.summer == summer
+    assert cell.uut.done is (summer != "TBD")
+    assert type(cell._exception_object) is (exception or type(None))
+    assert cell._result_description == description
+    assert printed in cell.text and bool(cell.text) is bool(printed)
+    assert (cell.has_done(), cell.is_running(), cell.cleanups) == (True, True, 1)
+    assert cell.is_aborted() is end.startswith("abort")
+    assert cell.get_assertions() == cell.uut.assertions
+    if printed:
+        assert cell.text.startswith("Traceback") and cell.text.endswith("\n")
+    cell.reset_state()
+    assert cell.is_ready()
+
+
+def test_the_printed_traceback_leads_to_the_line_of_the_script(host: Host) -> None:
+    cell = host("def measure():\n    return 1 / 0\nmeasure()").run()
+    assert (
+        "in measure" in cell.text
+        and "return 1 / 0" in cell.text
+        and os.path.basename(cell.script) in cell.text
+    )
+    assert cell.text.count("ZeroDivisionError") == 1
+
+
+def test_an_exception_of_the_constructor_ends_the_run_without_cleanup(host: Host) -> None:
+    text = """
+        import qon_ats
+        class CellRunner(qon_ats.CellRunnerBase):
+            def __init__(self):
+                super().__init__()
+                raise OSError("no instrument")
+            def run(self): pass
+            def cleanup(self): self.noumenon.cleanups += 1
+    """
+
+    cell = host.from_text(dedent(text)).run()
+    assert isinstance(cell._exception_object, OSError)
+    assert (cell.cleanups, cell.has_done(), cell.uut.done) == (0, True, False)
+    assert "no instrument" in cell.text
+
+
+@pytest.mark.parametrize(
+    "body", ["self.append_ok('a', 1)", "self.append_ng('a', 1)", "raise KeyError", "self.abort()"]
+)
+def test_a_failing_cleanup_is_shown_and_the_run_ends(body: str, host: Host, boxes: Boxes) -> None:
+    cell = host(body, cleanup="raise ValueError('relay stuck')").run()
+    assert boxes.of("Error") == ["Cleanup fail: relay stuck."]
+    assert cell.has_done()
+
+
+def test_leaving_by_sys_exit_cleans_up_but_is_no_end_of_the_test(host: Host) -> None:
+    cell = host("self.append_ok('a', 1)\nraise SystemExit(3)").run()
+    assert (cell.cleanups, cell.has_done(), cell.is_busy(), cell.uut.done) == (1, False, True, False)
+
+
+def test_done_belongs_to_the_test_thread(host: Host) -> None:
+    cell = host("""
+        def other():
+            try:
+                self.done()
+            except RuntimeError as error:
+                cell.notes.append((str(error), cell.is_in_cell_test_thread()))
+        thread = threading.Thread(target=other)
+        thread.start()
+        thread.join(5)
+        cell.notes.append(cell.is_in_cell_test_thread())
+        self.append_ok('a', 1)
+    """).run()
+    assert cell.notes == [(NOT_IN_THREAD, False), True]
+    with pytest.raises(RuntimeError) as caught:
+        cell.done()
+    assert str(caught.value) == NOT_IN_THREAD
+
+
+def test_a_busy_or_finished_cell_ignores_a_start(host: Host) -> None:
+    cell = host("cell.meet()\nself.append_ok('a', 1)")
+    cell.start("first")
+    cell.wait_reached()
+    thread, uut = cell._test_thread, cell.uut
+    for start in (cell.start, cell.handle_start_request):
+        start("second")
+    cell.go.set()
+    cell.finish()
+    cell.start("third")
+    cell.handle_start_request("fourth")
+    assert (cell._test_thread, cell.uut, cell.uut.serial_number) == (thread, uut, "first")
+    cell.reset_state()
+    cell.run("fifth")
+    assert cell.uut is not uut and cell.uut.serial_number == "fifth"
+    assert (uut.serial_number, len(cell.get_assertions())) == (
+        "fifth",
+        1,
+    )  # the number goes to the old unit too
+
+
+def test_without_a_serial_number_the_last_unit_keeps_its_own(host: Host) -> None:
+    cell = host("self.append_ok('a', 1)")
+    cell.set_serial_number("nobody")
+    first = cell.run("SN1").uut
+    cell.run(None)
+    assert (first.serial_number, cell.uut.serial_number) == ("SN1", None)
+
+
+def test_steps_of_a_start_and_their_overrides(host: Host) -> None:
+    steps: list[str] = []
+
+    class Traced(HostCell):
+        @property
+        def script(self) -> str:
+            steps.append("script")
+            return super().script
+
+        @property
+        def running_state(self) -> int:
+            return HostCell.running_state.fget(self)
+
+        @running_state.setter
+        def running_state(self, value: int) -> None:
+            steps.append(f"state {value}")
+            HostCell.running_state.fset(self, value)
+
+        def set_serial_number(self, value: str) -> None:
+            steps.append(f"serial {value}")
+
+        def clear_last_test_data(self) -> None:
+            steps.append("clear")
+
+        def reset_state(self) -> None:
+            steps.append("reset")
+            super().reset_state()
+
+        def do_start(self, serial_number: str) -> None:
+            steps.append("start")
+            super().do_start(serial_number)
+
+        def handle_start_request(self, serial_number: str = "") -> None:
+            steps.append("request")
+            super().handle_start_request(serial_number)
+
+        def append(self, assertion: Assertion, stop_if_ng: Any = None, category: Any = "all") -> None:
+            steps.append(f"append {assertion.name} {stop_if_ng} {category}")
+            super().append(assertion, stop_if_ng, category)
+
+    cell = host("self.assert_limits('v', 1, 0, 2, category='power')", cell_type=Traced)
+    cell.start("S")
+    cell.finish()
+    assert steps == ["request", "start", "serial S", "script", "clear", "reset", "state 0", "state 1",
+                     "append v None power"]  # fmt: skip
+
+
+def test_reset_clears_the_run_and_keeps_what_others_may_still_want(host: Host) -> None:
+    cell = host("self.append_ng('a', 1, category='x')").run()
+    cell.update_elapse_begin_time()
+    cell.abort("late")
+    cell._pause_flag = True
+    uut, thread, items = cell.uut, cell._test_thread, cell.get_assertions()
+    cell.reset_state()
+    flags = (
+        cell._pause_flag,
+        cell._abort_flag,
+        cell.has_done(),
+        cell._result_description,
+        cell._exception_object,
+    )
+    assert flags == (False, False, False, "", None)
+    assert (cell._start_time, cell._elapse_begin_time, cell._ng_items) == (None, None, [])
+    assert cell._assertion_category == {"all": []} and cell.get_assertions() is not items
+    assert (cell.uut, cell._test_thread, cell._assertion_queue.qsize()) == (uut, thread, 1)
+
+
+@pytest.mark.parametrize(
+    ("category", "expected"),
+    [
+        ("all", {"all": 1}),
+        (None, {"all": 1}),
+        ("power", {"power": 1, "all": 1}),
+        (["a", "b"], {"a": 1, "b": 1, "all": 1}),
+        (["a", "all"], {"a": 1, "all": 1}),
+        ([], {"all": 1}),
+    ],
+)
+def test_categories(category: Any, expected: dict[str, int], host: Host) -> None:
+    cell = host()
+    cell.uut = UUT()
+    cell.append(Assertion("x", 1), None, category)
+    assert {name: len(items) for name, items in cell._assertion_category.items()} == expected
+    assert cell.get_assertions("new") == [] and cell.get_assertions("new") is cell._assertion_category["new"]
+
+
+@pytest.mark.parametrize(
+    ("configured", "argument", "stops"),
+    [(None, None, True), (True, None, True), (False, None, False), (False, True, True), (True, False, False)],
+)
+def test_when_an_ng_stops(configured: bool | None, argument: bool | None, stops: bool, host: Host) -> None:
+    keys = {} if configured is None else {"stop_if_ng": configured}
+    cell = host(f"self.append_ng('bad', 1, stop_if_ng={argument})\nself.append_ok('next', 1)", **keys).run()
+    assert cell.names == (["bad"] if stops else ["bad", "next"])
+    assert (cell._result_description, cell._ng_items) == ("bad" if stops else "", cell.get_assertions()[:1])
+    assert cell._assertion_queue.qsize() == len(cell.names)
+
+
+def test_appending_outside_a_run_raises_in_the_caller(host: Host) -> None:
+    cell = host(none_unit="pcs")
+    with pytest.raises(AttributeError):
+        cell.append(Assertion("x", 1))
+    cell.uut = UUT()
+    item = Assertion("x", 5, upper=1, unit=None)
+    with pytest.raises(Exception, match="^x$") as caught:
+        cell.append(item)
+    assert type(caught.value).__name__ == "_NGException" and caught.value.args == ("x",)
+    assert (item.unit, cell.uut.assertions, cell.fetch_an_assertion()) == ("pcs", [item], item)
+    for wrong in ((None,), ("x",), (item, "yes"), (item, 1)):
+        with pytest.raises(TypeError):
+            cell.append(*wrong)
+
+
+def test_the_queue_is_a_standard_queue_and_fetching_waits(host: Host) -> None:
+    cell = host()
+    cell.uut = UUT()
+    assert isinstance(cell._assertion_queue, queue.Queue)
+    assert (cell._assertion_queue.maxsize, cell._assertion_queue.unfinished_tasks) == (0, 0)
+    got: list[Assertion] = []
+    thread = threading.Thread(target=lambda: got.extend(cell.fetch_an_assertion() for _ in range(3)))
+    thread.start()
+    items = [Assertion(str(number), 1) for number in range(3)]
+    for item in items:
+        cell.append(item)
+    thread.join(5)
+    assert not thread.is_alive() and got == items
+    assert cell._assertion_queue.unfinished_tasks == 3
+    for _ in items:
+        cell._assertion_queue.task_done()
+    cell._assertion_queue.join()
+    with pytest.raises(queue.Empty):
+        cell._assertion_queue.get(timeout=0.01)
+
+
+def test_elapse_time_follows_the_clock_until_the_end(host: Host, monkeypatch: pytest.MonkeyPatch) -> None:
+    now = [1000.0]
+    cell = host("cell.meet()\nself.append_ok('a', 1)")
+    monkeypatch.setattr(time, "time", lambda: now[0])
+    cell.start()
+    cell.wait_reached()
+    now[0] = 1012.5
+    assert cell.get_elapse_time() == 12.5
+    cell.update_elapse_begin_time()
+    assert cell._elapse_begin_time == 1012.5
+    cell.update_elapse_begin_time(time=3)
+    assert cell._elapse_begin_time == 3.0
+    cell.go.set()
+    cell.finish()
+    now[0] = 2000.0
+    assert cell.get_elapse_time() == 12.5
+
+
+def test_output_of_the_engine_goes_to_standard_output(host: Host, capsys: pytest.CaptureFixture[str]) -> None:
+    cell = qon_ats.CellBase(1, host().cell_config)
+    cell.print("a")
+    cell.print(5, end="|")
+    cell.debug_print("hidden")
+    assert capsys.readouterr().out == "a\n5|"
+
+    class Debugging(HostCell):
+        def is_in_debug_mode(self) -> bool:
+            return True
+
+    debugging = host(cell_type=Debugging)
+    debugging.debug_print("shown", "!")
+    assert debugging.text == "shown!"
+
+
+def test_names_of_a_cell(host: Host) -> None:
+    cell = qon_ats.CellBase(12, host().cell_config)
+    assert (cell.name, cell.get_cell_name(), cell.cell_number) == ("Cell 12", "Cell 12", 12)
+    assert cell.logger is logging.getLogger("Cell 12")
+    assert (cell.CellStateStop, cell.CellStateBusy, cell.running_state) == (0, 1, 0)
+    cell.running_state = 5
+    assert (cell.running_state, cell.is_running(), cell.is_ready(), cell.is_busy()) == (
+        5,
+        False,
+        False,
+        False,
+    )
+    for wrong in (object, Assertion):
+        with pytest.raises(AssertionError, match="^$"):
+            cell.uut_type = wrong
+
+
+def test_configurations_a_cell_can_be_built_from(in_tmp: Path) -> None:
+    sheets = {"main": {}, "cell1": {"script": "one.py"}, "cell2": {"script": "two.py"}}
+    path = write_book(in_tmp / "ats_config.xlsx", sheets)
+    book = BookParameters(str(path))
+    sheet = book.load_sheet("cell2")
+    one, two = str(in_tmp / "one.py"), str(in_tmp / "two.py")
+    for number, config, script in (
+        (1, None, one),
+        (2, str(path), two),
+        (2, book, two),
+        (7, sheet, two),
+        (3, book, one),
+    ):
+        cell = qon_ats.CellBase(number, config)
+        assert (cell.script, cell.runner_class_name, cell.assertion_configs) == (script, "CellRunner", None)
+    assert qon_ats.CellBase(3, BookParameters(str(path))).script == one  # before "cell1" was asked for
+    assert qon_ats.CellBase(number=2, cell_config=sheet).cell_config is sheet
+
+
+@pytest.mark.parametrize("config", [5, [], b"ats_config.xlsx", Path("ats_config.xlsx")])
+def test_other_configurations_are_refused(config: Any) -> None:
+    with pytest.raises(TypeError) as caught:
+        qon_ats.CellBase(1, config)
+    assert str(caught.value) == (
+        'Argument "parameter_book" must be a string for an excel file name, or an object of BookParameters, '
+        f'or an object of SheetParameters, not a "{type(config).__name__}".'
+    )
+
+
+def test_without_a_first_sheet_there_is_no_cell(in_tmp: Path) -> None:
+    path = write_book(in_tmp / "c.xlsx", {"main": {}})
+    for number in (1, 4):
+        with pytest.raises(ValueError, match="cell1"):
+            qon_ats.CellBase(number, str(path))
+    with pytest.raises(TypeError):
+        qon_ats.CellBase("1", str(path))

@@ -1,0 +1,133 @@
+"""From a script file to a runner: import, reload, look-up and checks."""
+
+import importlib
+import os
+import sys
+from pathlib import Path
+from typing import Any
+
+import pytest
+from hostcell import Host, HostCell
+from support import script_text, unique_name, write_script
+
+OTHER = """\
+import qon_ats
+
+class Other(qon_ats.CellRunnerBase):
+    def run(self): self.append_ok("other", 1)
+    def cleanup(self): pass
+
+class Plain: pass
+
+number = 5
+"""
+
+
+def rewrite(cell: HostCell, item: str) -> None:
+    """Edit the script as an engineer does between two runs: same size, a later time of change."""
+    path = Path(cell.script)
+    changed = path.stat().st_mtime + 5
+    path.write_text(script_text(f"self.append_ok('{item}', 1)"), encoding="utf-8")
+    os.utime(path, (changed, changed))
+    cell.reset_state()
+
+
+@pytest.mark.parametrize(("keys", "seen"), [({}, "bbb"), ({"reload_cell_runner": True}, "bbb"),
+                                            ({"reload_cell_runner": False}, "aaa")])  # fmt: skip
+def test_edits_are_seen_by_the_next_run(keys: dict[str, Any], seen: str, host: Host) -> None:
+    cell = host.from_text(script_text("self.append_ok('aaa', 1)"), **keys)
+    assert cell.run().names == ["aaa"]
+    rewrite(cell, "bbb")
+    assert cell.run().names == [seen]
+
+
+def test_a_script_can_be_mended_after_a_failed_run(host: Host) -> None:
+    cell = host.from_text("def broken(:\n")
+    assert isinstance(cell.run()._exception_object, SyntaxError)
+    assert os.path.basename(cell.script) in cell.text and cell._cell_runner_module is None
+    rewrite(cell, "aaa")
+    assert cell.run().names == ["aaa"]
+    Path(cell.script).write_text("raise OSError('half written')", encoding="utf-8")
+    os.utime(cell.script, (1, 1))
+    cell.reset_state()
+    assert isinstance(cell.run()._exception_object, OSError)
+    rewrite(cell, "bbb")
+    assert cell.run().names == ["bbb"]
+
+
+@pytest.mark.parametrize(
+    ("name", "error", "message"),
+    [
+        ("Missing", ValueError, 'Class "Missing" not found in script "{}".'),
+        ("Plain", TypeError, 'Class "Plain" is not derived from CellRunnerBase.'),
+        ("number", TypeError, ""),
+    ],
+)
+def test_a_class_that_is_no_runner(name: str, error: type[Exception], message: str, host: Host) -> None:
+    cell = host.from_text(OTHER, runner_class_name=name).run()
+    assert type(cell._exception_object) is error
+    assert message.format(cell.script) in str(cell._exception_object)
+    assert str(cell._exception_object) in cell.text
+    assert (cell.has_done(), cell.is_running(), cell.uut.done) == (True, True, False)
+    cell.runner_class_name = "Other"
+    cell.reset_state()
+    assert (cell.run().names, cell._exception_object) == (["other"], None)
+
+
+def test_a_runner_must_override_both_run_and_cleanup(host: Host) -> None:
+    cell = host.from_text(
+        "import qon_ats\nclass CellRunner(qon_ats.CellRunnerBase):\n    def run(self): pass"
+    ).run()
+    assert isinstance(cell._exception_object, TypeError) and "cleanup" in cell.text
+
+
+def test_a_missing_script_is_named(host: Host) -> None:
+    cell = host(script=str(host.folder / "script_gone.py")).run()
+    assert isinstance(cell._exception_object, ImportError) and "script_gone" in cell.text
+    write_script(host.folder, script_text("self.append_ok('aaa', 1)"), "script_gone")
+    cell.reset_state()
+    assert cell.run().names == ["aaa"]
+
+
+def test_the_module_stays_that_of_the_first_run(host: Host) -> None:
+    cell = host.from_text(script_text("self.append_ok('aaa', 1)")).run()
+    module = cell._cell_runner_module
+    other = write_script(host.folder, script_text("self.append_ok('bbb', 1)"))
+    cell.script = str(other)
+    cell.reset_state()
+    assert (cell.script, cell.run().names, cell._cell_runner_module) == (str(other), ["aaa"], module)
+
+
+def test_the_path_gets_the_folder_once_at_its_end(host: Host) -> None:
+    earlier = host.folder / "earlier"
+    earlier.mkdir()
+    name = unique_name()
+    write_script(earlier, script_text("self.append_ok('earlier', 1)"), name)
+    sys.path.append(str(earlier))
+    script = write_script(host.folder, script_text("self.append_ok('later', 1)"), f"{name}.v2.final")
+    first, second = host(script=str(script)), host(script=str(script))
+    assert first.run().names == second.run().names == ["earlier"]
+    assert sys.path[-1] == str(host.folder) and sys.path.count(str(host.folder)) == 1
+    assert first._cell_runner_module is second._cell_runner_module is sys.modules[name]
+
+
+def test_script_path_and_class_name_of_a_cell(host: Host, monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.chdir(host.folder)
+    cell = host(script="sub/../relative.py", runner_class_name="Mine")
+    assert (cell.script, cell.runner_class_name) == (str(host.folder / "relative.py"), "Mine")
+    cell.script = "other.py"
+    cell.runner_class_name = "Other"
+    assert (cell.script, cell.runner_class_name) == (str(host.folder / "other.py"), "Other")
+    for attribute in ("script", "runner_class_name"):
+        with pytest.raises(TypeError):
+            setattr(cell, attribute, 5)
+
+
+def test_the_loader_of_the_moment_is_used(host: Host, monkeypatch: pytest.MonkeyPatch) -> None:
+    cell = host.from_text(script_text("self.append_ok('aaa', 1)")).run()
+    reloaded: list[Any] = []
+    original = importlib.reload
+    monkeypatch.setattr(importlib, "reload", lambda module: reloaded.append(module) or original(module))
+    cell.reset_state()
+    cell.run()
+    assert reloaded == [sys.modules[Path(cell.script).stem]]
