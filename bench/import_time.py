@@ -1,0 +1,11 @@
+"""Milliseconds of importing the module, siblings and libraries included."""
+
+import time
+
+BEGIN = time.perf_counter()
+
+from sides import report, side_of_this_process  # noqa: E402
+
+if __name__ == "__main__":
+    side_of_this_process()
+    report({"import": (time.perf_counter() - BEGIN) * 1e3})
