@@ -1,6 +1,5 @@
 """Pausing, aborting and sleeping: the script notices them at its check points."""
 
-import threading
 import time
 from collections.abc import Callable
 from typing import Any
@@ -152,16 +151,6 @@ def test_slices_of_a_sleep(
     assert cell.checks == len(slices)
 
 
-def test_a_sleep_whose_slices_last_longer_is_not_prolonged(
-    host: Host, monkeypatch: pytest.MonkeyPatch
-) -> None:
-    cell = host(cell_type=Sleeper)
-    clock = Clock(monkeypatch)
-    monkeypatch.setattr(time, "sleep", lambda seconds: clock.sleep(seconds + 1.0))
-    cell.sleep(seconds=1.0, check_interval=0.25)
-    assert (len(clock.slept), cell.checks) == (1, 1)
-
-
 def test_arguments_of_a_sleep(host: Host) -> None:
     cell = host(cell_type=Sleeper)
     with pytest.raises(ZeroDivisionError, match="^float division$"):
@@ -206,17 +195,3 @@ def test_a_breakpoint_pauses_in_debug_mode_only(debugging: bool, host: Host) -> 
     assert not cell.is_paused()
     cell.debug_pause()
     assert cell.is_paused() is debugging
-
-
-def test_two_cells_do_not_feel_each_other(host: Host) -> None:
-    body = "cell.meet()\nself.check_abort()\nself.append_ok('a', 1)"
-    one, two = host(body), host(body)
-    for cell in (one, two):
-        cell.start()
-        cell.wait_reached()
-    one.abort()
-    for cell in (one, two):
-        cell.go.set()
-        cell.finish()
-    assert (one.is_aborted(), two.is_aborted(), two.uut.summer) == (True, False, "OK")
-    assert one._test_thread is not two._test_thread and threading.current_thread() is threading.main_thread()

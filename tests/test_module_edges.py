@@ -1,10 +1,8 @@
 """The native module behaves as Python code would: signatures, look-ups, references, cycles."""
 
-import abc
 import contextlib
 import gc
 import inspect
-import pickle
 import subprocess
 import sys
 import time
@@ -21,7 +19,7 @@ import qon_ats
 import qon_handy
 import qon_wxtools
 import wx
-from hostcell import Host, HostCell
+from hostcell import Host
 from qon_ats import UUT, Assertion, CellBase, Statistics
 from support import Boxes, script_text, unique_name, write_book, write_script
 
@@ -171,14 +169,6 @@ def test_bound_methods_are_methods(host: Host) -> None:
     assert mock.create_autospec(CellBase.sleep) is not None
 
 
-def test_pickling_and_copying_do_not_crash() -> None:
-    for make in RECORDS:
-        try:
-            pickle.loads(pickle.dumps(make()))
-        except Exception as error:  # refused or restored: either is fine
-            assert not isinstance(error, SystemError)
-
-
 def test_half_built_objects_raise_and_do_not_crash() -> None:
     for make, attribute in ((Assertion, "name"), (UUT, "assertions"), (UUT, "summer"), (CellBase, "name")):
         bare = make.__new__(make)
@@ -188,25 +178,6 @@ def test_half_built_objects_raise_and_do_not_crash() -> None:
         Assertion.is_ok(UUT())
     with pytest.raises(TypeError):
         Assertion.is_ok()
-
-
-def test_a_cell_mixes_with_other_bases(host: Host) -> None:
-    class Base(abc.ABC):
-        @abc.abstractmethod
-        def station(self) -> str: ...
-
-    class Mixed(HostCell, Base):
-        def station(self) -> str:
-            return self.name
-
-    assert host(cell_type=Mixed).station() == "Cell 1"
-
-    class Slotted(Assertion):
-        __slots__ = ("extra",)
-
-    slotted = Slotted("a", 1)
-    slotted.extra = slotted
-    assert slotted.is_ok()
 
 
 def test_replaced_siblings_are_used_at_the_moment_of_the_call(

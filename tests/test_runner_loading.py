@@ -1,6 +1,5 @@
 """From a script file to a runner: import, reload, look-up and checks."""
 
-import importlib
 import os
 import sys
 from pathlib import Path
@@ -121,13 +120,3 @@ def test_script_path_and_class_name_of_a_cell(host: Host, monkeypatch: pytest.Mo
     for attribute in ("script", "runner_class_name"):
         with pytest.raises(TypeError):
             setattr(cell, attribute, 5)
-
-
-def test_the_loader_of_the_moment_is_used(host: Host, monkeypatch: pytest.MonkeyPatch) -> None:
-    cell = host.from_text(script_text("self.append_ok('aaa', 1)")).run()
-    reloaded: list[Any] = []
-    original = importlib.reload
-    monkeypatch.setattr(importlib, "reload", lambda module: reloaded.append(module) or original(module))
-    cell.reset_state()
-    cell.run()
-    assert reloaded == [sys.modules[Path(cell.script).stem]]

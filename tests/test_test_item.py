@@ -15,30 +15,16 @@ def test_fields_are_stored_as_they_are() -> None:
     assertion = Assertion("x")
     short = qon_ats.TestItem("x", assertion, step)
     assert short.name == "x"
-    full = qon_ats.TestItem(
-        name="y",
-        assertion=assertion,
-        test_func=step,
-        before_test=step,
-        after_test=None,
-        retry_count=3,
-        retry_interval=1,
-    )
+    full = qon_ats.TestItem("y", assertion, step, step, after_test=None, retry_count=3, retry_interval=1)
     assert full.name == "y"
     with pytest.raises(AttributeError):
         full.name = "z"
 
 
-@pytest.mark.parametrize(
-    "arguments",
-    [
-        {"name": 5},
-        {"retry_count": "3"},
-        {"retry_count": 1.5},
-        {"retry_interval": "1"},
-        {"assertion": "x"},
-    ],
-)
+WRONG = [{"name": 5}, {"retry_count": "3"}, {"retry_count": 1.5}, {"retry_interval": "1"}, {"assertion": "x"}]
+
+
+@pytest.mark.parametrize("arguments", WRONG)
 def test_arguments_of_a_wrong_type_are_refused(arguments: dict[str, Any]) -> None:
     with pytest.raises(TypeError):
         qon_ats.TestItem(**{"name": "x", "assertion": Assertion("x"), "test_func": step} | arguments)
