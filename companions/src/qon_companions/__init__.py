@@ -1,0 +1,1 @@
+"""Support code that the default companion modules share."""

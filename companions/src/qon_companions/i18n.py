@@ -1,0 +1,54 @@
+"""Labels in English and Simplified Chinese, from the gettext catalogue "qon".
+
+The environment variable QON_LANG chooses ("en", "zh_CN"), else the system's locale does.
+"""
+
+import functools
+import gettext
+import os
+from pathlib import Path
+
+import wx
+
+DOMAIN = "qon"
+ENGLISH = "en"
+CHINESE = "zh_CN"
+LOCALE_DIR = Path(__file__).parent / "locale"
+
+
+def _(text: str) -> str:
+    """The text in the language chosen now; the text itself where nothing is translated."""
+    return _catalogue(language()).gettext(text) if text else ""
+
+
+def language() -> str:
+    """ENGLISH or CHINESE; any language without a catalogue counts as English."""
+    wanted = os.environ.get("QON_LANG", "").strip() or _system_language()
+    return CHINESE if wanted.lower().startswith(("zh", "chinese")) else ENGLISH
+
+
+@functools.cache
+def _system_language() -> str:
+    info = wx.Locale.GetLanguageInfo(wx.Locale.GetSystemLanguage())
+    return info.CanonicalName if info is not None else ENGLISH
+
+
+@functools.cache
+def _catalogue(name: str) -> gettext.NullTranslations:
+    return gettext.translation(DOMAIN, LOCALE_DIR, [name], fallback=True)
+
+
+def install_locale(app: wx.App) -> None:
+    """Let wx's own labels (stock buttons, standard dialogs) follow the chosen language too.
+
+    The locale object is kept by the application: wx goes back to English when it is destroyed.
+    """
+    chinese = language() == CHINESE
+    wx.Locale.AddCatalogLookupPathPrefix(str(LOCALE_DIR))
+    silence = wx.LogNull()  # a system without the locale's data is no news for the operator
+    locale = wx.Locale()
+    locale.Init(wx.LANGUAGE_CHINESE_SIMPLIFIED if chinese else wx.LANGUAGE_ENGLISH)
+    if chinese:
+        locale.AddCatalog(DOMAIN)
+    del silence
+    app.qon_locale = locale
