@@ -1,0 +1,132 @@
+// refresh.cpp - the one-shot timers of a running test: rows, verdict, history, blinking.  GUI thread.
+#include "cell_panel/cell_panel.hpp"
+#include "module/display.hpp"
+#include "module/fields.hpp"
+#include "module/imports.hpp"
+#include "records/assertion.hpp"
+
+namespace ats {
+namespace {
+
+constexpr int kRefreshPeriod = 100;   // milliseconds
+constexpr int kBlinkPeriod = 1000;    // milliseconds
+constexpr int kRowsPerTick = 100;     // so that a burst of measurements cannot freeze the window
+
+// Shows queued assertions, at most `limit` of them; a negative limit means all.
+void drain_queue(nb::handle self, int limit) {
+    const nb::object queue = field<"_assertion_queue">(self);
+    for (int shown = 0; shown != limit && !truth(queue.attr("empty")()); ++shown)
+        self.attr("_show_an_assertion")(self.attr("fetch_an_assertion")());
+}
+
+struct Outcome {
+    nb::object result;
+    nb::object colour;
+};
+
+// Aborted runs and runs ended by an exception are not counted and leave the gauge where it stood.
+Outcome decide_outcome(nb::handle self) {
+    if (truth(self.attr("is_aborted")())) return {nb::str("Aborted"), nb::str("cyan")};
+    if (!field<"_exception_object">(self).is_none()) return {nb::str("Exception Aborted"), nb::str("cyan")};
+    const nb::object summer = self.attr("uut").attr("summer");
+    const bool ok = truth(self.attr("is_ok")());
+    self.attr("ui_gauge").attr("SetValue")(100);
+    self.attr("_update_statistics")(ok);
+    self.attr("_show_statistics")();
+    return {summer, nb::str(ok ? "green" : "red")};
+}
+
+void finish_test(nb::handle self) {
+    drain_queue(self, -1);
+    nb::setattr(self, "running_state", field<"CellStateStop">(self));
+    const Outcome outcome = decide_outcome(self);
+    const nb::object description = field<"_result_description">(self);
+    self.attr("_update_prompt")(description.equal(nb::str("")) ? outcome.result : description, outcome.colour);
+    self.attr("_append_to_history")(self.attr("get_serial_number")(), outcome.result, outcome.colour);
+    const nb::object entry = self.attr("ui_serial_number");
+    entry.attr("Clear")();
+    entry.attr("Enable")();
+    entry.attr("SetFocus")();
+    field<"_test_thread">(self).attr("join")();  // has set the done flag: ends at once
+    set_field<"_test_thread">(self, nb::none());
+}
+
+void label_start_button(nb::handle self) {
+    const char* colour = "green";
+    const char* label = "Start";
+    if (truth(self.attr("is_busy")())) {
+        colour = "yellow";
+        label = "Pause";
+    } else if (truth(self.attr("is_running")())) {
+        colour = "yellow";
+        label = "Resume";
+    }
+    const nb::object button = self.attr("ui_start");
+    button.attr("SetBackgroundColour")(colour);
+    button.attr("SetLabel")(label);
+}
+
+// Hours go on counting after a day.
+void show_elapsed_time(nb::handle self) {
+    const long long t = nb::cast<long long>(nb::int_(nb::object(self.attr("get_elapse_time")())));
+    const nb::object text = nb::str("%02d:%02d:%02d").attr("__mod__")(nb::make_tuple(t / 3600, t / 60 % 60, t % 60));
+    self.attr("ui_elapse_time").attr("SetValue")(text);
+}
+
+}  // namespace
+
+nb::object show_an_assertion(nb::handle self, const Arguments& args) {
+    const nb::object assertion = nb::borrow(args[0]);
+    const nb::object grid = self.attr("ui_assertions");
+    const nb::object row = grid.attr("GetNumberRows")();
+    grid.attr("AppendRows")();
+    const nb::object columns =
+        self.attr("cell_config").attr("get")("column_info", own_name<"Cell">().attr("DefaultColumnInfo"));
+    const char* colour = is_ng(assertion) ? "red" : "white";
+    std::size_t col = 0;
+    for (nb::handle column : columns) {
+        const nb::object getter = nb::str("get_") + nb::object(column[0]).attr("lower")();
+        grid.attr("SetCellValue")(row, col, nb::str(assertion.attr(getter)()));
+        grid.attr("SetCellBackgroundColour")(row, col, colour);
+        ++col;
+    }
+    grid.attr("MakeCellVisible")(row, 0);
+    return nb::none();
+}
+
+nb::object append_to_history(nb::handle self, const Arguments& args) {
+    const nb::object begin = local_time(field<"_start_time">(self));
+    const nb::object end = local_time(self.attr("uut").attr("end_time"));
+    const nb::object grid = self.attr("ui_history_grid");
+    const nb::object row = grid.attr("GetNumberRows")();
+    grid.attr("AppendRows")();
+    const nb::tuple values =
+        nb::make_tuple(begin, end, args[0], args[1], field<"_result_description">(self));
+    for (std::size_t col = 0; col < nb::len(values); ++col) grid.attr("SetCellValue")(row, col, values[col]);
+    grid.attr("SetCellBackgroundColour")(row, 3, args[2]);
+    return nb::none();
+}
+
+nb::object on_refresh_timer_event(nb::handle self, const Arguments&) {
+    drain_queue(self, kRowsPerTick);
+    if (truth(self.attr("has_done")()))
+        finish_test(self);
+    else
+        self.attr("ui_refresh_timer").attr("StartOnce")(kRefreshPeriod);
+    label_start_button(self);
+    show_elapsed_time(self);
+    return nb::none();
+}
+
+// A running test flashes its prompt yellow and gray; a paused one stays yellow.
+nb::object on_blink_timer_event(nb::handle self, const Arguments&) {
+    if (truth(self.attr("has_done")())) return nb::none();
+    const bool was_gray = field<"_blink_color">(self).equal(nb::str("gray"));
+    const nb::str colour(was_gray || truth(self.attr("is_paused")()) ? "yellow" : "gray");
+    set_field<"_blink_color">(self, colour);
+    self.attr("_update_prompt")(nb::arg("bg_color") = colour);
+    self.attr("ui_blink_timer").attr("StartOnce")(kBlinkPeriod);
+    return nb::none();
+}
+
+}  // namespace ats

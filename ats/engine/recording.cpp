@@ -1,0 +1,156 @@
+// recording.cpp - from a measurement to a judged and recorded assertion; the path every measurement takes.
+#include "engine/recording.hpp"
+
+#include "engine/assertion_queue.hpp"
+#include "engine/cell_lookups.hpp"
+#include "engine/engine.hpp"
+#include "module/fields.hpp"
+#include "module/errors.hpp"
+#include "records/control.hpp"
+#include "records/uut.hpp"
+
+namespace ats {
+namespace {
+
+// The limits that reach the assertion: those configured for this very name, None included, else the script's.
+struct Limits {
+    nb::object lower, upper;
+    Limits(nb::handle cell, PyObject* item_name, const Measurement& m)
+        : lower(nb::borrow(m.lower)), upper(nb::borrow(m.upper)) {
+        const nb::object configs = assertion_configs_of(cell);
+        if (configs.is_none()) return;
+        const nb::object parameter = configs.attr("get")(nb::handle(item_name));
+        if (parameter.is_none()) return;
+        lower = parameter.attr("low");
+        upper = parameter.attr("up");
+    }
+};
+
+nb::object judged(nb::handle cell, const Judgement& judgement) {
+    const Limits limits(cell, judgement.item_name, judgement.measurement);
+    Measurement measurement = judgement.measurement;
+    measurement.lower = limits.lower.ptr();
+    measurement.upper = limits.upper.ptr();
+    return new_assertion(judgement.item_name, measurement);
+}
+
+nb::object record(nb::handle cell, const Judgement& judgement) {
+    nb::object assertion = judged(cell, judgement);
+    if (is_native(cell, name<"append">(), append_method))
+        append(cell, assertion, judgement.stop_if_ng, judgement.category);
+    else
+        cell.attr("append")(assertion, nb::handle(judgement.stop_if_ng), nb::handle(judgement.category));
+    return assertion;
+}
+
+void add_to_category(nb::handle categories, nb::handle category, nb::handle assertion) {
+    if (PyDict_CheckExact(categories.ptr())) {
+        PyObject* list = PyDict_GetItemWithError(categories.ptr(), category.ptr());
+        if (list && PyList_CheckExact(list)) {
+            if (PyList_Append(list, assertion.ptr()) < 0) throw nb::python_error();
+            return;
+        }
+        if (!list && PyErr_Occurred()) throw nb::python_error();
+    }
+    if (!contains(categories, category)) categories[category] = nb::list();
+    nb::object(categories[category]).attr("append")(assertion);
+}
+
+void categorise(nb::handle cell, nb::handle category, nb::handle assertion) {
+    const nb::object categories = own_field(cell, name<"_assertion_category">());
+    const nb::handle all(name<"all">());
+    bool in_all = false;
+    if (PyList_Check(category.ptr())) {
+        for (nb::handle each : nb::list(category)) {
+            add_to_category(categories, each, assertion);
+            in_all = in_all || each.equal(all);
+        }
+    } else if (category.ptr() == all.ptr() || (!category.is_none() && category.equal(all))) {
+        // falls through to "all" below
+    } else if (!category.is_none()) {
+        add_to_category(categories, category, assertion);
+    }
+    if (!in_all) add_to_category(categories, all, assertion);
+}
+
+bool stops_at_ng(nb::handle cell, nb::handle stop_if_ng) {
+    if (!stop_if_ng.is_none()) return truth(stop_if_ng);
+    return truth(cell_config_of(cell).attr("get")("stop_if_ng", true));
+}
+
+Judgement from_limits_call(const Arguments& args) {
+    return {args[0].ptr(),
+            {args[1].ptr(), args[2].ptr(), args[3].ptr(), args[4].ptr(), args[5].ptr()},
+            args[6].ptr(),
+            args[7].ptr()};
+}
+
+Judgement from_result_call(const Arguments& args) {
+    return {args[0].ptr(),
+            {args[1].ptr(), args[4].ptr(), args[5].ptr(), args[3].ptr(), args[2].ptr()},
+            args[6].ptr(),
+            args[7].ptr()};
+}
+
+}  // namespace
+
+nb::object append_method(nb::handle self, const Arguments& args) {
+    append(self, args[0], args[1], args[2]);
+    return nb::none();
+}
+
+nb::object assert_with_limits_method(nb::handle self, const Arguments& args) {
+    return record(self, from_limits_call(args));
+}
+
+nb::object assert_with_result_method(nb::handle self, const Arguments& args) {
+    return record(self, from_result_call(args));
+}
+
+nb::object try_limits_method(nb::handle self, const Arguments& args) {
+    return judged(self, {args[0].ptr(),
+                         {args[1].ptr(), args[2].ptr(), args[3].ptr(), args[4].ptr(), args[5].ptr()},
+                         nullptr,
+                         nullptr});
+}
+
+// A negative mean gives a lower bound above the upper one: nothing passes, and the operator sees why.
+nb::object assert_with_percent_limits_method(nb::handle self, const Arguments& args) {
+    const double mean = PyFloat_AS_DOUBLE(args[2].ptr());
+    const double percent = PyFloat_AS_DOUBLE(args[3].ptr());
+    const nb::float_ lower((100.0 - percent) * mean / 100.0);
+    const nb::float_ upper((100.0 + percent) * mean / 100.0);
+    return assert_with_limits(self, {args[0].ptr(),
+                                     {args[1].ptr(), lower.ptr(), upper.ptr(), args[4].ptr(), args[5].ptr()},
+                                     args[6].ptr(),
+                                     args[7].ptr()});
+}
+
+nb::object assert_with_limits(nb::handle cell, const Judgement& j) {
+    if (is_native(cell, name<"assert_with_limits">(), assert_with_limits_method)) return record(cell, j);
+    const Measurement& m = j.measurement;
+    return cell.attr("assert_with_limits")(nb::handle(j.item_name), nb::handle(m.value), nb::handle(m.lower),
+                                           nb::handle(m.upper), nb::handle(m.unit), nb::handle(m.result),
+                                           nb::handle(j.stop_if_ng), nb::handle(j.category));
+}
+
+nb::object assert_with_result(nb::handle cell, const Judgement& j) {
+    if (is_native(cell, name<"assert_with_result">(), assert_with_result_method)) return record(cell, j);
+    const Measurement& m = j.measurement;
+    return cell.attr("assert_with_result")(nb::handle(j.item_name), nb::handle(m.value), nb::handle(m.result),
+                                           nb::handle(m.unit), nb::handle(m.lower), nb::handle(m.upper),
+                                           nb::handle(j.stop_if_ng), nb::handle(j.category));
+}
+
+void append(nb::handle cell, nb::handle assertion, nb::handle stop_if_ng, nb::handle category) {
+    if (unit_of(assertion).is_none())
+        set_unit(assertion, nb::object(cell_config_of(cell).attr("get")("none_unit", "")));
+    append_assertion(own_field(cell, name<"_CellBase__uut">()), assertion);
+    put(own_field(cell, name<"_assertion_queue">()), assertion);
+    categorise(cell, category, assertion);
+    if (!is_ng(assertion)) return;
+    own_field(cell, name<"_ng_items">()).attr("append")(assertion);
+    if (stops_at_ng(cell, stop_if_ng)) raise_ng(name_of(assertion));
+}
+
+}  // namespace ats

@@ -1,0 +1,93 @@
+// manual_operation.cpp - the dialog for driving the station's equipment by hand, and the about box.
+#include "main_frame/main_frame.hpp"
+#include "module/errors.hpp"
+#include "module/fields.hpp"
+#include "module/imports.hpp"
+#include "module/reloading.hpp"
+
+namespace ats {
+namespace {
+
+// Gives the ticker block back on every way out of the dialog.
+class TickerBlock {
+  public:
+    TickerBlock(nb::handle frame, bool wanted) : frame_(nb::borrow(frame)), held_(wanted) {
+        if (held_) frame_.attr("block_ticker")();
+    }
+    ~TickerBlock() {
+        if (!held_) return;
+        const nb::object done = nb::steal(PyObject_CallMethodNoArgs(frame_.ptr(), name<"unblock_ticker">()));
+        if (!done.is_valid()) PyErr_WriteUnraisable(frame_.ptr());
+    }
+    TickerBlock(const TickerBlock&) = delete;
+    TickerBlock& operator=(const TickerBlock&) = delete;
+
+  private:
+    nb::object frame_;
+    bool held_;
+};
+
+class ShownDialog {
+  public:
+    explicit ShownDialog(nb::object dialog) : dialog_(std::move(dialog)) {}
+    ~ShownDialog() {
+        const nb::object done = nb::steal(PyObject_CallMethodNoArgs(dialog_.ptr(), name<"Destroy">()));
+        if (!done.is_valid()) PyErr_WriteUnraisable(dialog_.ptr());
+    }
+    ShownDialog(const ShownDialog&) = delete;
+    ShownDialog& operator=(const ShownDialog&) = delete;
+    void show() { dialog_.attr("ShowModal")(); }
+
+  private:
+    nb::object dialog_;
+};
+
+// The application's dialog class as its file stands now; None when there is no such module or class.
+nb::object user_dialog_class(nb::handle self) {
+    const nb::object loaded = field<"_manual_module">(self);
+    try {
+        if (loaded.is_none())
+            set_field<"_manual_module">(self, import_module(nb::str("manual_operation_dialog")));
+        else
+            reload_module(loaded);
+    } catch (const nb::python_error& error) {
+        if (!error.matches(PyExc_ModuleNotFoundError)) throw;
+        return nb::none();
+    }
+    nb::object found = nb::getattr(field<"_manual_module">(self), "ManualOperationDialog", nb::none());
+    if (!PyType_Check(found.ptr())) return nb::none();
+    const int suits = PyObject_IsSubclass(found.ptr(), nb::object(python_module<"wx">().attr("Dialog")).ptr());
+    if (suits < 0) throw nb::python_error();
+    return suits ? found : nb::none();
+}
+
+nb::object init(nb::handle self, const Arguments& args) {
+    imported<"ManualDlg">().attr("__init__")(self, args[0]);
+    if (!args[1].equal(nb::str(""))) self.attr("ui_message").attr("SetValue")(args[1]);
+    return nb::none();
+}
+
+constexpr Member kDialog[] = {
+    method("__init__(parent, message = '')", init),
+};
+
+}  // namespace
+
+nb::object on_show_manual_operation_dialog(nb::handle self, const Arguments&) {
+    const TickerBlock block(self, flag<"_mop_block_ticker">(self));
+    nb::object dialog_class = user_dialog_class(self);
+    if (dialog_class.is_none()) dialog_class = own_name<"ManualOperationDialog">();
+    ShownDialog(dialog_class(self)).show();
+    return nb::none();
+}
+
+nb::object on_show_about_dialog(nb::handle self, const Arguments&) {
+    ShownDialog(imported<"AboutDialog">()(self)).show();
+    return nb::none();
+}
+
+void init_manual_operation_dialog(nb::module_& module) {
+    build_class(module, "ManualOperationDialog", nb::make_tuple(imported<"ManualDlg">()), kDialog);
+}
+
+}  // namespace ats

@@ -1,0 +1,172 @@
+// method.cpp - the method object: a vectorcall target with a checked signature.
+#include "module/method.hpp"
+
+#include <structmember.h>
+
+#include <memory>
+#include <new>
+
+namespace ats {
+namespace {
+
+struct MethodObject {
+    PyObject_HEAD
+    vectorcallfunc vectorcall;
+    Body body;
+    Signature* signature;
+    PyTypeObject* receiver;
+    bool takes_self;
+    PyObject* dict;  // __name__, __qualname__, __module__, __doc__ and what users add
+    PyObject* weakrefs;
+};
+
+PyTypeObject* method_type = nullptr;
+
+MethodObject* as_method(PyObject* object) { return reinterpret_cast<MethodObject*>(object); }
+
+void check_receiver(const MethodObject* method, PyObject* self) {
+    if (!self) {
+        PyErr_Format(PyExc_TypeError, "%s() needs an argument", method->signature->function_name().c_str());
+        throw nb::python_error();
+    }
+    if (method->receiver && !PyObject_TypeCheck(self, method->receiver)) {
+        PyErr_Format(PyExc_TypeError, "%s() requires a '%s' object, not '%s'",
+                     method->signature->function_name().c_str(), method->receiver->tp_name,
+                     Py_TYPE(self)->tp_name);
+        throw nb::python_error();
+    }
+}
+
+PyObject* call(PyObject* callable, PyObject* const* args, std::size_t nargsf, PyObject* kwnames) noexcept {
+    const MethodObject* method = as_method(callable);
+    std::size_t count = static_cast<std::size_t>(PyVectorcall_NARGS(nargsf));
+    try {
+        PyObject* self = nullptr;
+        if (method->takes_self) {
+            self = count ? args[0] : nullptr;
+            check_receiver(method, self);
+            ++args;
+            --count;
+        }
+        Arguments bound;
+        method->signature->bind(args, count, kwnames, bound);
+        return method->body(self, bound).release().ptr();
+    } catch (nb::python_error& error) {
+        error.restore();
+    } catch (const nb::builtin_exception& error) {
+        PyErr_SetString(PyExc_TypeError, error.what());
+    } catch (const std::bad_alloc&) {
+        PyErr_NoMemory();
+    } catch (const std::exception& error) {
+        PyErr_SetString(PyExc_RuntimeError, error.what());
+    }
+    return nullptr;
+}
+
+PyObject* bind_to_instance(PyObject* method, PyObject* instance, PyObject*) {
+    if (!instance || instance == Py_None) return Py_NewRef(method);
+    return PyMethod_New(method, instance);
+}
+
+int traverse(PyObject* object, visitproc visit, void* arg) {
+    Py_VISIT(Py_TYPE(object));
+    Py_VISIT(as_method(object)->dict);
+    return as_method(object)->signature ? as_method(object)->signature->traverse(visit, arg) : 0;
+}
+
+int clear(PyObject* object) {
+    Py_CLEAR(as_method(object)->dict);
+    return 0;
+}
+
+void dealloc(PyObject* object) {
+    PyObject_GC_UnTrack(object);
+    MethodObject* method = as_method(object);
+    if (method->weakrefs) PyObject_ClearWeakRefs(object);
+    Py_CLEAR(method->dict);
+    delete method->signature;
+    PyTypeObject* type = Py_TYPE(object);
+    type->tp_free(object);
+    Py_DECREF(type);
+}
+
+PyObject* represent(PyObject* object) {
+    PyObject* qualname = PyDict_GetItem(as_method(object)->dict, name<"__qualname__">());
+    return PyUnicode_FromFormat("<function %V at %p>", qualname, "?", static_cast<void*>(object));
+}
+
+PyObject* signature_of(PyObject* object, void*) noexcept {
+    try {
+        const MethodObject* method = as_method(object);
+        return method->signature->as_inspect_signature(method->takes_self).release().ptr();
+    } catch (nb::python_error& error) {
+        error.restore();
+        return nullptr;
+    }
+}
+
+PyMemberDef kMembers[] = {
+    {"__vectorcalloffset__", T_PYSSIZET, offsetof(MethodObject, vectorcall), READONLY, nullptr},
+    {"__dictoffset__", T_PYSSIZET, offsetof(MethodObject, dict), READONLY, nullptr},
+    {"__weaklistoffset__", T_PYSSIZET, offsetof(MethodObject, weakrefs), READONLY, nullptr},
+    {nullptr, 0, 0, 0, nullptr},
+};
+
+PyGetSetDef kGetSet[] = {
+    {"__signature__", signature_of, nullptr, nullptr, nullptr},
+    {"__dict__", PyObject_GenericGetDict, PyObject_GenericSetDict, nullptr, nullptr},
+    {nullptr, nullptr, nullptr, nullptr, nullptr},
+};
+
+}  // namespace
+
+void init_method_type() {
+    PyType_Slot slots[] = {
+        {Py_tp_call, reinterpret_cast<void*>(PyVectorcall_Call)},
+        {Py_tp_descr_get, reinterpret_cast<void*>(bind_to_instance)},
+        {Py_tp_traverse, reinterpret_cast<void*>(traverse)},
+        {Py_tp_clear, reinterpret_cast<void*>(clear)},
+        {Py_tp_dealloc, reinterpret_cast<void*>(dealloc)},
+        {Py_tp_repr, reinterpret_cast<void*>(represent)},
+        {Py_tp_members, kMembers},
+        {Py_tp_getset, kGetSet},
+        {0, nullptr},
+    };
+    PyType_Spec spec{"qon_ats.native_method", sizeof(MethodObject), 0,
+                     Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC | Py_TPFLAGS_HAVE_VECTORCALL |
+                         Py_TPFLAGS_METHOD_DESCRIPTOR | Py_TPFLAGS_DISALLOW_INSTANTIATION,
+                     slots};
+    method_type = reinterpret_cast<PyTypeObject*>(nb::detail::raise_if_null(PyType_FromSpec(&spec)));
+}
+
+nb::object make_method(std::string_view signature, Body body, nb::handle scope, std::string_view class_name,
+                       PyTypeObject* receiver, bool takes_self) {
+    auto parsed = std::make_unique<Signature>(signature, scope);
+    PyObject* object = nb::detail::raise_if_null(method_type->tp_alloc(method_type, 0));
+    nb::object owner = nb::steal(object);
+    MethodObject* method = as_method(object);
+    method->vectorcall = call;
+    method->body = body;
+    method->receiver = receiver;
+    method->takes_self = takes_self;
+    method->signature = parsed.release();
+    method->dict = nb::detail::raise_if_null(PyDict_New());
+    const std::string& short_name = method->signature->function_name();
+    nb::handle dict(method->dict);
+    dict["__name__"] = nb::str(short_name.c_str());
+    dict["__qualname__"] = nb::str((std::string(class_name) + "." + short_name).c_str());
+    dict["__module__"] = nb::str("qon_ats");
+    return owner;
+}
+
+Body native_body(PyObject* function) {
+    return function && Py_TYPE(function) == method_type ? as_method(function)->body : nullptr;
+}
+
+bool is_native(nb::handle self, PyObject* attribute, Body body) {
+    if (native_body(_PyType_Lookup(Py_TYPE(self.ptr()), attribute)) != body) return false;
+    PyObject** dict = _PyObject_GetDictPtr(self.ptr());
+    return !dict || !*dict || !PyDict_GetItem(*dict, attribute);
+}
+
+}  // namespace ats

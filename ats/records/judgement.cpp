@@ -1,0 +1,48 @@
+// judgement.cpp - the verdict rule.
+#include "records/judgement.hpp"
+
+#include "module/errors.hpp"
+
+namespace ats {
+namespace {
+
+bool is_limit(PyObject* limit) { return limit && limit != Py_None; }
+
+bool holds(PyObject* value, PyObject* limit, int operation) {
+    if (PyFloat_CheckExact(value) && PyFloat_CheckExact(limit)) {
+        const double left = PyFloat_AS_DOUBLE(value), right = PyFloat_AS_DOUBLE(limit);
+        return operation == Py_GE ? left >= right : left <= right;
+    }
+    // Not PyObject_RichCompareBool: that takes an object for equal to itself, and a NaN is within no limits.
+    const nb::object answer = nb::steal(nb::detail::raise_if_null(PyObject_RichCompare(value, limit, operation)));
+    const int truth = PyObject_IsTrue(answer.ptr());
+    if (truth < 0) throw nb::python_error();
+    return truth == 1;
+}
+
+}  // namespace
+
+Verdict verdict_of_result(nb::handle result) {
+    bool ok = false;
+    if (PyUnicode_Check(result.ptr())) {
+        const nb::object text = result.attr("lower")();
+        ok = PyObject_RichCompareBool(text.ptr(), name<"ok">(), Py_EQ) == 1 ||
+             PyObject_RichCompareBool(text.ptr(), name<"pass">(), Py_EQ) == 1;
+        if (PyErr_Occurred()) throw nb::python_error();
+    } else {
+        const int truth = PyObject_IsTrue(result.ptr());
+        if (truth < 0) throw nb::python_error();
+        ok = truth == 1;
+    }
+    return ok ? Verdict::ok : Verdict::ng;
+}
+
+Verdict judge(PyObject* value, PyObject* lower, PyObject* upper) {
+    bool ok = true;
+    if (is_limit(lower)) ok = holds(value, lower, Py_GE);
+    // As `ok and value <= upper` in the script's own language: a value below is not compared again.
+    if (ok && is_limit(upper)) ok = holds(value, upper, Py_LE);
+    return ok ? Verdict::ok : Verdict::ng;
+}
+
+}  // namespace ats
