@@ -219,10 +219,39 @@ nb::object represent(nb::handle self, const Arguments&) {
                                                                    self.attr("result"));
 }
 
+// Copying and pickling: the fields in the order of the layout, and what users added.
+nb::object reduce(nb::handle self, const Arguments&) {
+    const Assertion* a = as_assertion(self.ptr());
+    const nb::object added = a->dict ? nb::object(nb::borrow(a->dict)) : nb::object(nb::dict());
+    const nb::tuple state =
+        nb::make_tuple(read(a->name), read(a->value), read(a->lower), read(a->upper), read(a->unit.get()),
+                       static_cast<int>(a->unit.verdict()), a->unit.report_needed(), a->assert_time, added);
+    return nb::make_tuple(nb::module_::import_("copyreg").attr("__newobj__"), nb::make_tuple(self.type()), state);
+}
+
+nb::object set_state(nb::handle self, const Arguments& args) {
+    Assertion* a = as_assertion(self.ptr());
+    const nb::tuple state = nb::cast<nb::tuple>(args[0]);
+    assign(a->name, state[0]);
+    assign(a->value, state[1]);
+    assign(a->lower, state[2]);
+    assign(a->upper, state[3]);
+    set_unit_field(a, state[4]);
+    a->unit.set_verdict(static_cast<Verdict>(nb::cast<int>(state[5])));
+    a->unit.set_report_needed(nb::cast<bool>(state[6]));
+    a->assert_time = nb::cast<double>(state[7]);
+    const nb::dict added(state[8]);
+    if (nb::len(added) > 0) nb::object(self.attr("__dict__")).attr("update")(added);
+    track_if_needed(self.ptr());
+    return nb::none();
+}
+
 constexpr Member kMembers[] = {
     method("__init__(name: str = '', value = None, lower = None, upper = None, unit: str? = '', result = None, "
            "assert_time = None, report_needed: bool = True)", init),
     method("__repr__()", represent),
+    method("__reduce__()", reduce),
+    method("__setstate__(state)", set_state),
     method("update(value = None, lower = None, upper = None, unit: str = None, result = None, "
            "assert_time = None)", update),
     method("export_config()", export_config),

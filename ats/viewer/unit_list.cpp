@@ -59,13 +59,18 @@ nb::object append_uut(nb::handle self, const Arguments& args) {
     field<"_uut_list">(self).attr("append")(uut);
     const nb::str cell(nb::object(uut.attr("cell_number")));
     const nb::object shown = filter_text(self);
-    if (shown.equal(nb::str(kEverything)) || shown.equal(cell)) {
+    const bool listed = shown.equal(nb::str(kEverything)) || shown.equal(cell);
+    const bool was_done = truth(uut.attr("done"));
+    nb::object row;
+    if (listed) {
         const nb::object grid = self.attr("ui_history");
-        const nb::object row = grid.attr("GetNumberRows")();
+        row = grid.attr("GetNumberRows")();
         grid.attr("AppendRows")();
         self.attr("_update_uut_summer")(uut, row);
     }
     uut.attr("done_event").attr("subscribe")(self.attr("_uut_done_event_handler"));
+    // A unit that ended between the writing of its row and the subscription would stay undecided on screen.
+    if (listed && !was_done && truth(uut.attr("done"))) self.attr("_update_uut_summer")(uut, row);
     const nb::object choice = self.attr("ui_cell_filter");
     if (!contains(choice.attr("GetItems")(), cell)) choice.attr("Append")(cell);
     return nb::none();
