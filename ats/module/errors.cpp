@@ -8,21 +8,6 @@
 namespace ats {
 namespace {
 
-// Puts an entry for a native function in front of the traceback of the raised exception.
-void add_traceback_entry(const char* function, int line) {
-    PyObject *type = nullptr, *value = nullptr, *traceback = nullptr;
-    PyErr_Fetch(&type, &value, &traceback);
-    const nb::object code =
-        nb::steal(reinterpret_cast<PyObject*>(PyCode_NewEmpty("<qon_ats>", function, line)));
-    nb::object frame;
-    if (code.is_valid())
-        frame = nb::steal(reinterpret_cast<PyObject*>(PyFrame_New(
-            PyThreadState_Get(), reinterpret_cast<PyCodeObject*>(code.ptr()), module_namespace().ptr(), nullptr)));
-    PyErr_Clear();
-    PyErr_Restore(type, value, traceback);
-    if (frame.is_valid()) PyTraceBack_Here(reinterpret_cast<PyFrameObject*>(frame.ptr()));
-}
-
 nb::object take_raised() {
 #if PY_VERSION_HEX >= 0x030C0000
     return nb::steal(PyErr_GetRaisedException());
@@ -38,6 +23,20 @@ nb::object take_raised() {
 }
 
 }  // namespace
+
+void add_traceback_entry(const char* function, int line) {
+    PyObject *type = nullptr, *value = nullptr, *traceback = nullptr;
+    PyErr_Fetch(&type, &value, &traceback);
+    const nb::object code =
+        nb::steal(reinterpret_cast<PyObject*>(PyCode_NewEmpty("<qon_ats>", function, line)));
+    nb::object frame;
+    if (code.is_valid())
+        frame = nb::steal(reinterpret_cast<PyObject*>(PyFrame_New(
+            PyThreadState_Get(), reinterpret_cast<PyCodeObject*>(code.ptr()), module_namespace().ptr(), nullptr)));
+    PyErr_Clear();
+    PyErr_Restore(type, value, traceback);
+    if (frame.is_valid()) PyTraceBack_Here(reinterpret_cast<PyFrameObject*>(frame.ptr()));
+}
 
 void raise(PyObject* type, const char* message) {
     PyErr_SetString(type, message);

@@ -16,6 +16,9 @@ template <class... Args>
 
 inline bool is_exception(const nb::python_error& error) { return error.matches(PyExc_Exception); }
 
+// Puts an entry for a native function in front of the traceback of the error that is set.
+void add_traceback_entry(const char* function, int line);
+
 // While it lives, `error` is the interpreter's exception being handled, as inside an `except` block, so that
 // code that formats "the exception being handled" finds it.  The traceback gets an entry for `function`, the
 // native function that handles it, as the outermost one.

@@ -6,6 +6,8 @@
 #include <memory>
 #include <new>
 
+#include "module/errors.hpp"
+
 namespace ats {
 namespace {
 
@@ -53,6 +55,7 @@ PyObject* call(PyObject* callable, PyObject* const* args, std::size_t nargsf, Py
         return method->body(self, bound).release().ptr();
     } catch (nb::python_error& error) {
         error.restore();
+        add_traceback_entry(method->signature->function_name().c_str(), 0);
     } catch (const nb::builtin_exception& error) {
         PyErr_SetString(PyExc_TypeError, error.what());
     } catch (const std::bad_alloc&) {

@@ -53,7 +53,7 @@ nb::object first_ng(nb::handle self, const Arguments&) { return first_assertion(
 
 nb::object first_ng_item_name(nb::handle self, const Arguments&) {
     const nb::object assertion = self.attr("first_ng");
-    return assertion.is_none() ? nb::object(nb::str("")) : name_of(assertion);
+    return assertion.is_none() ? nb::object(nb::str("")) : nb::object(assertion.attr("name"));
 }
 
 nb::object is_ng_property(nb::handle self, const Arguments&) {
