@@ -127,7 +127,7 @@ def test_verdicts_are_asked_of_the_assertions_as_they_are_overridden() -> None:
     with pytest.raises(ValueError, match='"shown"'):
         uut.done = True
     uut.append_assertion(Odd("bad", 1))
-    assert (uut.summer, uut.first_ng_item_name()) == ("NG", "bad")
+    assert (uut.summer, uut.first_ng) == ("NG", uut.assertions[1])
 
 
 REFUSED = [
