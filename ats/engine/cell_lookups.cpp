@@ -32,6 +32,13 @@ nb::object cell_config_of(nb::handle cell) {
     return read_property(cell, name<"cell_config">(), own_cell_config, name<"_CellBase__cell_config">());
 }
 
+nb::object configured(nb::handle cell, PyObject* key, PyObject* default_value) {
+    const nb::object config = cell_config_of(cell);
+    PyObject* arguments[] = {config.ptr(), key, default_value};
+    return nb::steal(nb::detail::raise_if_null(
+        PyObject_VectorcallMethod(name<"get">(), arguments, 3 | PY_VECTORCALL_ARGUMENTS_OFFSET, nullptr)));
+}
+
 void remember_cell_properties(nb::handle cell_base) {
     PyTypeObject* type = reinterpret_cast<PyTypeObject*>(cell_base.ptr());
     own_assertion_configs = _PyType_Lookup(type, name<"assertion_configs">());

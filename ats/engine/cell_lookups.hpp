@@ -12,6 +12,9 @@ nb::object own_field(nb::handle cell, PyObject* key);
 nb::object assertion_configs_of(nb::handle cell);
 nb::object cell_config_of(nb::handle cell);
 
+// `cell.cell_config.get(key, default)`: read at each use, for a script may change its configuration.
+nb::object configured(nb::handle cell, PyObject* key, PyObject* default_value);
+
 // Remembers the engine's own properties, to tell them from overrides.
 void remember_cell_properties(nb::handle cell_base);
 

@@ -12,6 +12,14 @@
 namespace ats {
 namespace {
 
+// `configs.get(item_name)`.
+nb::object configured_limits(nb::handle configs, PyObject* item_name) {
+    if (!PyDict_CheckExact(configs.ptr())) return configs.attr("get")(nb::handle(item_name));
+    PyObject* found = PyDict_GetItemWithError(configs.ptr(), item_name);
+    if (!found && PyErr_Occurred()) throw nb::python_error();
+    return nb::borrow(found ? found : Py_None);
+}
+
 // The limits that reach the assertion: those configured for this very name, None included, else the script's.
 struct Limits {
     nb::object lower, upper;
@@ -19,10 +27,10 @@ struct Limits {
         : lower(nb::borrow(m.lower)), upper(nb::borrow(m.upper)) {
         const nb::object configs = assertion_configs_of(cell);
         if (configs.is_none()) return;
-        const nb::object parameter = configs.attr("get")(nb::handle(item_name));
+        const nb::object parameter = configured_limits(configs, item_name);
         if (parameter.is_none()) return;
-        lower = parameter.attr("low");
-        upper = parameter.attr("up");
+        lower = field<"low">(parameter);
+        upper = field<"up">(parameter);
     }
 };
 
@@ -75,7 +83,7 @@ void categorise(nb::handle cell, nb::handle category, nb::handle assertion) {
 
 bool stops_at_ng(nb::handle cell, nb::handle stop_if_ng) {
     if (!stop_if_ng.is_none()) return truth(stop_if_ng);
-    return truth(cell_config_of(cell).attr("get")("stop_if_ng", true));
+    return truth(configured(cell, name<"stop_if_ng">(), Py_True));
 }
 
 Judgement from_limits_call(const Arguments& args) {
@@ -144,7 +152,7 @@ nb::object assert_with_result(nb::handle cell, const Judgement& j) {
 
 void append(nb::handle cell, nb::handle assertion, nb::handle stop_if_ng, nb::handle category) {
     if (unit_of(assertion).is_none())
-        set_unit(assertion, nb::object(cell_config_of(cell).attr("get")("none_unit", "")));
+        set_unit(assertion, configured(cell, name<"none_unit">(), name<"">()));
     append_assertion(own_field(cell, name<"_CellBase__uut">()), assertion);
     put(own_field(cell, name<"_assertion_queue">()), assertion);
     categorise(cell, category, assertion);

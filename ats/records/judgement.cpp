@@ -8,11 +8,24 @@ namespace {
 
 bool is_limit(PyObject* limit) { return limit && limit != Py_None; }
 
-bool holds(PyObject* value, PyObject* limit, int operation) {
-    if (PyFloat_CheckExact(value) && PyFloat_CheckExact(limit)) {
-        const double left = PyFloat_AS_DOUBLE(value), right = PyFloat_AS_DOUBLE(limit);
-        return operation == Py_GE ? left >= right : left <= right;
+// A float, or an integer that a double holds exactly: workbooks give 4 for 4.0.
+bool exact_double(PyObject* object, double& number) {
+    if (PyFloat_CheckExact(object)) {
+        number = PyFloat_AS_DOUBLE(object);
+        return true;
     }
+    if (!PyLong_CheckExact(object)) return false;
+    constexpr long long kExact = 1LL << 53;
+    int overflow = 0;
+    const long long integer = PyLong_AsLongLongAndOverflow(object, &overflow);
+    number = static_cast<double>(integer);
+    return overflow == 0 && -kExact <= integer && integer <= kExact;
+}
+
+bool holds(PyObject* value, PyObject* limit, int operation) {
+    double left = 0.0, right = 0.0;
+    if (exact_double(value, left) && exact_double(limit, right))
+        return operation == Py_GE ? left >= right : left <= right;
     // Not PyObject_RichCompareBool: that takes an object for equal to itself, and a NaN is within no limits.
     const nb::object answer = nb::steal(nb::detail::raise_if_null(PyObject_RichCompare(value, limit, operation)));
     const int truth = PyObject_IsTrue(answer.ptr());
