@@ -19,8 +19,8 @@ bool is_atomic(PyObject* value) {
 void track_if_needed(PyObject* object) {
     if (PyObject_GC_IsTracked(object)) return;
     const Assertion* a = as_assertion(object);
-    if (is_plain_assertion(object) && !a->dict && is_atomic(a->name) && is_atomic(a->value) &&
-        is_atomic(a->lower) && is_atomic(a->upper) && is_atomic(a->unit.get()))
+    if (is_plain_assertion(object) && !a->dict && is_atomic(a->name) && is_atomic(a->value_object()) &&
+        is_atomic(a->lower.get()) && is_atomic(a->upper) && is_atomic(a->unit.get()))
         return;
     PyObject_GC_Track(object);
 }
@@ -28,8 +28,8 @@ void track_if_needed(PyObject* object) {
 PyObject* allocate_plain() {
     Assertion* a = PyObject_GC_New(Assertion, record_types.assertion);
     if (!a) throw std::bad_alloc();
-    a->name = a->value = a->lower = a->upper = a->dict = a->weakrefs = nullptr;
-    a->unit = TaggedReference{};
+    a->name = a->value.object = a->upper = a->dict = a->weakrefs = nullptr;
+    a->lower = a->unit = TaggedReference{};
     a->assert_time = 0.0;
     return reinterpret_cast<PyObject*>(a);
 }
@@ -47,8 +47,8 @@ int traverse(PyObject* object, visitproc visit, void* arg) {
     const Assertion* a = as_assertion(object);
     Py_VISIT(Py_TYPE(object));
     Py_VISIT(a->name);
-    Py_VISIT(a->value);
-    Py_VISIT(a->lower);
+    Py_VISIT(a->value_object());
+    Py_VISIT(a->lower.get());
     Py_VISIT(a->upper);
     Py_VISIT(a->unit.get());
     Py_VISIT(a->dict);
@@ -58,12 +58,10 @@ int traverse(PyObject* object, visitproc visit, void* arg) {
 int clear(PyObject* object) {
     Assertion* a = as_assertion(object);
     Py_CLEAR(a->name);
-    Py_CLEAR(a->value);
-    Py_CLEAR(a->lower);
+    a->set_value(nb::handle());
+    a->lower.assign(nb::handle());
     Py_CLEAR(a->upper);
-    PyObject* unit = a->unit.get();
-    a->unit.set(nullptr);
-    Py_XDECREF(unit);
+    a->unit.assign(nb::handle());
     Py_CLEAR(a->dict);
     return 0;
 }
@@ -95,28 +93,22 @@ int set_dict(PyObject* object, PyObject* dict, void* context) {
     return status;
 }
 
-void set_unit_field(Assertion* a, nb::handle unit) {
-    PyObject* old = a->unit.get();
-    a->unit.set(Py_NewRef(unit.ptr()));
-    Py_XDECREF(old);
-}
-
 bool given(PyObject* argument) { return argument && argument != Py_None; }
 
 // Judges by the rule of the record: an explicit result decides, else the limits of this very call.
 void update_fields(PyObject* self, const Measurement& m) {
     Assertion* a = as_assertion(self);
-    if (given(m.value)) assign(a->value, m.value);
-    if (given(m.lower)) assign(a->lower, m.lower);
+    if (given(m.value)) a->set_value(m.value);
+    if (given(m.lower)) a->lower.assign(m.lower);
     if (given(m.upper)) assign(a->upper, m.upper);
-    if (given(m.unit)) set_unit_field(a, m.unit);
+    if (given(m.unit)) a->unit.assign(m.unit);
     track_if_needed(self);
     Verdict verdict = Verdict::tbd;
     if (given(m.result))
         verdict = verdict_of_result(m.result);
     else if (given(m.value))
         verdict = judge(m.value, m.lower, m.upper);
-    a->unit.set_verdict(verdict);
+    a->set_verdict(verdict);
     a->assert_time = given(m.assert_time) ? nb::cast<double>(nb::float_(nb::handle(m.assert_time))) : now();
 }
 
@@ -129,12 +121,12 @@ nb::object update(nb::handle self, const Arguments& args) {
 nb::object init(nb::handle self, const Arguments& args) {
     Assertion* a = as_assertion(self.ptr());
     assign(a->name, args[0]);
-    assign(a->value, args[1]);
-    assign(a->lower, args[2]);
+    a->set_value(args[1]);
+    a->lower.assign(args[2]);
     assign(a->upper, args[3]);
-    set_unit_field(a, args[4]);
-    a->unit.set_verdict(Verdict::tbd);
-    a->unit.set_report_needed(args[7].ptr() == Py_True);
+    a->unit.assign(args[4]);
+    a->set_verdict(Verdict::tbd);
+    a->set_report_needed(args[7].ptr() == Py_True);
     track_if_needed(self.ptr());
     a->assert_time = args.is_none(6) ? now() : nb::cast<double>(nb::float_(args[6]));
     if (is_native(self, name<"update">(), update))
@@ -151,14 +143,14 @@ nb::object or_empty(PyObject* field) {
     return field && field != Py_None ? nb::borrow(field) : nb::object(nb::str(""));
 }
 
-Verdict verdict_of(nb::handle self) { return as_assertion(self.ptr())->unit.verdict(); }
+Verdict verdict_of(nb::handle self) { return as_assertion(self.ptr())->verdict(); }
 
 nb::object get_name(nb::handle self, const Arguments&) { return read(as_assertion(self.ptr())->name); }
-nb::object get_value(nb::handle self, const Arguments&) { return or_empty(as_assertion(self.ptr())->value); }
+nb::object get_value(nb::handle self, const Arguments&) { return or_empty(as_assertion(self.ptr())->get_value().ptr()); }
 nb::object get_unit(nb::handle self, const Arguments&) { return read(as_assertion(self.ptr())->unit.get()); }
-nb::object lower(nb::handle self, const Arguments&) { return read(as_assertion(self.ptr())->lower); }
+nb::object lower(nb::handle self, const Arguments&) { return read(as_assertion(self.ptr())->lower.get()); }
 nb::object upper(nb::handle self, const Arguments&) { return read(as_assertion(self.ptr())->upper); }
-nb::object get_lower(nb::handle self, const Arguments&) { return or_empty(as_assertion(self.ptr())->lower); }
+nb::object get_lower(nb::handle self, const Arguments&) { return or_empty(as_assertion(self.ptr())->lower.get()); }
 nb::object get_upper(nb::handle self, const Arguments&) { return or_empty(as_assertion(self.ptr())->upper); }
 nb::object result(nb::handle self, const Arguments&) { return verdict_word(verdict_of(self)); }
 
@@ -178,17 +170,17 @@ nb::object is_ng_method(nb::handle self, const Arguments&) { return nb::bool_(ve
 nb::object is_tbd_method(nb::handle self, const Arguments&) { return nb::bool_(verdict_of(self) == Verdict::tbd); }
 
 nb::object set_unit_method(nb::handle self, const Arguments& args) {
-    set_unit_field(as_assertion(self.ptr()), args[0]);
+    as_assertion(self.ptr())->unit.assign(args[0]);
     track_if_needed(self.ptr());
     return nb::none();
 }
 
 nb::object report_needed(nb::handle self, const Arguments&) {
-    return nb::bool_(as_assertion(self.ptr())->unit.report_needed());
+    return nb::bool_(as_assertion(self.ptr())->report_needed());
 }
 
 nb::object set_report_needed(nb::handle self, const Arguments& args) {
-    as_assertion(self.ptr())->unit.set_report_needed(args[0].ptr() == Py_True);
+    as_assertion(self.ptr())->set_report_needed(args[0].ptr() == Py_True);
     return nb::none();
 }
 
@@ -224,8 +216,8 @@ nb::object reduce(nb::handle self, const Arguments&) {
     const Assertion* a = as_assertion(self.ptr());
     const nb::object added = a->dict ? nb::object(nb::borrow(a->dict)) : nb::object(nb::dict());
     const nb::tuple state =
-        nb::make_tuple(read(a->name), read(a->value), read(a->lower), read(a->upper), read(a->unit.get()),
-                       static_cast<int>(a->unit.verdict()), a->unit.report_needed(), a->assert_time, added);
+        nb::make_tuple(read(a->name), a->get_value(), read(a->lower.get()), read(a->upper), read(a->unit.get()),
+                       static_cast<int>(a->verdict()), a->report_needed(), a->assert_time, added);
     return nb::make_tuple(nb::module_::import_("copyreg").attr("__newobj__"), nb::make_tuple(self.type()), state);
 }
 
@@ -233,12 +225,12 @@ nb::object set_state(nb::handle self, const Arguments& args) {
     Assertion* a = as_assertion(self.ptr());
     const nb::tuple state = nb::cast<nb::tuple>(args[0]);
     assign(a->name, state[0]);
-    assign(a->value, state[1]);
-    assign(a->lower, state[2]);
+    a->set_value(nb::object(state[1]));
+    a->lower.assign(nb::object(state[2]));
     assign(a->upper, state[3]);
-    set_unit_field(a, state[4]);
-    a->unit.set_verdict(static_cast<Verdict>(nb::cast<int>(state[5])));
-    a->unit.set_report_needed(nb::cast<bool>(state[6]));
+    a->unit.assign(nb::object(state[4]));
+    a->set_verdict(static_cast<Verdict>(nb::cast<int>(state[5])));
+    a->set_report_needed(nb::cast<bool>(state[6]));
     a->assert_time = nb::cast<double>(state[7]);
     const nb::dict added(state[8]);
     if (nb::len(added) > 0) nb::object(self.attr("__dict__")).attr("update")(added);
@@ -280,15 +272,32 @@ constexpr Member kMembers[] = {
 
 }  // namespace
 
+nb::object Assertion::get_value() const {
+    if (value_is_number()) return nb::steal(nb::detail::raise_if_null(PyFloat_FromDouble(value.number)));
+    return read(value.object);
+}
+
+void Assertion::set_value(nb::handle new_value) {
+    PyObject* old = value_object();
+    if (new_value.ptr() && PyFloat_CheckExact(new_value.ptr())) {
+        value.number = PyFloat_AS_DOUBLE(new_value.ptr());
+        lower.set_flags(kNumber, kNumber);
+    } else {
+        value.object = Py_XNewRef(new_value.ptr());
+        lower.set_flags(kNumber, 0);
+    }
+    Py_XDECREF(old);
+}
+
 nb::object new_assertion(PyObject* name, const Measurement& m) {
     PyObject* object = allocate_plain();
     nb::object owner = nb::steal(object);
     Assertion* a = as_assertion(object);
     a->name = Py_NewRef(name);
-    a->value = Py_XNewRef(m.value);
-    a->lower = Py_XNewRef(m.lower);
+    a->set_value(m.value);
+    a->lower.take(Py_XNewRef(m.lower));
     a->upper = Py_XNewRef(m.upper);
-    a->unit.set(Py_XNewRef(m.unit));
+    a->unit.take(Py_XNewRef(m.unit));
     update_fields(object, {m.value, m.lower, m.upper, nullptr, m.result, nullptr});
     return owner;
 }
@@ -310,7 +319,7 @@ nb::object unit_of(nb::handle assertion) {
 
 void set_unit(nb::handle assertion, nb::handle unit) {
     if (is_plain_assertion(assertion.ptr()) && PyUnicode_CheckExact(unit.ptr()))
-        set_unit_field(as_assertion(assertion.ptr()), unit);
+        as_assertion(assertion.ptr())->unit.assign(unit);
     else
         assertion.attr("set_unit")(unit);
 }

@@ -10,33 +10,54 @@ namespace ats {
 
 enum class Verdict : std::uint8_t { tbd = 0, ok = 1, ng = 2 };
 
-// A reference whose three lowest bits, zero in every object's address, carry the record's flags: it keeps an
-// assertion in the allocator's 96-byte class, and a station records millions of them.
+// A reference whose three lowest bits, zero in every object's address, carry flags of the record.
 class TaggedReference {
   public:
-    PyObject* get() const { return reinterpret_cast<PyObject*>(word_ & ~kFlags); }
-    void set(PyObject* stolen) { word_ = reinterpret_cast<std::uintptr_t>(stolen) | (word_ & kFlags); }
-    Verdict verdict() const { return static_cast<Verdict>(word_ & kVerdict); }
-    void set_verdict(Verdict verdict) { word_ = (word_ & ~kVerdict) | static_cast<std::uintptr_t>(verdict); }
-    bool report_needed() const { return (word_ & kReport) == 0; }
-    void set_report_needed(bool needed) { word_ = needed ? word_ & ~kReport : word_ | kReport; }
+    PyObject* get() const { return reinterpret_cast<PyObject*>(word_ & ~kMask); }
+    void take(PyObject* stolen) { word_ = reinterpret_cast<std::uintptr_t>(stolen) | (word_ & kMask); }
+    void assign(nb::handle value) {
+        PyObject* old = get();
+        take(Py_XNewRef(value.ptr()));
+        Py_XDECREF(old);
+    }
+    std::uintptr_t flags(std::uintptr_t mask) const { return word_ & mask; }
+    void set_flags(std::uintptr_t mask, std::uintptr_t flags) { word_ = (word_ & ~mask) | flags; }
 
   private:
-    static constexpr std::uintptr_t kVerdict = 3, kReport = 4, kFlags = 7;
+    static constexpr std::uintptr_t kMask = 7;
     std::uintptr_t word_;
 };
 
-// The duration of the step is rarely set, so it lives in the instance dictionary.
+// A station records millions of assertions: flags lie in spare bits of references and a float value, as most are,
+// in the record itself, which keeps a record in the allocator's 96-byte class with nothing beside it.  The
+// duration of the step is rarely set and lives in the instance dictionary.
 struct Assertion {
     PyObject_HEAD
     PyObject* name;
-    PyObject* value;
-    PyObject* lower;
+    union {
+        PyObject* object;
+        double number;
+    } value;  // which one: `lower`'s flag
+    TaggedReference lower;
     PyObject* upper;
     TaggedReference unit;
     double assert_time;  // seconds since the epoch
     PyObject* dict;
     PyObject* weakrefs;
+
+    Verdict verdict() const { return static_cast<Verdict>(unit.flags(kVerdict)); }
+    void set_verdict(Verdict verdict) { unit.set_flags(kVerdict, static_cast<std::uintptr_t>(verdict)); }
+    bool report_needed() const { return !unit.flags(kNoReport); }
+    void set_report_needed(bool needed) { unit.set_flags(kNoReport, needed ? 0 : kNoReport); }
+
+    bool value_is_number() const { return lower.flags(kNumber) != 0; }
+    PyObject* value_object() const { return value_is_number() ? nullptr : value.object; }
+    nb::object get_value() const;
+    void set_value(nb::handle new_value);
+
+  private:
+    static constexpr std::uintptr_t kVerdict = 3, kNoReport = 4;  // of `unit`
+    static constexpr std::uintptr_t kNumber = 1;                  // of `lower`
 };
 
 inline Assertion* as_assertion(PyObject* object) { return reinterpret_cast<Assertion*>(object); }

@@ -42,6 +42,8 @@ void gather(nb::handle uut, PyObject* wanted, nb::list& found) {
 }
 
 nb::object number_of(nb::handle assertion) {
+    if (is_plain_assertion(assertion.ptr()) && as_assertion(assertion.ptr())->value_is_number())
+        return as_assertion(assertion.ptr())->get_value();
     nb::object value = assertion.attr("value");
     if (PyUnicode_Check(value.ptr())) return nb::steal(nb::detail::raise_if_null(PyFloat_FromString(value.ptr())));
     return nb::steal(nb::detail::raise_if_null(PyNumber_Float(value.ptr())));
@@ -49,7 +51,7 @@ nb::object number_of(nb::handle assertion) {
 
 bool is_ok(nb::handle assertion) {
     if (is_plain_assertion(assertion.ptr()))
-        return as_assertion(assertion.ptr())->unit.verdict() == Verdict::ok;
+        return as_assertion(assertion.ptr())->verdict() == Verdict::ok;
     return truth(assertion.attr("is_ok")());
 }
 
