@@ -1,0 +1,68 @@
+# make run: the demonstration station.  make test: the test suite.  Both do all set-up themselves.
+#
+# PYTHON chooses the interpreter; the default is Debian's, because only that has wxPython.  Another one gets a virtual
+# environment of its own and takes wxPython from where pip is told to look (PIP_FIND_LINKS).
+
+SHELL := bash
+.SHELLFLAGS := -eu -o pipefail -c
+.DELETE_ON_ERROR:
+MAKEFLAGS += --no-builtin-rules --no-print-directory
+
+PYTHON := /usr/bin/python3
+DEBIAN_PYTHON := $(filter /usr/bin/python3,$(PYTHON))
+VENV := $(if $(DEBIAN_PYTHON),.venv,.venv-$(patsubst python%,%,$(notdir $(PYTHON))))
+BIN := $(VENV)/bin
+STAMPS := $(VENV)/stamps
+PIP := $(BIN)/pip --quiet --disable-pip-version-check --no-input
+PYTEST_ARGS :=
+
+MODULE_SOURCES := CMakeLists.txt pyproject.toml $(shell find ats -name '*.[ch]pp' -o -name '*.pyi' -o -name 'py.typed')
+COMPANION_SOURCES := companions/pyproject.toml companions/setup.py $(shell find companions -name '*.po')
+CPP := $(filter %.cpp %.hpp,$(MODULE_SOURCES))
+
+.PHONY: run test bench lint setup system clean
+
+run: setup
+	@tools/run-station $(BIN)/python
+
+test: setup $(STAMPS)/test
+	@tools/virtual-display $(BIN)/python -m pytest $(PYTEST_ARGS)
+
+bench: setup
+	@tools/virtual-display $(BIN)/python -m bench
+
+lint: setup $(STAMPS)/test
+	$(BIN)/ruff check .
+	@if command -v clang-format >/dev/null; then clang-format --dry-run --Werror $(CPP); \
+	else echo "clang-format is not installed: the layout of the C++ sources was not checked"; fi
+
+setup: $(STAMPS)/module $(STAMPS)/companions
+
+# Asked for each time: it answers at once when nothing is missing, and a package may have been removed.
+system:
+	@tools/system-packages station $(if $(DEBIAN_PYTHON),,wheel)
+
+$(VENV)/pyvenv.cfg: | system
+	python=$$(tools/find-python $(PYTHON)); \
+	"$$python" -m venv $(if $(DEBIAN_PYTHON),--system-site-packages) $(VENV)
+
+$(STAMPS)/packages: requirements/build.txt requirements/run.txt $(VENV)/pyvenv.cfg | system
+	$(PIP) install -r requirements/build.txt -r requirements/run.txt
+	$(if $(DEBIAN_PYTHON),,$(PIP) install --only-binary wxPython -r requirements/wxpython.txt)
+	mkdir -p $(STAMPS) && touch $@
+
+$(STAMPS)/test: requirements/test.txt $(STAMPS)/packages
+	$(PIP) install -r requirements/test.txt
+	touch $@
+
+# The build directory stays (pyproject.toml names it), so only what changed is compiled.
+$(STAMPS)/module: $(MODULE_SOURCES) $(STAMPS)/packages
+	$(PIP) install --no-build-isolation --no-deps -C cmake.define.QON_WARNINGS_AS_ERRORS=ON .
+	touch $@
+
+$(STAMPS)/companions: $(COMPANION_SOURCES) $(STAMPS)/packages
+	$(PIP) install --no-build-isolation --no-deps --editable companions
+	touch $@
+
+clean:
+	rm -rf build .venv .venv-* companions/build companions/src/*.egg-info
