@@ -15,6 +15,7 @@ BIN := $(VENV)/bin
 STAMPS := $(VENV)/stamps
 PIP := $(BIN)/pip --quiet --disable-pip-version-check --no-input
 PYTEST_ARGS :=
+BENCH_ARGS :=
 
 MODULE_SOURCES := CMakeLists.txt pyproject.toml $(shell find ats -name '*.[ch]pp' -o -name '*.pyi' -o -name 'py.typed')
 COMPANION_SOURCES := companions/pyproject.toml companions/setup.py $(shell find companions -name '*.po')
@@ -29,7 +30,7 @@ test: setup $(STAMPS)/test
 	@tools/virtual-display $(BIN)/python -m pytest $(PYTEST_ARGS)
 
 bench: setup
-	@tools/virtual-display $(BIN)/python -m bench
+	@tools/virtual-display $(BIN)/python bench/run.py $(BENCH_ARGS)
 
 lint: setup $(STAMPS)/test
 	$(BIN)/ruff check .
