@@ -43,6 +43,7 @@ def install_locale(app: wx.App) -> None:
 
     The locale object is kept by the application: wx goes back to English when it is destroyed.
     """
+    app.qon_locale = None  # wx crashes when an older locale object goes after a newer one came
     chinese = language() == CHINESE
     wx.Locale.AddCatalogLookupPathPrefix(str(LOCALE_DIR))
     silence = wx.LogNull()  # a system without the locale's data is no news for the operator

@@ -26,8 +26,10 @@ class Callback:
         """Call this function, too.  Subscribed twice it is called twice."""
         if not callable(listener):
             raise TypeError(f"A listener must be callable, not {listener!r}.")
-        with _exchange:
-            self._listeners += (listener,)
+        while True:
+            before = self._listeners
+            if self._exchanged(before, (*before, listener)):
+                return
 
     def unsubscribe(self, listener: Listener) -> bool:
         """Do not call this function any more; False when it was not subscribed.
@@ -36,13 +38,22 @@ class Callback:
         """
         while True:
             before = self._listeners
-            if listener not in before:  # comparing may run anybody's code: not under the lock
+            if listener not in before:
                 return False
             place = before.index(listener)
-            with _exchange:
-                if self._listeners is before:
-                    self._listeners = before[:place] + before[place + 1 :]
-                    return True
+            if self._exchanged(before, before[:place] + before[place + 1 :]):
+                return True
+
+    def _exchanged(self, before: tuple[Listener, ...], after: tuple[Listener, ...]) -> bool:
+        """Exchange the listeners unless another thread was faster.
+
+        Nothing is compared, made or dropped under the lock, so no foreign code and no collector runs there.
+        """
+        with _exchange:
+            if self._listeners is not before:
+                return False
+            self._listeners = after
+            return True
 
     def __call__(self, *args: Any, **kwargs: Any) -> None:
         """Call all listeners in the calling thread, then raise what they raised: one as it is, several as a group."""

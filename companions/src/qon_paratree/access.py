@@ -24,6 +24,7 @@ class Branch:
     """
 
     __slots__ = ("__weakref__", "_node")
+    _node: Node
 
     def __init__(self, node: Node) -> None:
         object.__setattr__(self, "_node", node)
@@ -89,6 +90,9 @@ class ParameterDirectory(Branch):
     """A directory tree of parameter workbooks, loaded as a whole."""
 
     __slots__ = ("_lock", "_path")
+    _node: DirectoryNode
+    _path: Path
+    _lock: threading.Lock
 
     def __init__(self, path: str | os.PathLike[str], root: DirectoryNode) -> None:
         super().__init__(root)

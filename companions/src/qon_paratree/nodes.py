@@ -170,7 +170,8 @@ class ParameterNode(Node):
         try:
             yield
         except BadValueError as error:
-            raise BadValueError(Fault(self.place(), fault.text) for fault in error.faults) from None
+            place = self.place()
+            raise error.placed(place.file, place.sheet) from None
 
 
 def _same(kind: str, one: Any, other: Any) -> bool:

@@ -1,6 +1,5 @@
 """Saves the tree: edits the workbooks in place, so that everything in them that is not a parameter stays."""
 
-import io
 import math
 from pathlib import Path
 
@@ -70,7 +69,7 @@ def _edited(book: WorkbookNode) -> bytes:
     if book.locked:
         raise WorkbookError(Fault(Place(str(book.file)), book.locked))
     source = FileSource(data, str(book.file))
-    edited = openpyxl.load_workbook(io.BytesIO(source.data), rich_text=True)
+    edited = source.editable()
     for sheet in book.children:
         if sheet.changed:
             table = _table(source, sheet)
@@ -115,7 +114,10 @@ def _put(node: ParameterNode, table: Table, sheet: openpyxl.worksheet.worksheet.
         try:
             writing.put(sheet.cell(table.rows[node.name], table.columns[field]), node.parameter, field)
         except BadValueError as error:
-            raise WorkbookError(Fault(node.place(), fault.text) for fault in error.faults) from None
+            raise error.placed(node.place().file) from None
+        except AttributeError:
+            text = f'the cell for "{field}" is part of merged cells; split them.'
+            raise WorkbookError(Fault(node.place(), text)) from None
 
 
 def _verify(book: WorkbookNode, data: bytes) -> None:

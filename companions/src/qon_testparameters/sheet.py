@@ -3,7 +3,7 @@
 from collections.abc import Iterable, Iterator
 from typing import Any
 
-from qon_companions.parameters import BadValueError, Fault, Parameter, Place
+from qon_companions.parameters import BadValueError, Parameter, Place
 
 
 class SheetParameters:
@@ -29,8 +29,7 @@ class SheetParameters:
         try:
             self.get_parameter(key).set_value(value)
         except BadValueError as error:
-            place = Place(self.file, self.name, variable=key)
-            raise BadValueError(Fault(place, fault.text) for fault in error.faults) from None
+            raise error.placed(self.file, self.name) from None
 
     @property
     def parameter_names(self) -> list[str]:

@@ -1,7 +1,8 @@
 """What is wrong with parameters, and exactly where."""
 
 from collections.abc import Iterable
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
+from typing import Self
 
 # A message box with more lines than this helps nobody; `ParameterError.faults` has all of them.
 SHOWN_FAULTS = 20
@@ -44,6 +45,13 @@ class ParameterError(Exception):
     def __init__(self, faults: Fault | Iterable[Fault]) -> None:
         self.faults: tuple[Fault, ...] = (faults,) if isinstance(faults, Fault) else tuple(faults)
         super().__init__(self._message())
+
+    def placed(self, file: str, sheet: str = "") -> Self:
+        """The same error for parameters of this file and sheet."""
+        return type(self)(
+            Fault(replace(fault.place, file=file, sheet=sheet or fault.place.sheet), fault.text)
+            for fault in self.faults
+        )
 
     def _message(self) -> str:
         lines = [str(fault) for fault in self.faults[:SHOWN_FAULTS]]

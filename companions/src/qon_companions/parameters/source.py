@@ -21,7 +21,7 @@ from .errors import Fault, Place, WorkbookError
 FORMULA, ERROR = "f", "e"
 MAX_ROWS = 1_048_576
 # A table's columns stand left; cells further right are somebody's notes.
-MAX_COLUMNS = 100
+MAX_COLUMNS = 50
 MAX_FILE_BYTES = 100_000_000
 MAX_UNPACKED_BYTES = 500_000_000
 _COMPOUND_FILE = b"\xd0\xcf\x11\xe0"
@@ -83,6 +83,11 @@ class FileSource:
             unpacked = sum(info.file_size for info in archive.infolist())
         if max(len(data) / MAX_FILE_BYTES, unpacked / MAX_UNPACKED_BYTES) > 1:
             raise self._fault(f"it is too large for parameters ({unpacked / 1e6:.0f} MB unpacked)")
+
+    def editable(self) -> Workbook:
+        """The whole workbook with its formats, to be changed and written again."""
+        with self._naming_faults():
+            return openpyxl.load_workbook(io.BytesIO(self.data), rich_text=True)
 
     def _naming_faults(self, sheet: str = "") -> contextlib.AbstractContextManager[None]:
         return _naming_faults(Place(self.label, sheet))
@@ -161,14 +166,24 @@ def _rows(book: Workbook, name: str) -> Iterator[Row]:
         raise ValueError("the sheet is a chart, not a table")
     if book.read_only:
         sheet.reset_dimensions()  # what the file claims of its size may be wrong
-        table = sheet.iter_rows(max_row=MAX_ROWS, max_col=MAX_COLUMNS)
+        table = sheet.iter_rows(max_row=MAX_ROWS + 1, max_col=MAX_COLUMNS)
     else:
         table = sheet.iter_rows()
     blank: tuple[Any, ...] = ()  # gaps between rows come as one and the same tuple, up to a million times
     for number, cells in enumerate(table, 1):
+        if number > MAX_ROWS:
+            raise ValueError("a row has a number that no workbook may have")
         if cells is blank:
             continue
         if any(cell.value is not None for cell in cells):
-            yield Row(number, tuple(Cell(cell.value, cell.data_type) for cell in cells))
+            yield Row(number, tuple(Cell(cell.value, cell.data_type) for cell in _trimmed(cells)))
         else:
             blank = cells
+
+
+def _trimmed(cells: tuple[Any, ...]) -> tuple[Any, ...]:
+    """The cells up to the last one that is not blank."""
+    end = len(cells)
+    while cells[end - 1].value is None:
+        end -= 1
+    return cells[:end]

@@ -10,6 +10,9 @@ from .parameter import Parameter
 from .source import ERROR, FORMULA, Cell, Row, Source
 
 COMMENT = "#"
+# Whoever points a station at a huge log of data by mistake gets an answer at once.
+MAX_FAULTS = 1_000
+MAX_PARAMETERS = 50_000
 
 
 @dataclass
@@ -44,6 +47,9 @@ class _Reader:
             if self._header is not None:
                 self._read_row(row, self._header)
             elif not self._read_header(row):
+                break
+            if len(self._table.faults) >= MAX_FAULTS or len(self._table.parameters) > MAX_PARAMETERS:
+                self._fault(f"reading stopped here: no station has a sheet like this ({row.number} rows).")
                 break
         if self._header is None:
             titles = ", ".join(f'"{title}"' for title in TITLES.values())

@@ -26,8 +26,13 @@ def write_workbook(path: str | os.PathLike[str], sheets: Mapping[str, Iterable[P
     """Write a new parameter workbook; an existing one is replaced, or kept whole when that fails."""
     book = openpyxl.Workbook()
     book.remove(book.active)
-    for name, parameters in sheets.items():
-        write_sheet(book.create_sheet(name), parameters)
+    try:
+        for name, parameters in sheets.items():
+            write_sheet(book.create_sheet(name), parameters)
+    except BadValueError as error:
+        raise error.placed(os.fspath(path)) from None
+    if not book.sheetnames:
+        raise ValueError(f"{os.fspath(path)}: a workbook needs at least one sheet.")
     write_atomically(path, workbook_bytes(book))
 
 
@@ -53,9 +58,11 @@ def put(cell: Any, parameter: Parameter, field: str) -> None:
         content = kinds.to_cell(kind, value)
         if isinstance(content, str) and len(content) > MAX_TEXT:
             raise ValueError(f"it is {len(content)} characters long; a workbook's cell takes {MAX_TEXT}")
+        if isinstance(content, str):
+            content.encode()
         cell.value = content
-    except IllegalCharacterError:
-        text = f"{kinds.shown(value)} has a control character, which a workbook cannot hold"
+    except (IllegalCharacterError, UnicodeEncodeError):
+        text = f"{value!r} has a character that a workbook cannot hold"
     except ValueError as error:
         text = str(error)
     else:

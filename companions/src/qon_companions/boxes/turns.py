@@ -1,0 +1,165 @@
+"""One box after the other: a box that is asked for while another one is open waits, unseen, for its turn.
+
+All of this runs in the GUI thread.  wx runs a modal dialog in an event loop of its own, so a second `ShowModal`
+stands above the first one on the stack, and the first cannot return before it.  Therefore whoever stands on top
+shows the boxes of all others in the order they were asked for; each call returns its own answer.
+"""
+
+import time
+from collections.abc import Callable
+
+import wx
+
+# A double tap on one box must not answer the next one.
+PAUSE_SECONDS = 0.3
+# A scanner's characters come closer together than this; a box must not cut its text in two.
+QUIET_SECONDS = 0.08
+_POLL_MS = 20
+
+_asked: list["TurnDialog"] = []
+_last_answer = 0.0
+
+
+class TurnDialog(wx.Dialog):
+    """A dialog whose `ShowModal` waits for its turn.  It outlives its parent: then it answers wx.ID_CANCEL."""
+
+    def __init__(self, parent: wx.Window | None, title: str, style: int = wx.DEFAULT_DIALOG_STYLE) -> None:
+        super().__init__(parent, title=title, style=style)
+        self._answer: int | None = None
+        self._on_screen = False
+        self._shelter: wx.Frame | None = None
+        self._parents = _line_of(parent)
+        for window in self._parents:
+            window.Bind(wx.EVT_WINDOW_DESTROY, self._on_parent_gone)
+
+    def ShowModal(self) -> int:
+        _asked.append(self)
+        self._answer = None
+        try:
+            while self._answer is None:
+                _wait(lambda: self._answer is not None or _way_is_free())
+                first = next((box for box in _asked if box._answer is None), self)
+                if self._answer is None:
+                    first._show()
+        finally:
+            _asked.remove(self)
+        return self._answer
+
+    def EndModal(self, answer: int) -> None:
+        global _last_answer
+        if self._answer is None:
+            self._answer = answer
+            _last_answer = time.monotonic()
+        if self.IsModal():
+            super().EndModal(answer)
+
+    def about_to_show(self) -> None:
+        """For subclasses: the box's turn has come; `others_waiting` is right now."""
+
+    def others_waiting(self) -> list[str]:
+        """Titles of the boxes that were answered and go on when this one is answered too."""
+        return [box.GetTitle() for box in _asked if box is not self and box._answer is not None]
+
+    def Destroy(self) -> bool:
+        for window in self._parents:
+            if window:
+                window.Unbind(wx.EVT_WINDOW_DESTROY, handler=self._on_parent_gone)
+        if self._shelter:
+            return bool(self._shelter.Destroy())
+        return bool(super().Destroy())
+
+    def _show(self) -> None:
+        self._on_screen = True
+        try:
+            self.about_to_show()
+            answer = super().ShowModal()
+        finally:
+            self._on_screen = False
+        if self._answer is None:  # the loop was broken off, nobody answered
+            self._answer = answer or wx.ID_CANCEL
+        if self._shelter:
+            wx.CallAfter(_exit_without_windows)
+
+    def _on_parent_gone(self, event: wx.WindowDestroyEvent) -> None:
+        """Leave the parent before it takes this dialog along: a modal loop is running in it, or will be."""
+        event.Skip()
+        gone = event.GetWindow().GetId()
+        if self and not self._shelter and any(window.GetId() == gone for window in self._parents if window):
+            self._parents = []
+            self._shelter = wx.Frame(None, style=wx.FRAME_NO_TASKBAR)
+            self.Reparent(self._shelter)
+            self.EndModal(wx.ID_CANCEL)
+
+
+def station_window() -> wx.Window | None:
+    """The window that a box without a parent of its own belongs to: a modal dialog in use, else the main window."""
+    windows = [window for window in wx.GetTopLevelWindows() if window.IsShown() and not window.IsBeingDeleted()]
+    modal = [window for window in windows if isinstance(window, wx.Dialog) and window.IsModal()]
+    for window in (*reversed(modal), wx.GetApp().GetTopWindow(), wx.GetActiveWindow(), *windows):
+        if window in windows and not isinstance(window, TurnDialog):
+            return window
+    return None
+
+
+def _way_is_free() -> bool:
+    if any(box and box._on_screen and box._answer is None for box in _asked):
+        return False
+    since_answer = time.monotonic() - _last_answer
+    typing = any(
+        isinstance(window, wx.TextEntryDialog) and window.IsModal() for window in wx.GetTopLevelWindows()
+    )
+    return since_answer >= PAUSE_SECONDS and not typing
+
+
+def _wait(ready: Callable[[], bool]) -> None:
+    """Run the event loop until ready, and until the scanner is quiet.
+
+    The loop that is active already is turned on: leaving one of our own would have to end it, and ending loops is
+    what other dialogs do meanwhile.
+    """
+    loop = wx.EventLoopBase.GetActive()
+    activator = None
+    if loop is None:
+        loop = wx.GUIEventLoop()
+        activator = wx.EventLoopActivator(loop)
+    keyboard = _Keyboard()
+    while not (ready() and keyboard.quiet()):
+        if loop.DispatchTimeout(_POLL_MS) < 0:
+            loop.ProcessIdle()
+        wx.GetApp().ProcessPendingEvents()
+    del activator
+
+
+class _Keyboard:
+    """Notices that a text is being typed in the control that has the focus."""
+
+    def __init__(self) -> None:
+        self._text = self._typed()
+        self._since = time.monotonic()
+
+    def quiet(self) -> bool:
+        text = self._typed()
+        if text != self._text:
+            self._text, self._since = text, time.monotonic()
+        return not text or time.monotonic() - self._since >= QUIET_SECONDS
+
+    def _typed(self) -> str:
+        control = wx.Window.FindFocus()
+        if isinstance(control, wx.TextCtrl) and control.IsEditable():
+            return str(control.GetValue())
+        return ""
+
+
+def _line_of(window: wx.Window | None) -> list[wx.Window]:
+    line = []
+    while window is not None:
+        line.append(window)
+        window = None if window.IsTopLevel() else window.GetParent()
+    return line
+
+
+def _exit_without_windows() -> None:
+    """A main window that went while a box was open could not end the main loop."""
+    app = wx.GetApp()
+    if app and app.GetExitOnFrameDelete() and not any(w.IsShown() for w in wx.GetTopLevelWindows()):
+        app.ExitMainLoop()
