@@ -1,0 +1,168 @@
+"""The layout of one test cell: all its widgets, and its handlers bound by name.
+
+Mixed with the engine's class, which owns the plain names; everything private here begins with `_ui_`.
+"""
+
+from __future__ import annotations
+
+import wx
+from qon_companions.i18n import _
+
+from qon_atsui import palette, questions
+from qon_atsui.band import VerdictBand
+from qon_atsui.cell_face import EDGE, SMALLEST, CellFace, Parts
+from qon_atsui.cell_pages import CellPages
+from qon_atsui.cell_parts import Head, Totals, abort_button, details_button, start_button
+from qon_atsui.details import DetailsWindow
+from qon_atsui.handlers import bind, relay
+from qon_atsui.serial_entry import SerialEntry
+from qon_atsui.signs import PAUSE, Signs
+from qon_atsui.timers import OneShotTimer
+
+
+class Cell(wx.Panel):
+    """Creates the `ui_*` widgets of a cell; behaviour is the business of the class mixed with it."""
+
+    def __init__(self, parent: wx.Window) -> None:
+        wx.Panel.__init__(self, parent, style=wx.TAB_TRAVERSAL | wx.CLIP_CHILDREN | wx.BORDER_NONE)
+        self.SetBackgroundStyle(wx.BG_STYLE_PAINT)
+        self.SetMinSize(self.FromDIP(wx.Size(*SMALLEST)))
+        self._ui_signs = Signs(self._ui_signs_changed)
+        self._ui_details: DetailsWindow | None = None
+        self._ui_has_keyboard = False
+        self._ui_create()
+        self._ui_bind()
+        questions.watch(self)
+
+    def _ui_create(self) -> None:
+        """Widgets in the order of the Tab key."""
+        self._ui_head = Head(self)
+        self.ui_cell_name = self._ui_head.name
+        self.ui_elapse_time = self._ui_head.elapsed
+        self.ui_gauge = self._ui_head.gauge
+        self.ui_prompt = VerdictBand(self, self._ui_signs)
+        self.ui_serial_number = SerialEntry(self)
+        self.ui_serial_number.SetHint(_("Serial number"))
+        self.ui_serial_number.SetToolTip(_("Serial number of the next unit; Enter starts its test"))
+        self.ui_start = start_button(self)
+        self.ui_abort = abort_button(self)
+        self._ui_details_button = details_button(self)
+        self._ui_pages = CellPages(self)
+        self.ui_view_notebook = self._ui_pages
+        self.ui_assertions = self._ui_pages.items
+        self.ui_history_grid = self._ui_pages.history
+        self.ui_test_logger = self._ui_pages.log
+        self._ui_totals = Totals(self)
+        self.ui_ok_count = self._ui_totals.ok.value
+        self.ui_ng_count = self._ui_totals.ng.value
+        self.ui_ok_percent = self._ui_totals.share.value
+        self.ui_refresh_timer = OneShotTimer(self, "on_refresh_timer_event")
+        self.ui_blink_timer = OneShotTimer(self, "on_blink_timer_event")
+        parts = Parts(
+            self._ui_head,
+            self.ui_prompt,
+            self.ui_serial_number,
+            self.ui_start,
+            self.ui_abort,
+            self._ui_details_button,
+            self._ui_pages,
+            self._ui_totals,
+        )
+        self._ui_face = CellFace(self, parts)
+
+    def _ui_bind(self) -> None:
+        start = relay(self, "on_start_cell_test")
+        self.ui_start.Bind(wx.EVT_BUTTON, start)
+        self.ui_serial_number.Bind(
+            wx.EVT_TEXT_ENTER, lambda event: None if self.ui_serial_number.is_echo() else start(event)
+        )
+        bind(self, self.ui_abort, wx.EVT_BUTTON, "on_abort_cell_test")
+        bind(self, self._ui_pages.browse, wx.EVT_BUTTON, "on_browse_script")
+        self.ui_start.changed = self._ui_start_changed
+        self.ui_serial_number.after_typing = self.ui_start
+        self.ui_serial_number.changed = self._ui_serial_changed
+        self.ui_serial_number.switched = self._ui_entry_switched
+        self.ui_gauge.changed = self._ui_progress
+        self._ui_details_button.Bind(wx.EVT_BUTTON, self._ui_open_details)
+        for window in (self.ui_prompt, *self._ui_head.windows()):
+            window.Bind(wx.EVT_LEFT_UP, self._ui_open_details)
+        self.Bind(wx.EVT_SIZE, self._ui_on_size)
+        self.Bind(wx.EVT_PAINT, self._ui_on_paint)
+        self.Bind(wx.EVT_CHILD_FOCUS, self._ui_on_child_focus)
+
+    # What the product tells, passed on to the band.
+
+    def _ui_signs_changed(self) -> None:
+        self.ui_prompt.Refresh()
+        busy = self._ui_signs.told.busy
+        if busy != self.ui_abort.IsThisEnabled():
+            self.ui_abort.Enable(busy)
+
+    def _ui_start_changed(self, label: str) -> None:
+        self._ui_signs.start_label(label)
+        self.ui_start.stand_out(label != PAUSE)
+
+    def _ui_entry_switched(self, enabled: bool) -> None:
+        self._ui_signs.entry_enabled(enabled, self._ui_pages.last_result())
+        if not enabled:
+            self._ui_head.serial.SetValue(self.ui_serial_number.GetValue())
+
+    def _ui_serial_changed(self, text: str) -> None:
+        if not self.ui_serial_number.IsThisEnabled():
+            self._ui_head.serial.SetValue(text)
+
+    def _ui_progress(self, percent: int) -> None:
+        self._ui_head.percent.SetValue(f"{percent} %")
+        self.ui_prompt.show_progress(percent / 100)
+
+    def _ui_title(self) -> str:
+        return self.ui_cell_name.GetValue()
+
+    def _ui_questions(self, count: int) -> None:
+        self._ui_signs.question(count)
+        self.ui_prompt.Update()
+
+    # Size and looks.
+
+    def _ui_on_size(self, event: wx.SizeEvent) -> None:
+        event.Skip()
+        if self._ui_face.arrange() and self._ui_face.has_pages:
+            self._ui_close_details()
+        self._ui_pages.Show(self._ui_face.has_pages or self._ui_details is not None)
+        self.Refresh()
+
+    def _ui_on_paint(self, _event: wx.PaintEvent) -> None:
+        """A card; its frame tells which cell has the keyboard."""
+        dc = wx.AutoBufferedPaintDC(self)
+        dc.SetBackground(wx.Brush(palette.CANVAS))
+        dc.Clear()
+        dc.SetBrush(wx.Brush(palette.SURFACE))
+        focused = self._ui_has_keyboard
+        dc.SetPen(wx.Pen(palette.ACCENT if focused else palette.LINE, 2 if focused else 1))
+        width, height = self.GetClientSize()
+        dc.DrawRoundedRectangle(EDGE // 2, EDGE // 2, width - EDGE, height - EDGE, 5)
+
+    def _ui_on_child_focus(self, event: wx.ChildFocusEvent) -> None:
+        event.Skip()
+        for cell in self.GetParent().GetChildren():
+            if isinstance(cell, Cell) and cell._ui_has_keyboard != (cell is self):
+                cell._ui_has_keyboard = cell is self
+                cell.Refresh()
+
+    # Details, where the notebook has no room.
+
+    def _ui_open_details(self, event: wx.Event) -> None:
+        event.Skip()
+        if self._ui_face.has_pages:
+            return
+        if self._ui_details is None:
+            self._ui_details = DetailsWindow(self, self._ui_pages, self._ui_title())
+        else:
+            self._ui_details.Raise()
+
+    def _ui_close_details(self) -> None:
+        details, self._ui_details = self._ui_details, None
+        if details is not None:
+            details.give_back()
+            self._ui_pages.Show(self._ui_face.has_pages)
+            self._ui_face.arrange(again=True)

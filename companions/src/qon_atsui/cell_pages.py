@@ -1,0 +1,53 @@
+"""The notebook of a cell: items, history, log (the product adds the debug shell)."""
+
+from __future__ import annotations
+
+import wx
+from qon_companions.i18n import _
+
+from qon_atsui import palette, sizing
+from qon_atsui.log_view import LogView
+from qon_atsui.record_grid import RecordGrid
+
+
+class CellPages(wx.Notebook):
+    """Lives in the cell when there is room, otherwise in the cell's details window."""
+
+    def __init__(self, parent: wx.Window) -> None:
+        super().__init__(parent)
+        self.items = RecordGrid(self)
+        self.history = RecordGrid(
+            self,
+            [
+                (_("Start time"), 155),
+                (_("End time"), 155),
+                (_("Serial number"), 125),
+                (_("Result"), 110),
+                (_("Description"), 140),
+            ],
+        )
+        self.log_page = wx.Panel(self)
+        self.log = LogView(self.log_page)
+        self.browse = wx.Button(self.log_page, label=_("Choose &script\u2026"), style=wx.BU_EXACTFIT)
+        self.browse.SetToolTip(_("Choose the test script of this cell, where the application offers it"))
+        column = wx.BoxSizer(wx.VERTICAL)
+        column.Add(self.log, 1, wx.EXPAND)
+        column.Add(self.browse, 0, wx.ALIGN_RIGHT | wx.ALL, 3)
+        self.log_page.SetSizer(column)
+        self.log_page.SetBackgroundColour(palette.SURFACE)
+        self.AddPage(self.items, _("Items"))
+        self.AddPage(self.history, _("History"))
+        self.AddPage(self.log_page, _("Log"))
+
+    def use_points(self, points: float) -> None:
+        """Size of the texts on all pages."""
+        self.items.use_points(points)
+        self.history.use_points(points)
+        self.log.use_points(points)
+        self.browse.SetFont(sizing.font(points))
+        self.log_page.Layout()
+
+    def last_result(self) -> str:
+        """The history's word for the test that ended last."""
+        row = self.history.GetNumberRows() - 1
+        return self.history.GetCellValue(row, 3) if row >= 0 else ""

@@ -1,0 +1,54 @@
+"""The layout of the main frame: menus, tool bar, the cells' panel, totals, status bar, timers."""
+
+from __future__ import annotations
+
+import wx
+
+from qon_atsui import palette
+from qon_atsui.commands import CommandBars
+from qon_atsui.handlers import relay
+from qon_atsui.icons import window_icon
+from qon_atsui.serial_entry import next_entry
+from qon_atsui.timers import OneShotTimer
+from qon_atsui.totals import TotalsPanel
+
+_FIRST_SIZE = (1180, 820)  # DIP, before it is maximised
+_SMALLEST = (640, 480)
+
+
+class Frame(wx.Frame):
+    """Creates the frame's `ui_*` widgets and binds its `on_*` handlers; the product fills in the cells."""
+
+    def __init__(self, parent: wx.Window | None = None) -> None:
+        wx.Frame.__init__(self, parent, size=wx.Size(*_FIRST_SIZE))
+        self.SetMinSize(self.FromDIP(wx.Size(*_SMALLEST)))
+        self.SetBackgroundColour(palette.CANVAS)
+        self.SetIcon(window_icon())
+        bars = CommandBars(self)
+        self.ui_toolbar = bars.tool_bar
+        self.ui_in_debug_mode = bars.menu_items["on_change_debug_mode"]
+        self.CreateStatusBar()
+        self._ui_create()
+        self.ui_initializer_trigger = OneShotTimer(self, "on_trigger_initializer")
+        self.ui_ticker_timer = OneShotTimer(self, "on_ticker_timer_event")
+        self.Bind(wx.EVT_CLOSE, relay(self, "on_close_app", otherwise=wx.Event.Skip))
+
+    def _ui_create(self) -> None:
+        self.ui_cell_panel = wx.ScrolledWindow(self)
+        self.ui_cell_panel.SetScrollRate(10, 10)  # bars appear only when the cells' smallest sizes do not fit
+        self.ui_cell_panel.SetBackgroundColour(palette.CANVAS)
+        totals = TotalsPanel(self)
+        self.ui_statistics_panel = totals
+        self.ui_ok_count, self.ui_ok_count_label = totals.ok, totals.ok_label
+        self.ui_ng_count, self.ui_ng_count_label = totals.ng, totals.ng_label
+        self.ui_ok_percent = totals.share
+        column = wx.BoxSizer(wx.VERTICAL)
+        column.Add(self.ui_cell_panel, 1, wx.EXPAND | wx.ALL, 2)
+        column.Add(totals, 0, wx.EXPAND)
+        self.SetSizer(column)
+
+    def _ui_next_cell(self, _event: wx.CommandEvent) -> None:
+        next_entry(self)
+
+    def _ui_exit(self, _event: wx.CommandEvent) -> None:
+        self.Close()

@@ -1,0 +1,87 @@
+"""The nine figures of one test item, with a place below them for the plot."""
+
+from __future__ import annotations
+
+import wx
+from qon_companions.i18n import _
+
+from qon_atsui import palette, sizing
+from qon_atsui.fields import caption
+
+Figure = tuple[str, str, str]  # field, caption, what it is
+
+
+def _counts() -> tuple[Figure, ...]:
+    return (
+        ("ok_count", "OK", _("How many of the listed values are OK")),
+        ("ng_count", "NG", _("How many of the listed values are NG")),
+        ("yield", _("Yield"), _("Share of OK among the judged values")),
+    )
+
+
+def _values() -> tuple[Figure, ...]:
+    return (
+        ("min", _("Minimum"), _("Smallest value")),
+        ("max", _("Maximum"), _("Largest value")),
+        ("middle", _("Middle"), _("Middle of the sorted values; of an even number the upper of the two")),
+        ("average", _("Average"), _("Arithmetic mean")),
+        ("std_deviation", _("Std. deviation"), _("Standard deviation of all listed values (divided by n)")),
+        ("variance", _("Variance"), _("Variance of all listed values (divided by n)")),
+    )
+
+
+class FigureField(wx.TextCtrl):
+    """A read-only number that can be copied; its tool tip shows it whole."""
+
+    def __init__(self, parent: wx.Window, hint: str) -> None:
+        super().__init__(parent, style=wx.TE_READONLY)
+        self._hint = hint
+        self.SetFont(sizing.font(10.0, bold=True))
+        self.SetMinSize(wx.Size(self.FromDIP(70), -1))
+        self.SetToolTip(hint)
+
+    def SetValue(self, value: str) -> None:
+        super().SetValue(value)
+        self.SetToolTip(f"{value}\n{self._hint}" if value else self._hint)
+
+
+class ItemFigures(wx.Panel):
+    """The fields by name in `fields`; the product adds its plot to `column`."""
+
+    def __init__(self, parent: wx.Window) -> None:
+        super().__init__(parent)
+        self.SetBackgroundColour(palette.SURFACE)
+        self.fields: dict[str, FigureField] = {}
+        self.column = wx.BoxSizer(wx.VERTICAL)
+        self.column.Add(self._table(_counts(), 3), 0, wx.EXPAND | wx.LEFT | wx.RIGHT | wx.TOP, 8)
+        self.column.Add(self._table(_values(), 2), 0, wx.EXPAND | wx.ALL, 8)
+        self.SetSizer(self.column)
+
+    def _table(self, figures: tuple[Figure, ...], columns: int) -> wx.FlexGridSizer:
+        table = wx.FlexGridSizer(2 * columns, 6, 8)
+        for column in range(columns):
+            table.AddGrowableCol(2 * column + 1, 1)
+        for name, title, hint in figures:
+            self.fields[name] = FigureField(self, hint)
+            table.Add(caption(self, title), 0, wx.ALIGN_CENTRE_VERTICAL | wx.ALIGN_RIGHT)
+            table.Add(self.fields[name], 1, wx.EXPAND)
+        return table
+
+
+def figures_guide(parent: wx.Window) -> wx.Panel:
+    """A page that says what each figure means and where it comes from."""
+    panel = wx.Panel(parent)
+    panel.SetBackgroundColour(palette.SURFACE)
+    table = wx.FlexGridSizer(2, 8, 14)
+    for _name, title, meaning in (*_counts(), *_values()):
+        label = wx.StaticText(panel, label=title)
+        label.SetFont(sizing.font(10.0, bold=True))
+        table.Add(label)
+        table.Add(wx.StaticText(panel, label=meaning))
+    note = _("Select a unit, then one of its items: the figures cover that item in all listed units.")
+    head = wx.StaticText(panel, label=note)
+    column = wx.BoxSizer(wx.VERTICAL)
+    column.Add(head, 0, wx.EXPAND | wx.ALL, 12)
+    column.Add(table, 0, wx.LEFT | wx.RIGHT, 12)
+    panel.SetSizer(column)
+    return panel

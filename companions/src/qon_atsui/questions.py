@@ -1,0 +1,90 @@
+"""Which cell waits for an answer: modal boxes that belong to a cell are noticed while they are open."""
+
+from __future__ import annotations
+
+import logging
+import weakref
+from typing import Protocol
+
+import wx
+
+log = logging.getLogger(__name__)
+
+
+class Host(Protocol):
+    """A cell: knows its name and is told how many boxes are open for it."""
+
+    def _ui_title(self) -> str: ...
+
+    def _ui_questions(self, count: int) -> None: ...
+
+
+class QuestionHook(wx.ModalDialogHook):
+    """Hears of every modal box; a box belongs to the cell it hangs on or whose name it carries."""
+
+    def __init__(self) -> None:
+        super().__init__()
+        self.hosts: weakref.WeakSet[wx.Window] = weakref.WeakSet()
+        self._open: list[tuple[wx.Dialog, weakref.ref[wx.Window]]] = []
+
+    def Enter(self, dialog: wx.Dialog) -> int:
+        try:
+            host = self._host(dialog)
+            if host is not None:
+                self._open.append((dialog, weakref.ref(host)))
+                dialog.Bind(wx.EVT_WINDOW_DESTROY, self._on_destroy)
+                place_over(dialog, host)
+                self._tell(host)
+        except Exception:  # a box must open, whatever goes wrong here
+            log.exception("A question was not noticed.")
+        return int(wx.ID_NONE)
+
+    def Exit(self, dialog: wx.Dialog) -> None:
+        self._forget(dialog)
+
+    def _on_destroy(self, event: wx.WindowDestroyEvent) -> None:
+        """A box that another hook kept from opening never reaches `Exit`."""
+        event.Skip()
+        self._forget(event.GetWindow())
+
+    def _forget(self, dialog: wx.Window) -> None:
+        for entry in [entry for entry in self._open if entry[0] is dialog or not entry[0]]:
+            self._open.remove(entry)
+            host = entry[1]()
+            if host:
+                self._tell(host)
+
+    def _tell(self, host: wx.Window) -> None:
+        host._ui_questions(sum(1 for _dialog, reference in self._open if reference() is host))
+
+    def _host(self, dialog: wx.Dialog) -> wx.Window | None:
+        window = dialog.GetParent()
+        while window is not None and window not in self.hosts:
+            window = window.GetParent()
+        if window is not None:
+            return window
+        title = dialog.GetTitle()
+        return next((host for host in self.hosts if host and title and host._ui_title() == title), None)
+
+
+_hook: QuestionHook | None = None
+
+
+def watch(cell: wx.Window) -> None:
+    """From now on the cell hears of its questions."""
+    global _hook
+    if _hook is None:
+        _hook = QuestionHook()
+        _hook.Register()
+    _hook.hosts.add(cell)
+
+
+def place_over(dialog: wx.Dialog, host: wx.Window) -> None:
+    """Centre the box over the cell that asks, inside the screen."""
+    if isinstance(dialog, (wx.FileDialog, wx.MessageDialog)) or not host.IsShownOnScreen():
+        return  # the desktop places its own boxes
+    screen = wx.Display(max(0, wx.Display.GetFromWindow(host))).GetClientArea()
+    box, cell = dialog.GetSize(), host.GetScreenRect()
+    x = min(max(cell.x + (cell.width - box.width) // 2, screen.x), screen.GetRight() - box.width)
+    y = min(max(cell.y + (cell.height - box.height) // 2, screen.y), screen.GetBottom() - box.height)
+    dialog.SetPosition(wx.Point(x, y))

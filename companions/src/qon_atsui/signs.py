@@ -1,0 +1,146 @@
+"""What the operator reads in a cell: the state, concluded from what the product told the widgets.
+
+The product tells its widgets texts and colours, never a state.  `Signs` collects what was told, `read`
+turns it into one `Face`: glyph, word, text and shade.  Nothing here needs a window.
+"""
+
+from __future__ import annotations
+
+from collections.abc import Callable
+from dataclasses import dataclass, field, replace
+
+from qon_companions.i18n import _
+
+from qon_atsui import palette
+from qon_atsui.palette import Shade
+
+# The product's own words on the prompt and on the start button.
+RUNNING = "Running"
+PAUSE = "Pause"
+RESUME = "Resume"
+_BUSY_LABELS = (PAUSE, RESUME)
+_BLINK = ("yellow", "gray")
+
+
+@dataclass(frozen=True)
+class Face:
+    """What the band shows. `lead` says which of word and text is the large one."""
+
+    state: str
+    glyph: str
+    word: str
+    text: str
+    shade: Shade
+    lead: str = "word"
+
+
+@dataclass(frozen=True)
+class Told:
+    """The product's words so far."""
+
+    text: str = ""
+    colour: str = "white"
+    busy: bool = False
+    paused: bool = False
+    asking: bool = False
+    verdict: str = ""
+    phase: bool = False
+
+
+def _same(text: str, *words: str) -> bool:
+    return text.strip().casefold() in {word.casefold() for word in words}
+
+
+def _asking(told: Told) -> Face:
+    text = "" if _same(told.text, RUNNING) else told.text
+    shade = palette.YELLOW if told.phase else palette.YELLOW_DIM
+    return Face("waiting", "question", _("WAITING"), text, shade)
+
+
+def _busy(told: Told) -> Face:
+    text = "" if _same(told.text, RUNNING) else told.text
+    if told.paused:
+        shade = palette.GRAY if told.phase else palette.GRAY_DIM
+        return Face("paused", "pause", _("PAUSED"), text, shade)
+    shade = palette.SLATE if told.phase else palette.SLATE_DIM
+    if told.colour not in (*_BLINK, "white"):
+        shade = palette.shade_of(told.colour)  # a script's own colour, until the next blink
+    return Face("testing", "progress", _("TESTING"), text, shade, "text" if text else "word")
+
+
+def _ended(told: Told) -> Face | None:
+    if told.colour == "green":
+        word = told.verdict or "OK"
+        return Face("ok", "tick", word, "" if _same(told.text, word, "OK") else told.text, palette.GREEN)
+    if told.colour == "red":
+        word = told.verdict or "NG"
+        return Face("ng", "cross", word, "" if _same(told.text, word, "NG") else told.text, palette.RED)
+    if told.colour == "cyan":
+        verdict = told.verdict or told.text
+        if _same(verdict, "Exception Aborted"):
+            state, word, plain = "exception", _("EXCEPTION"), _same(told.text, verdict) and word_is_english()
+        else:
+            state, word, plain = "aborted", _("ABORTED"), _same(told.text, "Aborted") and word_is_english()
+        return Face(state, "warning", word, "" if plain else told.text, palette.CYAN)
+    return None
+
+
+def word_is_english() -> bool:
+    """In another language the product's own English word is shown below ours."""
+    return _("ABORTED") == "ABORTED"
+
+
+def read(told: Told) -> Face:
+    """The face for what was told; the most urgent state wins."""
+    if told.asking:
+        return _asking(told)
+    if told.busy:
+        return _busy(told)
+    ended = _ended(told)
+    if ended is not None:
+        return ended
+    if told.colour == "yellow":  # the application wants something done before the next unit
+        return Face(
+            "waiting", "question", _("WAITING"), told.text, palette.YELLOW, "text" if told.text else "word"
+        )
+    shade = palette.NEUTRAL if told.colour in ("white", "gray") else palette.shade_of(told.colour)
+    text = told.text or _("Scan or type the serial number, then Enter")
+    return Face("ready", "dot", _("READY"), text, shade, "text" if told.text else "word")
+
+
+@dataclass
+class Signs:
+    """Collects what the product tells a cell's widgets; `changed` is called after each change."""
+
+    changed: Callable[[], None]
+    told: Told = field(default_factory=Told)
+    entry_disabled: bool = False
+
+    def _update(self, **changes: object) -> None:
+        told = replace(self.told, **changes)  # type: ignore[arg-type]
+        if told != self.told:
+            self.told = told
+            self.changed()
+
+    def prompt_text(self, text: str) -> None:
+        self._update(text=text)
+
+    def prompt_colour(self, name: str) -> None:
+        """A blinking colour while the entry is disabled: a test runs.  Each call is one beat."""
+        busy = self.told.busy or (self.entry_disabled and name in _BLINK)
+        self._update(colour=name, busy=busy, phase=not self.told.phase if busy else True)
+
+    def start_label(self, label: str) -> None:
+        busy = self.told.busy or (self.entry_disabled and label in _BUSY_LABELS)
+        self._update(busy=busy, paused=label == RESUME)
+
+    def entry_enabled(self, enabled: bool, verdict: str = "") -> None:
+        """The entry is disabled for the length of a test; `verdict` is the history's word for its end."""
+        self.entry_disabled = not enabled
+        if enabled and self.told.busy:
+            self._update(busy=False, paused=False, verdict=verdict)
+        elif not enabled:
+            self._update(verdict="")
+
+    def question(self, open_boxes: int) -> None:
+        self._update(asking=open_boxes > 0)
