@@ -2,16 +2,36 @@
 #include "engine/assertion_queue.hpp"
 
 #include "engine/engine.hpp"
+#include "module/errors.hpp"
 #include "module/fields.hpp"
 #include "module/imports.hpp"
+#include "records/native_type.hpp"
 
 namespace ats {
 namespace {
 
-PyObject* queue_class = nullptr;
-PyObject* zero = nullptr;
+// The fields of a queue.Queue that a put needs, held natively; the class offers them as the usual attributes, so
+// that the inherited methods, and users, read and write the same.
+struct QueueParts {
+    PyObject_HEAD
+    PyObject* items;      // `queue`
+    PyObject* mutex;
+    PyObject* not_empty;  // condition
+    PyObject* waiters;    // of that condition; null where it has no such list
+    PyObject* max_size;
+    PyObject* is_shut_down;
+    Py_ssize_t unfinished_tasks;
+    PyObject* dict;
+    PyObject* weakrefs;
 
-PyObject* entry(PyObject* dict, PyObject* key) { return PyDict_GetItem(dict, key); }
+    static constexpr PyObject* QueueParts::*kReferences[] = {
+        &QueueParts::items,   &QueueParts::mutex,    &QueueParts::not_empty,
+        &QueueParts::waiters, &QueueParts::max_size, &QueueParts::is_shut_down};
+};
+
+PyTypeObject* queue_class = nullptr;
+
+QueueParts* parts(nb::handle queue) { return reinterpret_cast<QueueParts*>(queue.ptr()); }
 
 bool is_locked(PyObject* mutex) {
     const nb::object answer = nb::steal(PyObject_CallMethodNoArgs(mutex, name<"locked">()));
@@ -19,63 +39,85 @@ bool is_locked(PyObject* mutex) {
     return answer.ptr() != Py_False;
 }
 
+bool is_unbounded(const QueueParts* queue) {
+    return queue->max_size && PyLong_CheckExact(queue->max_size) && PyLong_AsLong(queue->max_size) == 0;
+}
+
 // Does what Queue.put does between taking and releasing its lock.  The interpreter lock stands in for it: with
 // the mutex free no thread is inside the queue, and nothing here lets another one run.  Returns false, having
 // done nothing, where a waiting consumer must be woken or anything is not as a plain queue has it.
-bool put_directly(PyObject* dict, PyObject* item) {
-    PyObject* mutex = entry(dict, name<"mutex">());
-    PyObject* items = entry(dict, name<"queue">());
-    PyObject* not_empty = entry(dict, name<"not_empty">());
-    PyObject* tasks = entry(dict, name<"unfinished_tasks">());
-    if (!mutex || !items || !not_empty || !tasks || entry(dict, name<"maxsize">()) != zero) return false;
-    PyObject* shut_down = entry(dict, name<"is_shutdown">());
-    if (shut_down && shut_down != Py_False) return false;
-    PyObject* condition = instance_dict(not_empty);
-    PyObject* waiters = condition ? entry(condition, name<"_waiters">()) : nullptr;
-    if (!waiters || PyObject_Size(waiters) != 0 || !PyLong_CheckExact(tasks) || is_locked(mutex)) return false;
-    const nb::object count = nb::steal(PyLong_FromSsize_t(PyLong_AsSsize_t(tasks) + 1));
-    const nb::object done = nb::steal(PyObject_CallMethodOneArg(items, name<"append">(), item));
-    if (!done.is_valid() || !count.is_valid() ||
-        PyDict_SetItem(dict, name<"unfinished_tasks">(), count.ptr()) < 0)
-        throw nb::python_error();
+bool put_directly(QueueParts* queue, PyObject* item) {
+    if (!queue->waiters || !queue->mutex || !queue->items || !is_unbounded(queue)) return false;
+    if (queue->is_shut_down && queue->is_shut_down != Py_False) return false;
+    if (PyObject_Size(queue->waiters) != 0 || is_locked(queue->mutex)) return false;
+    const nb::object done = nb::steal(PyObject_CallMethodOneArg(queue->items, name<"append">(), item));
+    if (!done.is_valid()) throw nb::python_error();
+    ++queue->unfinished_tasks;
     return true;
 }
 
-void put_as_queue(nb::handle self, nb::handle item, nb::handle block, nb::handle timeout) {
-    python_module<"queue">().attr("Queue").attr("put")(self, item, block, timeout);
-}
-
 nb::object put_method(nb::handle self, const Arguments& args) {
-    PyObject* dict = instance_dict(self);
-    if (Py_TYPE(self.ptr()) != reinterpret_cast<PyTypeObject*>(queue_class) || !dict ||
-        !put_directly(dict, args[0].ptr()))
-        put_as_queue(self, args[0], args[1], args[2]);
+    if (Py_TYPE(self.ptr()) != queue_class || !put_directly(parts(self), args[0].ptr()))
+        python_module<"queue">().attr("Queue").attr("put")(self, args[0], args[1], args[2]);
     return nb::none();
 }
 
-constexpr Member kMembers[] = {
+template <PyObject* QueueParts::*part>
+nb::object get(nb::handle self, const Arguments&) {
+    return read(parts(self)->*part);
+}
+
+template <PyObject* QueueParts::*part>
+nb::object set(nb::handle self, const Arguments& args) {
+    assign(parts(self)->*part, args[0]);
+    return nb::none();
+}
+
+nb::object set_not_empty(nb::handle self, const Arguments& args) {
+    assign(parts(self)->not_empty, args[0]);
+    const nb::object waiters = nb::getattr(args[0], "_waiters", nb::handle());
+    Py_CLEAR(parts(self)->waiters);
+    if (waiters.is_valid()) parts(self)->waiters = Py_NewRef(waiters.ptr());
+    return nb::none();
+}
+
+nb::object unfinished_tasks(nb::handle self, const Arguments&) { return nb::int_(parts(self)->unfinished_tasks); }
+
+nb::object set_unfinished_tasks(nb::handle self, const Arguments& args) {
+    parts(self)->unfinished_tasks = nb::cast<Py_ssize_t>(args[0]);
+    return nb::none();
+}
+
+constexpr Member kParts[] = {
+    property("queue", get<&QueueParts::items>, "value", set<&QueueParts::items>),
+    property("mutex", get<&QueueParts::mutex>, "value", set<&QueueParts::mutex>),
+    property("not_empty", get<&QueueParts::not_empty>, "value", set_not_empty),
+    property("maxsize", get<&QueueParts::max_size>, "value", set<&QueueParts::max_size>),
+    property("is_shutdown", get<&QueueParts::is_shut_down>, "value", set<&QueueParts::is_shut_down>),
+    property("unfinished_tasks", unfinished_tasks, "value: int", set_unfinished_tasks),
+};
+
+constexpr Member kQueue[] = {
     method("put(item, block = True, timeout = None)", put_method),
 };
 
 }  // namespace
 
-nb::object new_assertion_queue() { return nb::handle(queue_class)(); }
+nb::object new_assertion_queue() { return nb::handle(reinterpret_cast<PyObject*>(queue_class))(); }
 
 void put(nb::handle queue, nb::handle item) {
-    if (Py_TYPE(queue.ptr()) == reinterpret_cast<PyTypeObject*>(queue_class)) {
-        PyObject* dict = instance_dict(queue);
-        if (dict && !entry(dict, name<"put">()) &&
-            native_body(_PyType_Lookup(Py_TYPE(queue.ptr()), name<"put">())) == put_method &&
-            put_directly(dict, item.ptr()))
-            return;
-    }
-    queue.attr("put")(item);
+    if (Py_TYPE(queue.ptr()) != queue_class || !is_native(queue, name<"put">(), put_method) ||
+        !put_directly(parts(queue), item.ptr()))
+        queue.attr("put")(item);
 }
 
 void init_assertion_queue(nb::module_& module) {
-    zero = PyLong_FromLong(0);
-    const nb::tuple bases = nb::make_tuple(python_module<"queue">().attr("Queue"));
-    queue_class = build_class(module, "_AssertionQueue", bases, kMembers).release().ptr();
+    PyTypeObject* parts_type = NativeType<QueueParts>::make("qon_ats._QueueParts");
+    publish_type(module, parts_type, "_QueueParts", kParts);
+    const nb::tuple bases = nb::make_tuple(nb::handle(reinterpret_cast<PyObject*>(parts_type)),
+                                           python_module<"queue">().attr("Queue"));
+    queue_class = reinterpret_cast<PyTypeObject*>(
+        build_class(module, "_AssertionQueue", bases, kQueue).release().ptr());
 }
 
 }  // namespace ats
