@@ -52,6 +52,8 @@ class GridKeys:
         if target is None:
             return False
         if rows and columns:
+            if not grid.GetSelectedRows() and key in (wx.WXK_UP, wx.WXK_DOWN):
+                target = (row, column)  # nothing is marked yet: start where the cursor is
             self._go(min(max(target[0], 0), rows - 1), min(max(target[1], 0), columns - 1))
         return True
 

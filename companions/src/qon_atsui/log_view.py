@@ -76,7 +76,7 @@ class LogView(wx.stc.StyledTextCtrl):
             self.ScrollToEnd()
 
     def _at_end(self) -> bool:
-        return self.GetFirstVisibleLine() + self.LinesOnScreen() >= self.GetLineCount() - 1
+        return bool(self.GetFirstVisibleLine() + self.LinesOnScreen() >= self.GetLineCount() - 1)
 
     def _cut(self) -> None:
         length = self.GetTextLength()

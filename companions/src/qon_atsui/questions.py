@@ -4,23 +4,17 @@ from __future__ import annotations
 
 import logging
 import weakref
-from typing import Protocol
 
 import wx
 
 log = logging.getLogger(__name__)
 
 
-class Host(Protocol):
-    """A cell: knows its name and is told how many boxes are open for it."""
-
-    def _ui_title(self) -> str: ...
-
-    def _ui_questions(self, count: int) -> None: ...
-
-
 class QuestionHook(wx.ModalDialogHook):
-    """Hears of every modal box; a box belongs to the cell it hangs on or whose name it carries."""
+    """Hears of every modal box; a box belongs to the cell it hangs on or whose name it carries.
+
+    A cell in `hosts` answers its name (`_ui_title`) and is told how many boxes are open (`_ui_questions`).
+    """
 
     def __init__(self) -> None:
         super().__init__()
@@ -80,11 +74,12 @@ def watch(cell: wx.Window) -> None:
 
 
 def place_over(dialog: wx.Dialog, host: wx.Window) -> None:
-    """Centre the box over the cell that asks, inside the screen."""
+    """Put the box over the cell that asks, below its band where the screen allows it."""
     if isinstance(dialog, (wx.FileDialog, wx.MessageDialog)) or not host.IsShownOnScreen():
         return  # the desktop places its own boxes
     screen = wx.Display(max(0, wx.Display.GetFromWindow(host))).GetClientArea()
     box, cell = dialog.GetSize(), host.GetScreenRect()
     x = min(max(cell.x + (cell.width - box.width) // 2, screen.x), screen.GetRight() - box.width)
-    y = min(max(cell.y + (cell.height - box.height) // 2, screen.y), screen.GetBottom() - box.height)
+    below_band = host.ui_prompt.GetScreenRect().GetBottom() + host.FromDIP(8)
+    y = max(screen.y, min(below_band, screen.GetBottom() - box.height))
     dialog.SetPosition(wx.Point(x, y))

@@ -39,7 +39,7 @@ class Ruler:
         return [edge / REFERENCE for edge in self._dc.GetPartialTextExtents(text)] if text else []
 
     def width(self, text: str, points: float) -> float:
-        return self._dc.GetTextExtent(text).width / REFERENCE * points
+        return float(self._dc.GetTextExtent(text).width / REFERENCE * points)
 
 
 @lru_cache(maxsize=1)

@@ -27,7 +27,7 @@ class OneShotTimer(wx.Timer):
             return False
         if milliseconds >= 0:
             milliseconds = max(1, round(milliseconds))
-        return super().StartOnce(int(milliseconds))
+        return bool(super().StartOnce(int(milliseconds)))
 
     def _on_destroy(self, event: wx.WindowDestroyEvent) -> None:
         event.Skip()

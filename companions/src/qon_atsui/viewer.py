@@ -14,7 +14,7 @@ from qon_atsui.record_grid import RecordGrid
 from qon_atsui.splitter import RatioSplitter
 from qon_atsui.unit_list import CellFilter, Listing, UnitGrid
 
-_FIRST_SIZE = (1180, 760)  # DIP
+_SIZE = (1100, 700)  # DIP; less on a smaller screen
 ALL_CELLS = "all"  # the product's own word, compared with by it
 
 
@@ -26,7 +26,9 @@ class TestDataViewerPanel(wx.Panel):
     def __init__(self, parent: wx.Window) -> None:
         wx.Panel.__init__(self, parent)
         self.SetBackgroundColour(palette.CANVAS)
-        self.SetMinSize(self.FromDIP(wx.Size(760, 520)))
+        size = self.FromDIP(wx.Size(*_SIZE))
+        size.DecTo(wx.Display(0).GetClientArea().GetSize() - self.FromDIP(wx.Size(40, 80)))
+        self.SetMinSize(size)
         self._ui_listing = Listing()
         column = wx.BoxSizer(wx.VERTICAL)
         column.Add(self._ui_command_row(), 0, wx.EXPAND | wx.ALL, 6)
@@ -136,8 +138,7 @@ class TestDataViewerFrame(wx.Frame):
     __test__ = False
 
     def __init__(self, parent: wx.Window | None) -> None:
-        wx.Frame.__init__(self, parent, size=wx.Size(*_FIRST_SIZE))
-        self.SetMinSize(self.FromDIP(wx.Size(800, 560)))
+        wx.Frame.__init__(self, parent)
         self.SetBackgroundColour(palette.CANVAS)
         self.SetFont(sizing.font(10.0))
         self.SetIcon(window_icon())
