@@ -3,6 +3,7 @@
 
 #include "module/errors.hpp"
 #include "module/imports.hpp"
+#include "records/item_names.hpp"
 #include "records/judgement.hpp"
 
 namespace ats {
@@ -120,7 +121,7 @@ nb::object update(nb::handle self, const Arguments& args) {
 
 nb::object init(nb::handle self, const Arguments& args) {
     Assertion* a = as_assertion(self.ptr());
-    assign(a->name, args[0]);
+    assign(a->name, nb::steal(shared_item_name(args[0].ptr())));
     a->set_value(args[1]);
     a->lower.assign(args[2]);
     assign(a->upper, args[3]);
@@ -293,7 +294,7 @@ nb::object new_assertion(PyObject* name, const Measurement& m) {
     PyObject* object = allocate_plain();
     nb::object owner = nb::steal(object);
     Assertion* a = as_assertion(object);
-    a->name = Py_NewRef(name);
+    a->name = shared_item_name(name);
     a->set_value(m.value);
     a->lower.take(Py_XNewRef(m.lower));
     a->upper = Py_XNewRef(m.upper);
