@@ -1,6 +1,7 @@
 """Labels in English and Simplified Chinese, from the gettext catalogue "qon".
 
-The environment variable QON_LANG chooses ("en", "zh_CN"), else the system's locale does.
+The environment variable QON_LANG chooses ("en", "zh_CN"), else the system's locale does.  Entries are added to
+locale/zh_CN/LC_MESSAGES/qon.po; the (editable) installation compiles it.
 """
 
 import functools

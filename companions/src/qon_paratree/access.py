@@ -51,8 +51,6 @@ class Branch:
         node.value = value
 
     def __getattr__(self, name: str) -> Any:
-        if name.startswith("__") or name == "_node":  # asked by copy and pickle before there is a node
-            raise AttributeError(name)
         node = self._node.child(name)
         if node is None:
             raise AttributeError(_missing(self._node, name))
@@ -75,6 +73,9 @@ class Branch:
 
     def __dir__(self) -> list[str]:
         return [*super().__dir__(), *(name for name in self if name.isidentifier())]
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        return Branch, (self._node,)
 
     def __repr__(self) -> str:
         return f"<{self._node.kind} {self._node.path or self._node.name}: {', '.join(self)}>"
@@ -106,6 +107,9 @@ class ParameterDirectory(Branch):
         FileNotFoundError when there is no such directory; WorkbookError with everything that is wrong in it.
         """
         return cls(path, load_tree(Path(os.path.abspath(path))))
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        return ParameterDirectory, (self._path, self._node)
 
     @property
     def root(self) -> DirectoryNode:

@@ -57,7 +57,7 @@ class _Loader:
         if parent.child(child.name):
             text = f'there are two entries named "{child.name}"; rename the directory or the workbook.'
             self.faults.append(Fault(Place(str(entry)), text))
-        parent.children.append(child)
+        parent.add(child)
 
     def _fill_book(self, book: WorkbookNode) -> None:
         try:
@@ -74,13 +74,13 @@ class _Loader:
         if not table.is_table:
             return  # notes, a picture, an empty sheet: not ours
         sheet = SheetNode(name, book)
-        book.children.append(sheet)
+        book.add(sheet)
         if table.formula and not book.formula:
             book.formula = str(Place(str(book.file), name, table.rows.get(table.formula, 0), table.formula))
         self.faults += table.faults
         for parameter in table.parameters.values():
             self._check_limits(book, name, parameter, table.rows[parameter.name])
-            sheet.children.append(ParameterNode(sheet, parameter))
+            sheet.add(ParameterNode(sheet, parameter))
 
     def _check_limits(self, book: WorkbookNode, sheet: str, parameter: Parameter, row: int) -> None:
         # A setting outside its own limits is a mistake; in an exported limits workbook it would be a result.

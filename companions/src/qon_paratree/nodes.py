@@ -19,6 +19,12 @@ class Node:
         self.name = name
         self.parent = parent
         self.children: list[Node] = []
+        self._by_name: dict[str, Node] = {}
+
+    def add(self, child: Node) -> None:
+        """Append a child."""
+        self.children.append(child)
+        self._by_name.setdefault(child.name, child)
 
     @property
     def path(self) -> str:
@@ -40,7 +46,7 @@ class Node:
 
     def child(self, name: str) -> Node | None:
         """The child of this name."""
-        return next((child for child in self.children if child.name == name), None)
+        return self._by_name.get(name)
 
     def walk(self) -> Iterator[ParameterNode]:
         """The parameters here and below."""
@@ -137,10 +143,10 @@ class ParameterNode(Node):
     def changed(self) -> bool:
         return bool(self.changed_fields())
 
-    def changed_fields(self) -> list[str]:
-        """The fields that differ from what is stored."""
-        kind = self._stored.kind
-        now, then = self.parameter, self._stored
+    def changed_fields(self, parameter: Parameter | None = None) -> list[str]:
+        """The fields of the parameter, or of a copy of it, that differ from what is stored."""
+        now, then = parameter or self.parameter, self._stored
+        kind = then.kind
         fields = [
             name
             for name in ("value", "low", "up")

@@ -4,6 +4,7 @@ import math
 from pathlib import Path
 
 import openpyxl
+from openpyxl.worksheet.worksheet import Worksheet
 from qon_companions.files import write_all_atomically
 from qon_companions.parameters import (
     BadValueError,
@@ -17,22 +18,24 @@ from qon_companions.parameters import (
 )
 from qon_companions.parameters.source import FileSource, read_file
 
-from .nodes import DirectoryNode, Node, ParameterNode, WorkbookNode
+from .nodes import DirectoryNode, Node, ParameterNode, SheetNode, WorkbookNode
+
+# The state of a workbook that is written: scripts may go on setting values meanwhile.
+State = dict[ParameterNode, Parameter]
 
 
 def save_tree(root: DirectoryNode, source: Path, target: Path) -> list[Path]:
     """Write what changed or is not there yet; nothing is written when one of the workbooks cannot be made."""
     files: dict[Path, bytes] = {}
-    written: dict[ParameterNode, Parameter] = {}
+    written: State = {}
     faults: list[Fault] = []
     for book in _books(root):
         file = target / book.file.relative_to(source)
-        if file.exists() and not book.changed:
-            continue
-        # Scripts may go on setting values: what is stored from now on is what was written.
-        written |= {node: node.parameter.copy() for node in book.walk()}
+        state = {node: node.parameter.copy() for node in book.walk()}
         try:
-            files[file] = _edited(book)
+            if _changed(state) or not file.exists():
+                files[file] = _edited(book, state)
+                written |= state
         except (WorkbookError, BadValueError) as error:
             faults += error.faults
     if faults:
@@ -44,6 +47,12 @@ def save_tree(root: DirectoryNode, source: Path, target: Path) -> list[Path]:
         for node, parameter in written.items():
             node.mark_stored(parameter)
     return list(files)
+
+
+def _changed(state: State) -> list[tuple[ParameterNode, Parameter, list[str]]]:
+    """The changed parameters with the fields that changed."""
+    found = [(node, parameter, node.changed_fields(parameter)) for node, parameter in state.items()]
+    return [(node, parameter, fields) for node, parameter, fields in found if fields]
 
 
 def _books(node: Node) -> list[WorkbookNode]:
@@ -58,80 +67,79 @@ def _directories(node: Node) -> list[DirectoryNode]:
     return [node, *(below for child in node.children for below in _directories(child))]
 
 
-def _edited(book: WorkbookNode) -> bytes:
+def _edited(book: WorkbookNode, state: State) -> bytes:
     """The workbook's file as it is now on the disk, with our changes."""
     try:
         data = read_file(book.file)
     except FileNotFoundError:
-        return _rebuilt(book)
-    if not book.changed:
+        return _rebuilt(book, state)
+    if not _changed(state):
         return data
     if book.locked:
         raise WorkbookError(Fault(Place(str(book.file)), book.locked))
     source = FileSource(data, str(book.file))
     edited = source.editable()
-    for sheet in book.children:
-        if sheet.changed:
-            table = _table(source, sheet)
-            for node in sheet.walk():
-                _put(node, table, edited[sheet.name])
+    tables: dict[str, Table] = {}
+    for node, parameter, fields in _changed(state):
+        sheet = node.place().sheet
+        if sheet not in tables:
+            tables[sheet] = _table(source, sheet)
+        for field in fields:
+            _put(node, parameter, field, tables[sheet], edited[sheet])
     result = writing.workbook_bytes(edited)
-    _verify(book, result)
+    _verify(state, FileSource(result, source.label))
     return result
 
 
-def _rebuilt(book: WorkbookNode) -> bytes:
+def _rebuilt(book: WorkbookNode, state: State) -> bytes:
     """Somebody deleted the file: our parameters are all that is left of it."""
     new = openpyxl.Workbook()
     new.remove(new.active)
-    for sheet in book.children:
-        writing.write_sheet(new.create_sheet(sheet.name), [node.parameter for node in sheet.walk()])
+    for sheet in book.children or [SheetNode("Sheet", book)]:
+        writing.write_sheet(new.create_sheet(sheet.name), [state[node] for node in sheet.walk()])
     return writing.workbook_bytes(new)
 
 
-def _table(source: FileSource, sheet: Node) -> Table:
-    place = Place(source.label, sheet.name)
-    if sheet.name not in source.sheet_names:
+def _table(source: FileSource, sheet: str) -> Table:
+    place = Place(source.label, sheet)
+    if sheet not in source.sheet_names:
         raise WorkbookError(Fault(place, "the sheet is gone; reload the parameters."))
-    table = read_table(source, sheet.name)
+    table = read_table(source, sheet)
     if table.faults:
         raise WorkbookError(table.faults)
     if table.formula:
-        raise WorkbookError(
-            Fault(place, f'"{table.formula}" is a formula now; change it in a spreadsheet program.')
-        )
+        text = f'"{table.formula}" is a formula now; change this workbook in a spreadsheet program.'
+        raise WorkbookError(Fault(place, text))
     return table
 
 
-def _put(node: ParameterNode, table: Table, sheet: openpyxl.worksheet.worksheet.Worksheet) -> None:
-    for field in node.changed_fields():
-        if node.name not in table.rows:
-            raise WorkbookError(
-                Fault(node.place(), "the parameter is gone from the file; reload the parameters.")
-            )
-        if field not in table.columns:
-            raise WorkbookError(Fault(node.place(), f'the sheet has no column for "{field}".'))
-        try:
-            writing.put(sheet.cell(table.rows[node.name], table.columns[field]), node.parameter, field)
-        except BadValueError as error:
-            raise error.placed(node.place().file) from None
-        except AttributeError:
-            text = f'the cell for "{field}" is part of merged cells; split them.'
-            raise WorkbookError(Fault(node.place(), text)) from None
+def _put(node: ParameterNode, parameter: Parameter, field: str, table: Table, sheet: Worksheet) -> None:
+    if node.name not in table.rows:
+        raise WorkbookError(
+            Fault(node.place(), "the parameter is gone from the file; reload the parameters.")
+        )
+    if field not in table.columns:
+        raise WorkbookError(Fault(node.place(), f'the sheet has no column for "{field}".'))
+    try:
+        writing.put(sheet.cell(table.rows[node.name], table.columns[field]), parameter, field)
+    except BadValueError as error:
+        raise error.placed(node.place().file) from None
+    except AttributeError:
+        text = f'the cell for "{field}" is part of merged cells; split them.'
+        raise WorkbookError(Fault(node.place(), text)) from None
 
 
-def _verify(book: WorkbookNode, data: bytes) -> None:
+def _verify(state: State, source: FileSource) -> None:
     """What was changed must be read again as it is: a workbook normalises some texts."""
-    source = FileSource(data, str(book.file))
-    for sheet in book.children:
-        table = read_table(source, sheet.name)
-        for node in sheet.walk():
-            again = table.parameters.get(node.name)
-            for field in node.changed_fields():
-                if again is None or not _equal(getattr(again, field), getattr(node.parameter, field)):
-                    raise WorkbookError(
-                        Fault(node.place(), f'a workbook cannot hold this "{field}" unchanged.')
-                    )
+    tables: dict[str, Table] = {}
+    for node, parameter, fields in _changed(state):
+        sheet = node.place().sheet
+        if sheet not in tables:
+            tables[sheet] = read_table(source, sheet)
+        again = tables[sheet].parameters.get(node.name)
+        for field in fields:
+            if again is None or not _equal(getattr(again, field), getattr(parameter, field)):
+                raise WorkbookError(Fault(node.place(), f'a workbook cannot hold this "{field}" unchanged.'))
 
 
 def _equal(one: object, other: object) -> bool:

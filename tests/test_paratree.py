@@ -1,0 +1,281 @@
+"""The tree of parameters: reading and setting, the editor's nodes, saving without losing anything."""
+
+import copy
+import errno
+import os
+import stat
+import threading
+from pathlib import Path
+from typing import Any
+
+import openpyxl
+import pytest
+from openpyxl.comments import Comment
+from openpyxl.styles import Font
+from qon_companions import files
+from qon_paratree import ParameterDirectory, ParameterNode
+from qon_testparameters import BadValueError, WorkbookError
+from support import write_book
+
+
+@pytest.fixture
+def directory(tmp_path: Path) -> Path:
+    """instruments.xlsx with sheets main and "load 1", products/board.xlsx, products/empty/."""
+    top = tmp_path / "app_config"
+    (top / "products" / "empty").mkdir(parents=True)
+    psu = [
+        ("# supply",),
+        ("PSU address", "sim::1", None, None, None, "psu_resource", "str"),
+        (None,) * 7,
+        ("PSU voltage", 12.0, 0, 30, "V", "psu-voltage", "float"),
+        ("Columns", '[["Name", 300]]', None, None, None, "columns", "json"),
+    ]
+    write_book(top / "instruments.xlsx", {"main": psu, "load 1": {"on": True, "get": 5}})
+    write_book(top / "products" / "board.xlsx", {"limits": {"retries": 2}})
+    (top / "~$instruments.xlsx").write_bytes(b"lock of a spreadsheet program")
+    (top / ".board.xlsx.1234.tmp").write_bytes(b"half written")
+    return top
+
+
+def test_values_are_reached_by_attribute_and_by_path(directory: Path) -> None:
+    tree = ParameterDirectory.load(directory)
+    assert tree.instruments.main.psu_resource == "sim::1" == tree["instruments/main/psu_resource"]
+    assert tree["products/board"].limits.retries == 2 == tree.get("products/board/limits/retries")
+    assert tree.instruments["load 1/get"] == 5 and tree.get("products/none", 7) == 7
+    assert "instruments/main/psu-voltage" in tree and "instruments/main/psu" not in tree
+    assert list(tree) == ["products", "instruments"] and list(tree.products) == ["empty", "board"]
+    assert tree.parameter("instruments/main/psu-voltage").up == 30.0
+    assert copy.copy(tree.instruments).main.psu_resource == "sim::1"
+    with pytest.raises(
+        AttributeError, match='no "psu_resorce" in sheet "instruments/main". Did you mean "psu_resource"'
+    ):
+        _ = tree.instruments.main.psu_resorce
+    with pytest.raises(
+        KeyError, match='There is no "scope" in directory "products". There are: empty, board.'
+    ):
+        tree["products/scope/main/x"]
+    with pytest.raises(KeyError, match="is a sheet, not a parameter"):
+        tree.parameter("instruments/main")
+
+
+def test_setting_a_value_is_checked_and_never_makes_a_new_one(directory: Path) -> None:
+    tree = ParameterDirectory.load(directory)
+    tree.instruments.main.psu_resource = "sim::2"
+    tree["instruments/main/psu-voltage"] = 5
+    assert tree.instruments.main["psu-voltage"] == 5.0 and tree.changed
+    for path, value, words in (
+        ("instruments/main/psu-voltage", 31, "31.0 is above the upper limit 30.0"),
+        ("instruments/main/psu-voltage", "5", "is not of type float"),
+        ("instruments/main/columns", {1, 2}, "cannot be written as JSON"),
+    ):
+        with pytest.raises(BadValueError, match=f'instruments.xlsx, sheet "main", variable ".*": .*{words}'):
+            tree[path] = value
+    with pytest.raises(AttributeError, match="psu_resorce"):
+        tree.instruments.main.psu_resorce = "sim::3"
+    with pytest.raises(AttributeError, match="only parameters have a value"):
+        tree.instruments = 5
+    tree.revert()
+    assert tree.instruments.main["psu-voltage"] == 12.0 and not tree.changed
+
+
+def test_an_editor_walks_marks_checks_and_undoes(directory: Path) -> None:
+    root = ParameterDirectory.load(directory).root
+    kinds = [(node.kind, node.path) for node in _all(root)]
+    assert kinds[:5] == [
+        ("directory", ""),
+        ("directory", "products"),
+        ("directory", "products/empty"),
+        ("workbook", "products/board"),
+        ("sheet", "products/board/limits"),
+    ]
+    nodes = {node.path: node for node in root.walk()}
+    voltage, columns = nodes["instruments/main/psu-voltage"], nodes["instruments/main/columns"]
+    with pytest.raises(BadValueError) as caught:
+        voltage.check("31")
+    assert caught.value.faults[0].text == "31.0 is above the upper limit 30.0."
+    with pytest.raises(BadValueError, match="a value of type float is needed"):
+        voltage.set_text("")
+    voltage.set_text("24")
+    columns.value[0][1] = 200  # changed within the list
+    assert [node.path for node in _all(root) if node.changed] == [
+        "",
+        "instruments",
+        "instruments/main",
+        "instruments/main/psu-voltage",
+        "instruments/main/columns",
+    ]
+    assert (voltage.stored_text, voltage.text) == ("12.0", "24.0")
+    columns.revert()
+    assert columns.value == [["Name", 300]] and root.changed
+    voltage.set_text(voltage.stored_text)
+    assert not root.changed
+
+
+def _all(node: Any) -> list[Any]:
+    return [node, *(below for child in node.children for below in _all(child))]
+
+
+def test_a_save_changes_the_values_and_nothing_else(directory: Path) -> None:
+    path = directory / "instruments.xlsx"
+    book = openpyxl.load_workbook(path)
+    main = book["main"]
+    main.column_dimensions["A"].width = 55
+    main["A3"].font = Font(bold=True)
+    main["B5"].comment = Comment("set by the line leader", "me")
+    main.append((None, None, None, None, None, None, None, "a note at the side"))
+    notes = book.create_sheet("notes")
+    notes["A1"] = "what was calibrated when"
+    notes.merge_cells("A1:C1")
+    book.save(path)
+    path.chmod(0o640)
+    others = {file: file.read_bytes() for file in directory.rglob("*") if file.is_file() and file != path}
+
+    tree = ParameterDirectory.load(directory)
+    assert tree.save(directory) == []
+    tree["instruments/main/psu-voltage"] = 24
+    tree.instruments.main.psu_resource = "=1+1"
+    assert tree.save(directory) == [path] and not tree.changed and tree.save() == []
+
+    again = ParameterDirectory.load(directory)
+    assert {node.path: node.value for node in again.root.walk()} == {
+        node.path: node.value for node in tree.root.walk()
+    }
+    main = (book := openpyxl.load_workbook(path))["main"]
+    assert [main.cell(row, 1).value for row in range(2, 6)] == [
+        "# supply",
+        "PSU address",
+        None,
+        "PSU voltage",
+    ]
+    assert main.column_dimensions["A"].width == 55 and main["A3"].font.bold
+    assert main["B5"].comment.text == "set by the line leader" and main["H7"].value == "a note at the side"
+    assert book["notes"].merged_cells.ranges and book["notes"]["A1"].value == "what was calibrated when"
+    assert stat.S_IMODE(path.stat().st_mode) == 0o640
+    assert others == {
+        file: file.read_bytes() for file in directory.rglob("*") if file.is_file() and file != path
+    }
+
+
+def test_a_save_elsewhere_makes_a_whole_copy_and_leaves_the_source_unsaved(
+    directory: Path, tmp_path: Path
+) -> None:
+    tree = ParameterDirectory.load(directory)
+    tree.products.board.limits.retries = 9
+    before = (directory / "products" / "board.xlsx").read_bytes()
+    written = tree.save(tmp_path / "copy")
+    assert [file.name for file in written] == ["board.xlsx", "instruments.xlsx"] and tree.changed
+    assert (tmp_path / "copy" / "products" / "empty").is_dir()
+    assert ParameterDirectory.load(tmp_path / "copy").products.board.limits.retries == 9
+    assert (directory / "products" / "board.xlsx").read_bytes() == before
+    os.unlink(directory / "instruments.xlsx")
+    assert len(tree.save()) == 2, "a workbook that somebody deleted is written from what is known"
+    assert ParameterDirectory.load(directory)["instruments/main/psu-voltage"] == 12.0
+
+
+def test_edits_made_meanwhile_in_the_file_are_kept(directory: Path) -> None:
+    tree = ParameterDirectory.load(directory)
+    path = directory / "instruments.xlsx"
+    book = openpyxl.load_workbook(path)
+    book["main"].insert_rows(2, 3)
+    book["load 1"]["B2"] = False
+    book.save(path)
+    tree["instruments/main/psu-voltage"] = 3
+    tree.save()
+    again = ParameterDirectory.load(directory)
+    assert again["instruments/main/psu-voltage"] == 3.0 and again["instruments/load 1/on"] is False
+    book["main"]["F8"] = "renamed"
+    book.save(path)
+    tree["instruments/main/psu-voltage"] = 4
+    whole = path.read_bytes()
+    with pytest.raises(
+        WorkbookError, match='variable "psu-voltage": the parameter is gone from the file; reload'
+    ):
+        tree.save()
+    assert path.read_bytes() == whole and tree.changed
+
+
+def test_a_workbook_with_formulas_is_not_written(directory: Path) -> None:
+    path = directory / "products" / "board.xlsx"
+    book = openpyxl.load_workbook(path)
+    book.active.append(("Time", 5, 1, "=B2*5", "s", "time", "int"))
+    book.save(path)
+    with pytest.raises(
+        WorkbookError, match='row 3, variable "time": "Upper Limit" is a formula without a stored'
+    ):
+        ParameterDirectory.load(directory)
+    import malformed
+
+    members = malformed.unpack(path.read_bytes())
+    name = "xl/worksheets/sheet1.xml"
+    members[name] = members[name].replace(b"<f>B2*5</f><v />", b"<f>B2*5</f><v>10</v>")
+    path.write_bytes(malformed.pack(members))
+    tree = ParameterDirectory.load(directory)
+    assert tree.parameter("products/board/limits/time").up == 10
+    node = next(node for node in tree.root.walk() if node.name == "retries")
+    assert isinstance(node, ParameterNode) and 'variable "time" is a formula' in node.locked
+    node.set_text("4")
+    whole = path.read_bytes()
+    with pytest.raises(WorkbookError, match="change this workbook in a spreadsheet program"):
+        tree.save()
+    assert path.read_bytes() == whole
+
+
+def test_faults_of_all_workbooks_come_together(directory: Path) -> None:
+    write_book(directory / "instruments.xlsx", {"main": [("V", 31, 0, 30, "V", "volt", "int")]})
+    (directory / "products" / "board.xlsx").write_bytes(b"no workbook")
+    (directory / "instruments").mkdir()
+    with pytest.raises(WorkbookError) as caught:
+        ParameterDirectory.load(directory)
+    texts = str(caught.value).splitlines()
+    assert "board.xlsx: it cannot be read as an .xlsx workbook" in texts[0]
+    assert texts[1].endswith(
+        'there are two entries named "instruments"; rename the directory or the workbook.'
+    )
+    assert texts[2].endswith('sheet "main", row 2, variable "volt": 31 is above the upper limit 30.')
+    with pytest.raises(FileNotFoundError, match="Parameter directory not found.*none"):
+        ParameterDirectory.load(directory / "none")
+    with pytest.raises(NotADirectoryError, match="This is a file"):
+        ParameterDirectory.load(directory / "instruments.xlsx")
+
+
+@pytest.mark.parametrize("call", ["fsync", "replace", "access"])
+def test_a_failing_save_names_the_file_and_leaves_every_old_one_whole(
+    call: str, directory: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    tree = ParameterDirectory.load(directory)
+    tree.products.board.limits.retries = 9
+    tree.instruments.main.psu_resource = "sim::9"
+    before = {file: file.read_bytes() for file in directory.rglob("*") if file.is_file()}
+
+    def fail(*_args: Any) -> Any:
+        if call == "access":
+            return False
+        raise OSError(errno.ENOSPC, "No space left on device")
+
+    with monkeypatch.context() as patch:
+        patch.setattr(files.os, call, fail)
+        with pytest.raises(OSError, match=r"(No space left on device|read-only).*board.xlsx'"):
+            tree.save()
+    assert before == {file: file.read_bytes() for file in directory.rglob("*") if file.is_file()}
+    assert tree.changed and len(tree.save()) == 2
+
+
+def test_values_set_while_a_save_runs_are_not_taken_as_saved(directory: Path) -> None:
+    tree = ParameterDirectory.load(directory)
+    stop = threading.Event()
+
+    def script() -> None:
+        number = 0
+        while not stop.is_set():
+            number = (number + 1) % 1000
+            tree.products.board.limits.retries = number
+
+    thread = threading.Thread(target=script)
+    thread.start()
+    for _ in range(10):
+        tree.save()
+    stop.set()
+    thread.join(10)
+    tree.save()
+    last = tree.products.board.limits.retries
+    assert ParameterDirectory.load(directory).products.board.limits.retries == last
