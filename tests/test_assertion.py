@@ -85,7 +85,7 @@ def test_missing_fields_are_empty_where_they_are_shown() -> None:
 def test_update_judges_by_its_own_arguments_only() -> None:
     assertion = Assertion("v", 5, 0, 10, "V")
     assertion.update(value=20)
-    assert (assertion.result, assertion.value, assertion.upper) == ("OK", 20, 10)
+    assert (assertion.result, assertion.value, assertion.upper, assertion.unit) == ("OK", 20, 10, "V")
     assertion.update(unit="mV")
     assert (assertion.result, assertion.value, assertion.unit) == ("TBD", 20, "mV")
     assertion.update(value=None, lower=None, upper=None, result=True)
