@@ -1,6 +1,8 @@
 // class_table.cpp - from tables to classes.
 #include "module/class_table.hpp"
 
+#include "module/docstrings.hpp"
+
 namespace ats {
 namespace {
 
@@ -39,9 +41,11 @@ nb::object make_class(nb::module_& module, const char* class_name, nb::tuple bas
     space["__module__"] = "qon_ats";
     space["__qualname__"] = class_name;
     space.attr("update")(constants);
+    const nb::str qualified_name{nb::object(space["__qualname__"])};  // a nested class gives its own
+    if (const char* text = find_docstring(qualified_name.c_str())) space["__doc__"] = text;
     const nb::object scope = module.attr("__dict__");
     for (const Member& member : members)
-        space[attribute_name(member).c_str()] = make_member(member, scope, class_name, nullptr);
+        space[attribute_name(member).c_str()] = make_member(member, scope, qualified_name.c_str(), nullptr);
     return metaclass(class_name, bases, space);
 }
 
@@ -58,6 +62,7 @@ void publish_type(nb::module_& module, PyTypeObject* type, const char* class_nam
     const nb::object scope = module.attr("__dict__");
     for (const Member& member : members)
         nb::setattr(built, attribute_name(member).c_str(), make_member(member, scope, class_name, type));
+    if (const char* text = find_docstring(class_name)) nb::setattr(built, "__doc__", nb::str(text));
     for (auto [key, value] : constants) nb::setattr(built, key, value);
     nb::setattr(module, class_name, built);
 }

@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 
+#include "module/docstrings.hpp"
 #include "module/errors.hpp"
 
 namespace ats {
@@ -155,10 +156,13 @@ nb::object make_method(std::string_view signature, Body body, nb::handle scope, 
     method->signature = parsed.release();
     method->dict = nb::detail::raise_if_null(PyDict_New());
     const std::string& short_name = method->signature->function_name();
+    const std::string qualified_name = std::string(class_name) + "." + short_name;
     nb::handle dict(method->dict);
     dict["__name__"] = nb::str(short_name.c_str());
-    dict["__qualname__"] = nb::str((std::string(class_name) + "." + short_name).c_str());
+    dict["__qualname__"] = nb::str(qualified_name.c_str());
     dict["__module__"] = nb::str("qon_ats");
+    // A property takes the text over from its getter.
+    if (const char* text = find_docstring(qualified_name)) dict["__doc__"] = nb::str(text);
     return owner;
 }
 
