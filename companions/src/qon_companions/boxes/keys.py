@@ -38,10 +38,13 @@ class TypedKeys:
         """A key that no scanner sends: what was typed before it is of no interest."""
         self._text = ""
 
+    def guarded(self) -> bool:
+        """Whether the box is too new for a key to be meant for it."""
+        return time.monotonic() - self._opened < GUARD_SECONDS
+
     def deliberate(self) -> bool:
-        """Whether a key that arrives now can be meant for the box."""
-        now = time.monotonic()
-        return now - self._opened >= GUARD_SECONDS and now - self._last >= BURST_SECONDS
+        """Whether a person pressed the key that arrives now, for this box."""
+        return not self.guarded() and time.monotonic() - self._last >= BURST_SECONDS
 
 
 def character_of(event: wx.KeyEvent) -> str:

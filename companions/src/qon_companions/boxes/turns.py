@@ -93,7 +93,9 @@ class TurnDialog(wx.Dialog):
 
 def station_window() -> wx.Window | None:
     """The window that a box without a parent of its own belongs to: a modal dialog in use, else the main window."""
-    windows = [window for window in wx.GetTopLevelWindows() if window.IsShown() and not window.IsBeingDeleted()]
+    windows = [
+        window for window in wx.GetTopLevelWindows() if window.IsShown() and not window.IsBeingDeleted()
+    ]
     modal = [window for window in windows if isinstance(window, wx.Dialog) and window.IsModal()]
     for window in (*reversed(modal), wx.GetApp().GetTopWindow(), wx.GetActiveWindow(), *windows):
         if window in windows and not isinstance(window, TurnDialog):

@@ -1,0 +1,171 @@
+"""The look and the keys that all boxes share: heading, text, big buttons.
+
+A box may appear while a scanner types.  So no button has the focus at first, typed characters press nothing, and
+Enter counts only when it was not typed by the scanner.  Alt with the underlined letter, or Tab and the space
+bar, press a button; Escape closes the box.
+"""
+
+from collections.abc import Sequence
+
+import wx
+
+from qon_companions.i18n import _
+
+from .keys import ENTER, TypedKeys, character_of
+from .text_view import HEADING_POINTS, TEXT_POINTS, font, label, show_in, text_view
+from .turns import TurnDialog
+
+BUTTON_SIZE = (150, 56)  # DIP, for fingers in gloves
+GAP = 20
+_HINT_POINTS = 10.0
+_NAVIGATION = (wx.WXK_TAB, wx.WXK_LEFT, wx.WXK_RIGHT, wx.WXK_UP, wx.WXK_DOWN)
+
+
+class Box(TurnDialog):
+    """A modal box with a heading, a text and one button per answer."""
+
+    text_points = TEXT_POINTS
+
+    def __init__(self, parent: wx.Window | None, title: str, message: str, icon: str = "") -> None:
+        super().__init__(parent, title, wx.CAPTION | wx.CLOSE_BOX)
+        self.message = message
+        self.buttons: dict[int, wx.Button] = {}
+        self.typed = TypedKeys()
+        self._icon = icon
+        self._parent = parent
+        self._hint = wx.StaticText(self)
+        self._hint.SetFont(font(_HINT_POINTS))
+        self._row = wx.BoxSizer()
+        self.SetEscapeId(wx.ID_NONE)
+        self.Bind(wx.EVT_CHAR_HOOK, self.on_key)
+        self.Bind(wx.EVT_CLOSE, lambda event: self.EndModal(self.closing_answer()))
+
+    def build(self, answers: Sequence[tuple[int, str]], hint: str = "", copy: bool = False) -> None:
+        """Make the buttons and lay everything out; labels may hold their mnemonic."""
+        if copy:
+            button = wx.Button(self, label=_("&Copy text"))
+            button.SetFont(font(TEXT_POINTS))
+            button.SetMinSize(
+                wx.Size(button.GetBestSize().width + self.FromDIP(GAP), self.FromDIP(BUTTON_SIZE[1]))
+            )
+            button.SetToolTip(_("Copy the text of this box (Ctrl+C)"))
+            button.Bind(wx.EVT_BUTTON, lambda event: self.copy_text())
+            self._row.Add(button)
+        self._row.AddStretchSpacer()
+        for answer, text in answers:
+            self.buttons[answer] = self._button(answer, text)
+            self._row.Add(self.buttons[answer], 0, wx.LEFT, self.FromDIP(GAP))
+        self._lay_out()
+        self.say(hint)
+
+    def say(self, hint: str) -> None:
+        """A line of small text above the buttons."""
+        show_in(self._hint, hint)
+        self._hint.Show(bool(hint))
+        self.Fit()
+
+    def closing_answer(self) -> int:
+        """The answer when the box is closed without one."""
+        return int(wx.ID_CANCEL)
+
+    def entered(self) -> None:
+        """Enter was pressed on purpose and no button has the focus."""
+
+    def words(self, text: str) -> None:
+        """A text was typed, with Enter behind it."""
+        self.say(_("“{text}” was typed here and is lost.").format(text=text))
+
+    def copy_text(self) -> None:
+        if wx.TheClipboard.Open():
+            wx.TheClipboard.SetData(wx.TextDataObject(f"{self.GetTitle()}\n\n{self.message}"))
+            wx.TheClipboard.Flush()
+            wx.TheClipboard.Close()
+
+    def about_to_show(self) -> None:
+        names = ", ".join(dict.fromkeys(self.others_waiting()))
+        if names:
+            self.say(_("{names} goes on after this answer.").format(names=names))
+        self._place()
+        self.SetFocus()
+        self.typed.opened()
+
+    def _button(self, answer: int, text: str) -> wx.Button:
+        button = wx.Button(self, answer, text)
+        button.SetFont(font(HEADING_POINTS))
+        size = self.FromDIP(wx.Size(*BUTTON_SIZE))
+        button.SetMinSize(wx.Size(max(size.width, button.GetBestSize().width), size.height))
+        button.Bind(wx.EVT_BUTTON, lambda event: self.EndModal(answer))
+        return button
+
+    def _lay_out(self) -> None:
+        gap = self.FromDIP(GAP)
+        heading = wx.BoxSizer()
+        if self._icon:
+            bitmap = wx.ArtProvider.GetBitmap(self._icon, wx.ART_MESSAGE_BOX, self.FromDIP(wx.Size(32, 32)))
+            heading.Add(
+                wx.StaticBitmap(self, bitmap=bitmap), 0, wx.ALIGN_CENTER_VERTICAL | wx.RIGHT, gap // 2
+            )
+        heading.Add(label(self, self.GetTitle(), HEADING_POINTS, bold=True), 1, wx.ALIGN_CENTER_VERTICAL)
+        column = wx.BoxSizer(wx.VERTICAL)
+        column.Add(heading, 0, wx.EXPAND | wx.BOTTOM, gap // 2)
+        column.Add(self.content(), 1, wx.EXPAND | wx.BOTTOM, gap)
+        column.Add(self._hint, 0, wx.EXPAND | wx.BOTTOM, gap)
+        column.Add(self._row, 0, wx.EXPAND)
+        border = wx.BoxSizer()
+        border.Add(column, 1, wx.EXPAND | wx.ALL, self.FromDIP(20))
+        self.SetSizer(border)
+        column.SetMinSize(self.FromDIP(wx.Size(400, -1)))
+        self.Fit()
+
+    def content(self) -> wx.Window | wx.Sizer:
+        """What stands between heading and buttons; for subclasses."""
+        return text_view(self, self.message, self.text_points)
+
+    def _place(self) -> None:
+        """Over the window that asks, inside the screen."""
+        over = self._parent if self._parent and self._parent.IsShownOnScreen() else None
+        display = wx.Display(max(0, wx.Display.GetFromWindow(over) if over else 0))
+        screen, size = display.GetClientArea(), self.GetSize()
+        place = self.GetRect().CentreIn(over.GetScreenRect() if over else screen)
+        x = max(screen.x, min(place.x, screen.x + screen.width - size.width))
+        y = max(screen.y, min(place.y, screen.y + screen.height - size.height))
+        self.SetPosition(wx.Point(x, y))
+
+    def on_key(self, event: wx.KeyEvent) -> None:
+        """Every key that is pressed in the box comes here first."""
+        key, character = event.GetKeyCode(), character_of(event)
+        if key in ENTER:
+            self._on_enter()
+        elif key == wx.WXK_ESCAPE:
+            self.Close()
+        elif key == wx.WXK_SPACE and self.focused_button() and self.typed.deliberate():
+            event.Skip()
+        elif key == ord("C") and event.GetModifiers() == wx.MOD_CONTROL and not self._selected_text():
+            self.copy_text()
+        elif character:
+            self.typed.add(character)
+        else:
+            if key in _NAVIGATION:
+                self.typed.forget()
+            event.Skip()
+
+    def _on_enter(self) -> None:
+        deliberate = self.typed.deliberate()
+        text = self.typed.take()
+        button = self.focused_button()
+        if text:
+            self.words(text)
+        elif deliberate and button:
+            event = wx.CommandEvent(wx.EVT_BUTTON.typeId, button.GetId())
+            event.SetEventObject(button)
+            button.GetEventHandler().ProcessEvent(event)
+        elif deliberate:
+            self.entered()
+
+    def focused_button(self) -> wx.Button | None:
+        focus = wx.Window.FindFocus()
+        return focus if isinstance(focus, wx.Button) and focus.GetTopLevelParent() is self else None
+
+    def _selected_text(self) -> str:
+        focus = wx.Window.FindFocus()
+        return str(focus.GetStringSelection()) if isinstance(focus, wx.TextCtrl) else ""

@@ -1,0 +1,73 @@
+"""Shows a text of any length: short ones as a label, long ones in a field that scrolls."""
+
+import wx
+
+from .wrapping import wrapped
+
+MAX_LINES = 14
+WIDTH, WIDE = 520, 820  # DIP
+TEXT_POINTS, HEADING_POINTS = 12.0, 15.0
+_TRACEBACK_SIGNS = ("Traceback (most recent call last)", '  File "')
+
+
+def font(points: float, bold: bool = False, fixed: bool = False) -> wx.Font:
+    result = wx.Font(wx.SystemSettings.GetFont(wx.SYS_DEFAULT_GUI_FONT))
+    if fixed:
+        result = wx.Font(wx.FontInfo(points).Family(wx.FONTFAMILY_TELETYPE))
+    result.SetFractionalPointSize(points)
+    if bold:
+        result.SetWeight(wx.FONTWEIGHT_BOLD)
+    return result
+
+
+def label(parent: wx.Window, text: str, points: float = TEXT_POINTS, bold: bool = False) -> wx.StaticText:
+    """A text that is wrapped to the box's width."""
+    control = wx.StaticText(parent)
+    control.SetFont(font(points, bold))
+    show_in(control, text)
+    return control
+
+
+def show_in(control: wx.StaticText, text: str) -> None:
+    """Change a label's text.  Its size is measured here: GTK tells that of another font before it is shown."""
+    lines = _wrapped(control, text, WIDTH).split("\n")
+    control.SetLabelText("\n".join(lines))
+    extents = [control.GetTextExtent(line or " ") for line in lines]
+    width = max(extent[0] for extent in extents)
+    control.SetMinSize(wx.Size(width + 4, sum(extent[1] for extent in extents) + 4))
+
+
+def text_view(parent: wx.Window, text: str, points: float = TEXT_POINTS) -> wx.Window:
+    """A label, or a read-only field from which parts can be selected and copied."""
+    if not _is_traceback(text):
+        control = label(parent, _shown(text), points)
+        if control.GetLabelText().count("\n") < MAX_LINES:
+            return control
+        control.Destroy()
+    return long_text(parent, text)
+
+
+def long_text(parent: wx.Window, text: str) -> wx.TextCtrl:
+    """A field of at most MAX_LINES lines, fixed-width for tracebacks."""
+    fixed = _is_traceback(text)
+    field = wx.TextCtrl(parent, style=wx.TE_MULTILINE | wx.TE_READONLY)
+    field.SetFont(font(TEXT_POINTS - 2 if fixed else TEXT_POINTS, fixed=fixed))
+    field.SetValue(text if fixed else _shown(text))
+    width = WIDE if fixed else WIDTH
+    lines = _wrapped(field, text, width).count("\n") + 2
+    field.SetMinSize(wx.Size(field.FromDIP(width), min(lines, MAX_LINES) * field.GetCharHeight() + 12))
+    field.SetInsertionPoint(0)
+    return field
+
+
+def _is_traceback(text: str) -> bool:
+    return any(sign in text for sign in _TRACEBACK_SIGNS)
+
+
+def _shown(text: str) -> str:
+    """Tabs in front of lines come from the source text that a message stands in, not from its author."""
+    return "\n".join(line.lstrip("\t").rstrip() for line in text.strip("\n").split("\n")).expandtabs(4)
+
+
+def _wrapped(window: wx.Window, text: str, width: int) -> str:
+    return wrapped(text, window.FromDIP(width), lambda part: window.GetTextExtent(part)[0])

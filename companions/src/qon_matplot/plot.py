@@ -1,0 +1,110 @@
+"""The matplotlib side of the panel: figure, canvas, tool bar."""
+
+from typing import Any, ClassVar
+
+import matplotlib
+import wx
+from matplotlib import font_manager
+from matplotlib.axes import Axes
+from matplotlib.backend_bases import KeyEvent, key_press_handler
+from matplotlib.backends.backend_wx import NavigationToolbar2Wx
+from matplotlib.backends.backend_wxagg import FigureCanvasWxAgg
+from matplotlib.figure import Figure
+from qon_companions.i18n import _
+
+# Matplotlib's default font has no Chinese glyphs; the first of these that is installed is asked for them.
+_CHINESE_FONTS = (
+    "Noto Sans CJK SC",
+    "Source Han Sans SC",
+    "Microsoft YaHei",
+    "PingFang SC",
+    "SimHei",
+    "WenQuanYi Micro Hei",
+    "WenQuanYi Zen Hei",
+    "Noto Sans CJK JP",
+    "Noto Serif CJK SC",
+    "Arial Unicode MS",
+)
+# A line of ten thousand points is drawn in pieces and simplified by up to one pixel, which takes a third of the time.
+_FAST_LINES = {"path.simplify_threshold": 1.0, "agg.path.chunksize": 1000}
+
+# Inches: room for tick labels and an axis label at the left, for a title at the top.
+_LEFT, _RIGHT, _BOTTOM, _TOP = 0.85, 0.2, 0.55, 0.4
+
+
+class _ToolBar(NavigationToolbar2Wx):
+    """Matplotlib's tool bar without the button that changes margins, and with the keys in its tool tips."""
+
+    _shown: ClassVar[set[str | None]] = {"Home", "Back", "Forward", "Pan", "Zoom", "Save", None}
+
+    def __init__(self, canvas: FigureCanvasWxAgg) -> None:
+        tips = {
+            "Home": _("Show the whole plot (H)"),
+            "Back": _("Back to the view before (Backspace)"),
+            "Forward": _("Forward to the next view (V)"),
+            "Pan": _("Move the plot with the left button, stretch it with the right one (P)"),
+            "Zoom": _("Zoom into a rectangle (O)"),
+            "Save": _("Save the plot as a picture (S)"),
+        }
+        toolitems: Any = [
+            (text, tips.get(text or ""), image, call)
+            for text, _tip, image, call in NavigationToolbar2Wx.toolitems
+            if text in self._shown
+        ]
+        self.toolitems = toolitems
+        super().__init__(canvas)
+
+
+class Plot:
+    """One figure on its canvas."""
+
+    def __init__(self, parent: wx.Window) -> None:
+        _prepare_matplotlib()
+        self.figure = Figure()
+        self.canvas = FigureCanvasWxAgg(parent, wx.ID_ANY, self.figure)
+        self.toolbar = _ToolBar(self.canvas)
+        self.toolbar.Realize()
+        self.canvas.mpl_connect("key_press_event", self._on_key)
+        self.canvas.mpl_connect("resize_event", lambda event: self._set_margins())
+
+    def fresh_axes(self) -> Axes:
+        """New axes instead of those that were there."""
+        self.clear()
+        self._set_margins()
+        return self.figure.subplots()
+
+    def clear(self) -> None:
+        self.figure.clear()
+        self.toolbar.update()  # the views of the last plot are no views of this one
+
+    def draw(self) -> None:
+        self.canvas.draw()
+
+    def close(self) -> None:
+        """The window goes: let go of what refers to it."""
+        self.figure.clear()
+
+    def _set_margins(self) -> None:
+        # Matplotlib's own layout engines would add half of the drawing time to each drawing.
+        width, height = (max(side, 2.0) for side in self.figure.get_size_inches())
+        self.figure.subplots_adjust(
+            left=_LEFT / width, right=1 - _RIGHT / width, bottom=_BOTTOM / height, top=1 - _TOP / height
+        )
+
+    def _on_key(self, event: KeyEvent) -> None:
+        if event.key in ("h", "home", "r", "left", "right", "backspace", "v", "p", "o", "s", "g"):
+            key_press_handler(event, self.canvas, self.toolbar)
+
+
+def _prepare_matplotlib() -> None:
+    """Settings of the process; what the application has set itself stays."""
+    settings: Any = matplotlib.rcParams
+    defaults: Any = matplotlib.rcParamsDefault
+    for name, value in _FAST_LINES.items():
+        if settings[name] == defaults[name]:
+            settings[name] = value
+    if settings["font.family"] == defaults["font.family"]:
+        installed = set(font_manager.get_font_names())
+        chinese = next((name for name in _CHINESE_FONTS if name in installed), None)
+        if chinese is not None:
+            settings["font.family"] = [*defaults["font.family"], chinese]

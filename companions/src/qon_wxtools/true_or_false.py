@@ -1,0 +1,61 @@
+"""The question that a test script asks the operator."""
+
+from typing import Any
+
+import wx
+from qon_companions.boxes import Box
+from qon_companions.boxes.text_view import HEADING_POINTS
+from qon_companions.i18n import _
+
+# A scanner without a keyboard at hand answers with barcodes of these words, or of the labels themselves.
+_WORDS = {"yes": wx.ID_OK, "no": wx.ID_CANCEL}
+
+
+class TrueOrFalseDialog(Box):
+    """A modal question with two answers: wx.ID_OK for the true one, wx.ID_CANCEL for the other one.
+
+    A dialog that is closed without an answer counts as negative.  Enter alone never answers.
+    """
+
+    text_points = HEADING_POINTS  # read from where the operator stands
+
+    def __init__(
+        self, parent: wx.Window | None, title: str, question: str, true: str = "Yes", false: str = "No"
+    ) -> None:
+        super().__init__(parent, str(title), str(question), wx.ART_QUESTION)
+        labels = {wx.ID_OK: str(true), wx.ID_CANCEL: str(false)}
+        self._words = _WORDS | {text.strip().casefold(): answer for answer, text in labels.items()}
+        self.build(_with_mnemonics(labels), self._keys())
+
+    def words(self, text: str) -> None:
+        answer = self._words.get(text.casefold())
+        if answer is not None:
+            self.EndModal(answer)
+        else:
+            self.say(_("“{text}” is no answer; please press a button.").format(text=text))
+
+    def _keys(self) -> str:
+        return _("Keys: Alt and the underlined letter, or Tab and the space bar.")
+
+
+def _with_mnemonics(labels: dict[int, str]) -> list[tuple[int, str]]:
+    """Underline the first letter that is still free; a Chinese label gets a letter behind it."""
+    taken: set[str] = set()
+    result: list[tuple[int, str]] = []
+    for answer, text in labels.items():
+        spare = "Y" if answer == wx.ID_OK else "N"
+        result.append((answer, _marked(text, spare, taken)))
+    return result
+
+
+def _marked(text: str, spare: str, taken: set[str]) -> str:
+    for position, character in enumerate(text):
+        if character.isascii() and character.isalpha() and character.upper() not in taken:
+            taken.add(character.upper())
+            return f"{_plain(text[:position])}&{_plain(text[position:])}"
+    taken.add(spare)
+    return f"{_plain(text)} (&{spare})"
+
+
+def _plain(text: Any) -> str:
+    return str(text).replace("&", "&&")
