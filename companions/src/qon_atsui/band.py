@@ -12,11 +12,11 @@ import wx
 
 from qon_atsui import glyphs, palette, sizing
 from qon_atsui.signs import Face, Signs, read
-from qon_atsui.textfit import Fitted, bold_ruler, fit
+from qon_atsui.textfit import LINE, Fitted, fit, width_per_point
+from qon_atsui.texts import displayable
 
 _LARGEST = 400.0  # points; a 4K screen with one cell
 _SIDE = 0.035  # margin at the left and right, of the width
-_LINE = 1.164  # height of a line in em
 _CAPITAL = 0.74  # height of a capital letter in em
 _TALL = 0.55  # height to width from which on the glyph stands above the word
 _GLYPH_GAP = 0.35  # between glyph and word, of the glyph's side
@@ -33,14 +33,13 @@ class VerdictBand(wx.Window):
         self._colour: wx.Colour = palette.as_colour("white")
         self._share = 0.0
         self._fitted: dict[tuple[Any, ...], Fitted] = {}
-        self._ruler = bold_ruler()
         self.Bind(wx.EVT_PAINT, self._on_paint)
 
     # What the product calls.
 
     def SetLabel(self, label: str) -> None:
         self._label = label
-        self._signs.prompt_text(label)
+        self._signs.prompt_text(displayable(label))
 
     def GetLabel(self) -> str:
         return self._label
@@ -102,7 +101,7 @@ class VerdictBand(wx.Window):
         if found is None:
             if len(self._fitted) > 16:
                 self._fitted.clear()
-            found = fit(self._ruler, text, width * 0.97, height * 0.90, _LARGEST, sizing.SMALLEST_POINTS)
+            found = fit(text, width * 0.97, height * 0.90, _LARGEST, sizing.SMALLEST_POINTS)
             self._fitted[key] = found
         return found
 
@@ -110,8 +109,8 @@ class VerdictBand(wx.Window):
         """The word as large as its part allows, its glyph beside it or, in a tall part, above it."""
         ink = wx.Colour(face.shade.ink)
         tall = _CAPITAL if face.word.isascii() and face.word.isupper() else 1.0  # ink height in em
-        side = self._ruler.line / _LINE * tall  # of the glyph, pixels per point
-        width = self._ruler.width(face.word, 1.0)
+        width, line = width_per_point(face.word)
+        side = line / LINE * tall  # of the glyph, pixels per point
         fill, middle = self._share_of_word(face)
         beside = min(fill * height / side, room / (width + side * (1.0 + _GLYPH_GAP)))
         above = min(fill * height / (side * (2.0 + _GLYPH_GAP)), room / width)

@@ -15,7 +15,7 @@ from qon_atsui.cell_pages import CellPages
 from qon_atsui.cell_parts import Head, Totals, abort_button, details_button, start_button
 from qon_atsui.details import DetailsWindow
 from qon_atsui.handlers import bind, relay
-from qon_atsui.serial_entry import SerialEntry
+from qon_atsui.serial_entry import SerialEntry, settle_focus
 from qon_atsui.signs import PAUSE, Signs
 from qon_atsui.timers import OneShotTimer
 
@@ -84,7 +84,7 @@ class Cell(wx.Panel):
         self.ui_serial_number.switched = self._ui_entry_switched
         self.ui_gauge.changed = self._ui_progress
         self._ui_details_button.Bind(wx.EVT_BUTTON, self._ui_open_details)
-        for window in (self.ui_prompt, *self._ui_head.windows()):
+        for window in (self, self.ui_prompt, *self._ui_head.windows()):
             window.Bind(wx.EVT_LEFT_UP, self._ui_open_details)
         self.Bind(wx.EVT_SIZE, self._ui_on_size)
         self.Bind(wx.EVT_PAINT, self._ui_on_paint)
@@ -166,3 +166,4 @@ class Cell(wx.Panel):
             details.give_back()
             self._ui_pages.Show(self._ui_face.has_pages)
             self._ui_face.arrange(again=True)
+            wx.CallAfter(settle_focus, self)

@@ -21,7 +21,7 @@ from qon_atsui.fields import CommandButton
 from qon_atsui.serial_entry import SerialEntry
 from qon_atsui.sizing import Sizes
 
-SMALLEST = (210, 170)  # DIP
+SMALLEST = (236, 170)  # DIP
 _FULL = (430, 400)  # DIP; smaller cells have no room for the notebook
 _NARROW = 430  # DIP; below this the progress bar has a line of its own
 _NUMBER = "000000-0000000"  # the entry is at least as wide as this, or has a line of its own
@@ -180,12 +180,12 @@ class CellFace:
         """Three counters share the width."""
         totals = self._parts.totals
         left = strip.x
-        for count, share in ((totals.ok, 0.29), (totals.ng, 0.29), (totals.share, 0.42)):
+        for count, share in ((totals.ok, 0.27), (totals.ng, 0.27), (totals.share, 0.46)):
             width = int(strip.width * share)
             for window in count.windows():
                 window.Show(strip.height > 0)
-            count.caption.SetSize(left, strip.y, int(width * 0.38), strip.height)
-            count.value.SetSize(left + int(width * 0.42), strip.y, int(width * 0.58), strip.height)
+            count.caption.SetSize(left, strip.y, int(width * 0.34), strip.height)
+            count.value.SetSize(left + int(width * 0.38), strip.y, int(width * 0.62), strip.height)
             left += width
 
     @staticmethod

@@ -7,6 +7,7 @@ from typing import Any
 import wx
 
 from qon_atsui import palette, sizing
+from qon_atsui.texts import displayable
 
 
 class ValueLabel(wx.Window):
@@ -47,7 +48,7 @@ class ValueLabel(wx.Window):
         return False
 
     def DoGetBestClientSize(self) -> wx.Size:
-        extent = self.GetFullTextExtent(self._text or "0")
+        extent = self.GetFullTextExtent(displayable(self._text) or "0")
         return wx.Size(extent[0] + 4, extent[1] + 2)
 
     def _on_paint(self, _event: wx.PaintEvent) -> None:
@@ -57,9 +58,10 @@ class ValueLabel(wx.Window):
         dc.SetFont(self.GetFont())
         dc.SetTextForeground(wx.Colour(self._ink))
         room = self.GetClientRect()
-        shown = wx.Control.Ellipsize(self._text, dc, wx.ELLIPSIZE_END, room.width)
+        text = displayable(self._text)
+        shown = wx.Control.Ellipsize(text, dc, wx.ELLIPSIZE_END, room.width)
         dc.DrawLabel(shown, room, self._align)
-        tip = self._hint if shown == self._text else self._text
+        tip = self._hint if shown == text else text
         if tip != (self.GetToolTipText() or ""):
             self.SetToolTip(tip or None)
 

@@ -8,7 +8,7 @@ from qon_atsui import palette
 from qon_atsui.commands import CommandBars
 from qon_atsui.handlers import relay
 from qon_atsui.icons import window_icon
-from qon_atsui.serial_entry import next_entry
+from qon_atsui.serial_entry import next_entry, settle_focus
 from qon_atsui.timers import OneShotTimer
 from qon_atsui.totals import TotalsPanel
 
@@ -31,6 +31,7 @@ class Frame(wx.Frame):
         self._ui_create()
         self.ui_initializer_trigger = OneShotTimer(self, "on_trigger_initializer")
         self.ui_ticker_timer = OneShotTimer(self, "on_ticker_timer_event")
+        self.Bind(wx.EVT_ACTIVATE, self._ui_on_activate)
         self.Bind(wx.EVT_CLOSE, relay(self, "on_close_app", otherwise=wx.Event.Skip))
 
     def _ui_create(self) -> None:
@@ -46,6 +47,12 @@ class Frame(wx.Frame):
         column.Add(self.ui_cell_panel, 1, wx.EXPAND | wx.ALL, 2)
         column.Add(totals, 0, wx.EXPAND)
         self.SetSizer(column)
+
+    def _ui_on_activate(self, event: wx.ActivateEvent) -> None:
+        """Back from another window: an entry may have asked for the keyboard meanwhile."""
+        event.Skip()
+        if event.GetActive():
+            wx.CallAfter(settle_focus, self)
 
     def _ui_next_cell(self, _event: wx.CommandEvent) -> None:
         next_entry(self)

@@ -1,7 +1,7 @@
 """Keys and clicks of a record grid: cursor keys select rows as the mouse does, Ctrl+C copies.
 
-In wx the cursor keys move a cursor but select nothing, and a click on the cursor's own cell says nothing.
-Here the row is selected first and EVT_GRID_SELECT_CELL follows, whichever way the operator took.
+In wx a click selects the row and EVT_GRID_SELECT_CELL follows, but the cursor keys move a cursor and select
+nothing.  Here the row is selected first, whichever way the operator took.
 """
 
 from __future__ import annotations
@@ -9,6 +9,8 @@ from __future__ import annotations
 import wx
 import wx.grid
 from qon_companions.i18n import _
+
+from qon_atsui.texts import displayable
 
 
 class GridKeys:
@@ -18,7 +20,6 @@ class GridKeys:
         self._grid = grid
         self._tip_cell = (-1, -1)
         grid.Bind(wx.EVT_KEY_DOWN, self._on_key)
-        grid.Bind(wx.grid.EVT_GRID_CELL_LEFT_CLICK, self._on_click)
         grid.Bind(wx.grid.EVT_GRID_CELL_RIGHT_CLICK, self._on_menu)
         grid.GetGridWindow().Bind(wx.EVT_MOTION, self._on_motion)
 
@@ -69,20 +70,6 @@ class GridKeys:
         elif unselected:
             self._announce(row, column)
 
-    def _on_click(self, event: wx.grid.GridEvent) -> None:
-        event.Skip()
-        grid = self._grid
-        cell = (event.GetRow(), event.GetCol())
-        plain = not (event.ShiftDown() or event.ControlDown() or event.AltDown())
-        if plain and cell == (grid.GetGridCursorRow(), grid.GetGridCursorCol()):
-            wx.CallAfter(self._announce_if_there, *cell)
-
-    def _announce_if_there(self, row: int, column: int) -> None:
-        if self._grid and row < self._grid.GetNumberRows():
-            if self._grid.GetSelectedRows() != [row]:
-                self._grid.SelectRow(row)
-            self._announce(row, column)
-
     def _announce(self, row: int, column: int) -> None:
         grid = self._grid
         event = wx.grid.GridEvent(grid.GetId(), wx.grid.EVT_GRID_SELECT_CELL.typeId, grid, row, column)
@@ -125,6 +112,6 @@ class GridKeys:
             return
         self._tip_cell = (row, column)
         inside = 0 <= row < grid.GetNumberRows() and 0 <= column < grid.GetNumberCols()
-        text = grid.GetCellValue(row, column) if inside else ""
+        text = displayable(grid.GetCellValue(row, column)) if inside else ""
         width = grid.GetFullTextExtent(text, grid.GetDefaultCellFont())[0] if text else 0
         window.SetToolTip(text if inside and width > grid.GetColSize(column) - 4 else None)

@@ -7,6 +7,7 @@ import wx.grid
 
 from qon_atsui import palette, sizing
 from qon_atsui.row_store import RowStore
+from qon_atsui.texts import displayable
 
 
 def is_number(text: str) -> bool:
@@ -75,7 +76,7 @@ class StoreTable(wx.grid.GridTableBase):
 
     def GetValue(self, row: int, col: int) -> str:
         """For drawing: with a little room at both sides, which wx's own renderer does not give."""
-        return "" if self.IsEmptyCell(row, col) else f" {self.store.text(row, col)} "
+        return "" if self.IsEmptyCell(row, col) else f" {displayable(self.store.text(row, col))} "
 
     def SetValue(self, row: int, col: int, value: str) -> None:
         self.store.set_text(row, col, value)

@@ -6,6 +6,7 @@ import wx
 import wx.stc
 
 from qon_atsui import palette, sizing
+from qon_atsui.texts import displayable
 
 # Characters shown; older lines leave the page.  Whoever needs them all writes a log file.
 CAP = 2_000_000
@@ -47,7 +48,7 @@ class LogView(wx.stc.StyledTextCtrl):
     def SetValue(self, text: str) -> None:
         self._pending.clear()
         self.SetReadOnly(False)
-        super().SetValue(text[-CAP:])
+        super().SetValue(displayable(text[-CAP:], CAP))
         self.SetReadOnly(True)
 
     Clear = ClearAll = lambda self: self.SetValue("")
@@ -65,7 +66,7 @@ class LogView(wx.stc.StyledTextCtrl):
         self._due = False
         if not self._pending:
             return
-        text = "".join(self._pending)[-CAP:]
+        text = displayable("".join(self._pending)[-CAP:], CAP)
         self._pending.clear()
         follow = not self.IsShownOnScreen() or self._at_end()
         self.SetReadOnly(False)

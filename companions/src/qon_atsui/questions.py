@@ -7,6 +7,8 @@ import weakref
 
 import wx
 
+from qon_atsui.serial_entry import settle_focus
+
 log = logging.getLogger(__name__)
 
 
@@ -47,6 +49,7 @@ class QuestionHook(wx.ModalDialogHook):
             host = entry[1]()
             if host:
                 self._tell(host)
+                wx.CallAfter(settle_focus, host)  # an entry may have asked for the keyboard meanwhile
 
     def _tell(self, host: wx.Window) -> None:
         host._ui_questions(sum(1 for _dialog, reference in self._open if reference() is host))

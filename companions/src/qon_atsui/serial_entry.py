@@ -136,7 +136,7 @@ def next_entry(window: wx.Window) -> None:
 
 def settle_focus(window: wx.Window) -> bool:
     """Give the focus to the entry that waits longest for it, if nobody types; whether one got it."""
-    waiting = [entry for entry in _entries if entry.waits_since and _usable(entry, window)]
+    waiting = [entry for entry in _entries if window and entry.waits_since and _usable(entry, window)]
     if not waiting:
         return False
     first = min(waiting, key=lambda entry: entry.waits_since)

@@ -43,7 +43,7 @@ class Sizes:
 
     @staticmethod
     def of(width: int, height: int) -> Sizes:
-        """From 210 x 170 pixels (20 cells on a small screen) to a whole 4K screen."""
+        """From 236 x 170 pixels (20 cells on a small screen) to a whole 4K screen."""
         scale = min(width / 520.0, height / 430.0)
         body = min(18.0, max(SMALLEST_POINTS, 7.5 + 2.5 * scale))
         return Sizes(

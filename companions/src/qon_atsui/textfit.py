@@ -7,13 +7,14 @@ from __future__ import annotations
 
 from collections.abc import Sequence
 from dataclasses import dataclass
-from functools import lru_cache
 
 import wx
 
 from qon_atsui import sizing
 
 REFERENCE = 72.0  # points at which texts are measured
+LINE = 1.164  # height of a line in em
+_STEP = 0.93  # from one size that is tried to the next
 _WIDE = "\u2e80"  # from here on (CJK) a line may break after any character
 
 
@@ -26,26 +27,17 @@ class Fitted:
     cut: bool = False
 
 
-class Ruler:
-    """Measures bold texts."""
-
-    def __init__(self) -> None:
-        self._dc = wx.MemoryDC(wx.Bitmap(1, 1))
-        self._dc.SetFont(sizing.font(REFERENCE, bold=True))
-        self.line = self._dc.GetCharHeight() / REFERENCE
-
-    def edges(self, text: str) -> list[float]:
-        """Right edge of each character, in pixels per point."""
-        return [edge / REFERENCE for edge in self._dc.GetPartialTextExtents(text)] if text else []
-
-    def width(self, text: str, points: float) -> float:
-        return float(self._dc.GetTextExtent(text).width / REFERENCE * points)
+def _measuring_dc() -> wx.MemoryDC:
+    """Made anew each time: a drawing context must not outlive the application object."""
+    dc = wx.MemoryDC(wx.Bitmap(1, 1))
+    dc.SetFont(sizing.font(REFERENCE, bold=True))
+    return dc
 
 
-@lru_cache(maxsize=1)
-def bold_ruler() -> Ruler:
-    """The one ruler all bands share; GUI thread only."""
-    return Ruler()
+def width_per_point(text: str) -> tuple[float, float]:
+    """Width and line height of a bold text in pixels per point."""
+    dc = _measuring_dc()
+    return dc.GetTextExtent(text).width / REFERENCE, dc.GetCharHeight() / REFERENCE
 
 
 def _may_break(text: str, index: int) -> bool:
@@ -89,22 +81,26 @@ def _breaks_words(paragraphs: list[tuple[str, list[float]]], room: float) -> boo
     return False
 
 
-def fit(ruler: Ruler, text: str, width: float, height: float, largest: float, smallest: float) -> Fitted:
+def fit(text: str, width: float, height: float, largest: float, smallest: float) -> Fitted:
     """The largest size between the two (points) at which the text fits; cut with an ellipsis if none does."""
-    paragraphs = [(line, ruler.edges(line)) for line in text.splitlines()] or [("", [])]
-    smallest = min(smallest, largest)
-    points, step = largest, 0.93
+    dc = _measuring_dc()
+    line = dc.GetCharHeight() / REFERENCE
+    paragraphs = [
+        (part, [edge / REFERENCE for edge in dc.GetPartialTextExtents(part)])
+        for part in text.splitlines()
+        if part
+    ]
+    points = largest
     while points > smallest:
         lines = _lines(paragraphs, width / points)
-        if len(lines) * ruler.line * points <= height and not _breaks_words(paragraphs, width / points):
+        if len(lines) * line * points <= height and not _breaks_words(paragraphs, width / points):
             return Fitted(tuple(lines), points)
-        points *= step
+        points *= _STEP
     lines = _lines(paragraphs, width / smallest)
-    room = max(1, int(height / (ruler.line * smallest)))
+    room = max(1, int(height / (line * smallest)))
     if len(lines) <= room:
         return Fitted(tuple(lines), smallest)
-    kept = lines[:room]
-    while kept[-1] and ruler.width(kept[-1] + "\u2026", smallest) > width:
-        kept[-1] = kept[-1][:-1]
-    kept[-1] += "\u2026"
-    return Fitted(tuple(kept), smallest, cut=True)
+    last = lines[room - 1]
+    while last and dc.GetTextExtent(last + "\u2026").width / REFERENCE * smallest > width:
+        last = last[:-1]
+    return Fitted((*lines[: room - 1], last + "\u2026"), smallest, cut=True)

@@ -138,7 +138,7 @@ class TestDataViewerFrame(wx.Frame):
     __test__ = False
 
     def __init__(self, parent: wx.Window | None) -> None:
-        wx.Frame.__init__(self, parent)
+        wx.Frame.__init__(self, parent, size=wx.Size(*_SIZE))
         self.SetBackgroundColour(palette.CANVAS)
         self.SetFont(sizing.font(10.0))
         self.SetIcon(window_icon())

@@ -1,0 +1,440 @@
+"""The default layouts: what the operator reads, where it stands, who gets the keyboard."""
+
+import ast
+import gc
+import inspect
+import threading
+import weakref
+from collections.abc import Callable, Iterator
+from pathlib import Path
+from typing import Any
+
+import pytest
+import qon_atsui
+import wx
+from babel.messages.pofile import read_po
+from layouts import Cell, Frame, shown
+from qon_atsui import palette, sizing
+from qon_atsui.textfit import fit
+from support import pump, pump_for
+
+SCREENS = ((1280, 1024), (1920, 1080))
+SOURCE = Path(qon_atsui.__file__).parent
+
+
+@pytest.fixture
+def frame(app: wx.App) -> Iterator[Frame]:
+    """Three cells side by side."""
+    with shown(Frame(3, 3, (1200, 900))) as window:
+        yield window
+
+
+def type_text(text: str) -> None:
+    wx.UIActionSimulator().Text(text.encode())
+
+
+def press(key: int, over: wx.Window | None = None) -> None:
+    """A key; without a window manager it goes to the window under the mouse."""
+    simulator = wx.UIActionSimulator()
+    if over is not None:
+        simulator.MouseMove(over.GetScreenPosition() + wx.Point(4, 4))
+    simulator.Char(key)
+
+
+# What the operator reads.
+
+RUNS: dict[str, tuple[Callable[[Cell], Any], tuple[str, str, str]]] = {
+    "new": (lambda c: None, ("ready", "READY", "Scan or type the serial number, then Enter")),
+    "asked for a unit": (lambda c: c.prompt("Next, please", "white"), ("ready", "READY", "Next, please")),
+    "started": (lambda c: c.started(), ("testing", "TESTING", "")),
+    "instruction": (
+        lambda c: (c.started(), c.prompt("Close the lid", "green")),
+        ("testing", "TESTING", "Close the lid"),
+    ),
+    "paused": (lambda c: (c.started(), c.button("Resume")), ("paused", "PAUSED", "")),
+    "resumed": (lambda c: (c.started(), c.button("Resume"), c.button("Pause")), ("testing", "TESTING", "")),
+    "passed": (lambda c: (c.started(), c.ended("OK", "green")), ("ok", "OK", "")),
+    "own word": (lambda c: (c.started(), c.ended("合格", "green")), ("ok", "合格", "")),
+    "failed": (lambda c: (c.started(), c.ended("NG", "red")), ("ng", "NG", "")),
+    "failed item": (lambda c: (c.started(), c.ended("NG", "red", "VOUT")), ("ng", "NG", "VOUT")),
+    "aborted": (lambda c: (c.started(), c.ended("Aborted", "cyan")), ("aborted", "ABORTED", "")),
+    "exception": (
+        lambda c: (c.started(), c.ended("Exception Aborted", "cyan")),
+        ("exception", "EXCEPTION", ""),
+    ),
+    "told after an exception": (
+        lambda c: (c.started(), c.ended("Exception Aborted", "cyan", "no meter")),
+        ("exception", "EXCEPTION", "no meter"),
+    ),
+    "again": (
+        lambda c: (c.started(), c.ended("NG", "red"), c.started(), c.button("Pause")),
+        ("testing", "TESTING", ""),
+    ),
+    "entry not used": (lambda c: c.ui_serial_number.Disable(), ("ready", "READY", None)),
+}
+
+
+@pytest.mark.parametrize("name", RUNS)
+def test_the_band_says_the_state(app: wx.App, monkeypatch: pytest.MonkeyPatch, name: str) -> None:
+    monkeypatch.setenv("QON_LANG", "en")
+    act, (state, word, text) = RUNS[name]
+    with shown(Frame(1, 1, (900, 700))) as window:
+        cell = window.cells[0]
+        act(cell)
+        face = cell.ui_prompt.face
+        assert (face.state, face.word) == (state, word)
+        assert text is None or face.text == text
+        assert cell.ui_abort.IsEnabled() is (state in ("testing", "paused"))
+
+
+def luminance(colour: str) -> float:
+    parts = [part / 255 for part in wx.Colour(colour).Get(False)]
+    parts = [part / 12.92 if part <= 0.04045 else ((part + 0.055) / 1.055) ** 2.4 for part in parts]
+    return 0.2126 * parts[0] + 0.7152 * parts[1] + 0.0722 * parts[2]
+
+
+def test_every_shade_can_be_read() -> None:
+    shades = [shade for _name, shade in inspect.getmembers(palette) if isinstance(shade, palette.Shade)]
+    for shade in [*shades, palette.shade_of("#123456"), palette.shade_of("#FEDCBA")]:
+        dark, bright = sorted((luminance(shade.ground), luminance(shade.ink)))
+        assert (bright + 0.05) / (dark + 0.05) >= 4.5, shade
+
+
+def test_widgets_answer_what_they_were_told(frame: Frame) -> None:
+    cell = frame.cells[0]
+    for widget in (cell.ui_prompt, cell.ui_start):
+        for colour in ("green", "red", "cyan", "yellow", "gray", wx.Colour(1, 2, 3)):
+            widget.SetBackgroundColour(colour)
+            assert widget.GetBackgroundColour() == wx.Colour(colour)
+        widget.SetLabel("Resume")
+        assert widget.GetLabel() == "Resume"
+    for value, percent in ((33.4, "33 %"), (-5, "0 %"), (130.5, "100 %")):
+        cell.ui_gauge.SetValue(value)
+        assert (cell.ui_gauge.GetValue(), cell._ui_head.percent.GetValue()) == (value, percent)
+    with pytest.raises(ValueError, match="Unknown colour 'no colour'"):
+        cell.ui_prompt.SetBackgroundColour("no colour")
+
+
+def test_the_head_keeps_the_serial_number_of_the_last_unit(frame: Frame) -> None:
+    cell = frame.cells[0]
+    cell.ui_serial_number.SetValue("typed")
+    assert cell._ui_head.serial.GetValue() == ""
+    cell.started("SN1")
+    cell.ui_serial_number.SetValue("SN2")  # a script reads it from the unit
+    cell.ended("OK", "green")
+    assert (cell._ui_head.serial.GetValue(), cell.ui_serial_number.GetValue()) == ("SN2", "")
+
+
+def test_a_text_is_as_large_as_it_fits_and_never_lost(app: wx.App) -> None:
+    for text in (
+        "OK",
+        "VOUT_5V_FULL_LOAD_RIPPLE",
+        "请装入电路板，合上夹具盖",
+        "a\nb",
+        "two words",
+        "x" * 300,
+    ):
+        fitted = fit(text, 400, 120, 300, 9)
+        assert "".join(fitted.lines).replace(" ", "") == text.replace(" ", "").replace("\n", "")
+        assert not fitted.cut and 9 <= fitted.points <= 300
+    assert (
+        fit("OK", 400, 120, 300, 9).points > 2 * fit("Close the lid of the fixture", 400, 120, 300, 9).points
+    )
+    assert fit("two words", 100, 400, 300, 9).lines == ("two", "words")  # a word is not torn for size
+    cut = fit("word " * 500, 200, 40, 300, 9)
+    assert cut.cut and cut.lines[-1].endswith("…")
+
+
+# Where things stand.
+
+
+def visible_parts(cell: Cell) -> dict[str, wx.Rect]:
+    names = (
+        "ui_prompt",
+        "ui_serial_number",
+        "ui_start",
+        "ui_abort",
+        "ui_view_notebook",
+        "_ui_details_button",
+    )
+    windows = {name: getattr(cell, name) for name in names}
+    head = ("name", "serial", "elapsed", "gauge")
+    windows |= {name: getattr(cell._ui_head, name) for name in head}
+    return {name: window.GetRect() for name, window in windows.items() if window.IsShown()}
+
+
+@pytest.mark.parametrize("screen", SCREENS)
+@pytest.mark.parametrize(("cells", "columns"), [(1, 1), (4, 2), (8, 4), (20, 5)])
+def test_cells_of_any_number_stay_usable(
+    app: wx.App, screen: tuple[int, int], cells: int, columns: int
+) -> None:
+    with shown(Frame(cells, columns, screen)) as window:
+        cell = window.cells[-1]
+        pump(lambda: cell.GetSize().width * columns > screen[0] - 60)
+        parts = visible_parts(cell)
+        assert all(wx.Rect(cell.GetClientSize()).Contains(rect) for rect in parts.values()), parts
+        placed = list(parts.items())
+        for index, (name, rect) in enumerate(placed):
+            for other, box in placed[index + 1 :]:
+                assert not rect.Intersects(box), (name, other)
+        band, height = parts["ui_prompt"].height, cell.GetSize().height
+        full = "ui_view_notebook" in parts
+        assert height / 5 <= band <= (height / 3 if full else height)
+        assert full or "_ui_details_button" in parts
+        assert parts["ui_serial_number"].width >= cell.FromDIP(140)
+        for name in ("ui_start", "ui_abort"):
+            assert parts[name].width >= cell.FromDIP(55) and parts[name].height >= cell.FromDIP(26)
+        for child in cell.GetChildren():
+            assert child.GetFont().GetPointSize() >= sizing.SMALLEST_POINTS
+        for text in ("OK", "A much longer text than before, which goes on and on"):
+            cell.started(text)
+            cell.button("Pause")
+            cell.ended("NG", "red", text)
+            for field in (cell.ui_cell_name, cell.ui_ok_count, cell.ui_elapse_time):
+                field.SetValue(text)
+        pump_for(0.05)
+        assert visible_parts(cell) == parts  # nothing moves for a text
+
+
+def test_a_cell_too_small_for_its_notebook_lends_it_to_a_window(app: wx.App) -> None:
+    with shown(Frame(2, 2, (640, 300))) as window:
+        cell, book = window.cells[0], window.cells[0].ui_view_notebook
+        cell.ui_assertions.AppendRows(200)
+        cell.ui_assertions.MakeCellVisible(199, 0)
+        assert not book.IsShown()
+        for close in (lambda details: details.Close(), lambda details: press(wx.WXK_ESCAPE, details)):
+            wx.PostEvent(cell.ui_prompt, wx.MouseEvent(wx.wxEVT_LEFT_UP))
+            details = pump(lambda: cell._ui_details)
+            pump(book.IsShownOnScreen)
+            assert book.GetParent() is details and "Cell 1" in details.GetTitle()
+            pump(lambda: cell.ui_assertions.IsVisible(199, 0, False))
+            pump(lambda: wx.Window.FindFocus() is not None)
+            close(details)
+            pump(lambda: cell._ui_details is None)
+            assert book.GetParent() is cell and not book.IsShown()
+        wx.PostEvent(
+            cell._ui_details_button, wx.CommandEvent(wx.wxEVT_BUTTON, cell._ui_details_button.GetId())
+        )
+        details = pump(lambda: cell._ui_details)
+        window.SetSize(1200, 900)  # now there is room
+        pump(lambda: not details and book.IsShownOnScreen() and book.GetParent() is cell)
+        assert book.GetRect().GetTop() > cell.ui_serial_number.GetRect().GetBottom()
+
+
+# Who gets the keyboard.
+
+
+def focused(frame: Frame) -> int | None:
+    return next((i for i, cell in enumerate(frame.cells) if cell.ui_serial_number.HasFocus()), None)
+
+
+def test_the_focus_goes_where_the_next_number_belongs_and_is_not_stolen(frame: Frame) -> None:
+    first, second, third = frame.cells
+    first.ui_serial_number.SetFocus()
+    pump(lambda: focused(frame) == 0)
+    type_text("A1")
+    pump(lambda: first.ui_serial_number.GetValue() == "A1")
+    press(wx.WXK_RETURN)
+    press(wx.WXK_RETURN)  # the line feed of a scanner that sends two: starts no other cell
+    pump(lambda: focused(frame) == 1)
+    pump_for(0.2)
+    assert (first.calls, second.calls) == (["start A1"], [])
+    type_text("B")
+    pump(lambda: second.ui_serial_number.GetValue() == "B")
+    first.ended("OK", "green")
+    third.ended("OK", "green")
+    pump_for(0.1)
+    assert focused(frame) == 1  # somebody types there
+    type_text("2")
+    pump(lambda: second.ui_serial_number.GetValue() == "B2")
+    press(wx.WXK_RETURN)
+    pump(lambda: focused(frame) == 0)  # who asked first
+    assert second.calls == ["start B2"]
+    second.ended("NG", "red")
+    pump(lambda: focused(frame) == 1)  # nobody types: as the product wants it
+    for cell in frame.cells:
+        cell.ui_serial_number.Disable()
+    pump(lambda: wx.Window.FindFocus() is third.ui_start)  # nobody is ready for a number
+
+
+def test_a_question_takes_its_cell_alone_into_waiting_and_holds_the_focus_back(frame: Frame) -> None:
+    first, second, third = frame.cells
+    third.ui_serial_number.SetFocus()
+    for cell in (first, second):
+        cell.started()
+    states: list[list[str]] = []
+    inner = wx.Dialog(None, title="Cell 2")  # a notice, which only names its cell
+    outer = wx.TextEntryDialog(first, "Colour?", "Cell 1")
+
+    def within_inner() -> None:
+        states.append([cell.state for cell in frame.cells])
+        third.ui_serial_number.SetFocus()
+        assert not third.ui_serial_number.HasFocus()
+        inner.EndModal(wx.ID_OK)
+
+    def within_outer() -> None:
+        states.append([cell.state for cell in frame.cells])
+        wx.CallAfter(within_inner)
+        inner.ShowModal()
+        states.append([cell.state for cell in frame.cells])
+        outer.EndModal(wx.ID_OK)
+
+    wx.CallAfter(within_outer)
+    outer.ShowModal()
+    assert states == [
+        ["waiting", "testing", "ready"],
+        ["waiting", "waiting", "ready"],
+        ["waiting", "testing", "ready"],
+    ]
+    assert [cell.state for cell in frame.cells] == ["testing", "testing", "ready"]
+    pump(lambda: focused(frame) == 2)
+    for dialog in (inner, outer):
+        dialog.Destroy()
+
+
+def test_a_question_that_another_hook_answers_leaves_nobody_waiting(frame: Frame) -> None:
+    class Answer(wx.ModalDialogHook):
+        def Enter(self, _dialog: wx.Dialog) -> int:
+            return int(wx.ID_OK)
+
+        def Exit(self, _dialog: wx.Dialog) -> None:
+            pass
+
+    frame.cells[0].started()
+    hook = Answer()
+    hook.Register()
+    dialog = wx.TextEntryDialog(frame.cells[0], "Colour?", "Cell 1")
+    assert dialog.ShowModal() == wx.ID_OK
+    hook.Unregister()
+    dialog.Destroy()
+    pump(lambda: not dialog)
+    assert frame.cells[0].state == "testing"
+
+
+def test_a_test_thread_reads_the_serial_number(frame: Frame) -> None:
+    entry, read = frame.cells[0].ui_serial_number, []
+    for act in (lambda: entry.SetValue("SN1"), lambda: entry.WriteText("x"), entry.Clear):
+        act()
+        thread = threading.Thread(target=lambda: read.append(entry.GetValue()))
+        thread.start()
+        thread.join(5)
+    assert read == ["SN1", "xSN1" if read[1][0] == "x" else "SN1x", ""]
+
+
+# Handlers, timers, windows that end.
+
+PROMISED = {
+    "on_edit_test_parameters",
+    "on_reload_test_parameters",
+    "on_save_test_parameters",
+    "on_export_assertion_config",
+    "on_show_test_data_window",
+    "on_change_debug_mode",
+    "on_clear_statistics",
+    "on_start_all",
+    "on_abort_all",
+    "on_start_ticker",
+    "on_show_manual_operation_dialog",
+    "on_show_about_dialog",
+}
+
+
+def test_every_command_has_a_key_or_a_mnemonic_and_reaches_its_handler(frame: Frame) -> None:
+    calls: list[str] = []
+    for name in PROMISED:
+        setattr(frame, name, lambda _event, name=name: calls.append(name))
+    bar = frame.GetMenuBar()
+    items = [
+        item for menu, _title in bar.GetMenus() for item in menu.GetMenuItems() if not item.IsSeparator()
+    ]
+    for item in items:
+        assert "&" in item.GetItemLabel() or item.GetAccel(), item.GetItemLabel()
+        assert item.GetHelp() and (item.GetAccel() is None or item.GetAccel().GetKeyCode() != wx.WXK_ESCAPE)
+        if item.GetItemLabelText() not in (_exit_label(items), "Next cell"):
+            frame.ProcessEvent(wx.CommandEvent(wx.wxEVT_MENU, item.GetId()))
+    assert len(calls) == len(PROMISED) and set(calls) == PROMISED
+    for index in range(frame.ui_toolbar.GetToolsCount()):
+        tool = frame.ui_toolbar.GetToolByPos(index)
+        assert tool.IsSeparator() or (tool.GetShortHelp() and bar.FindItemById(tool.GetId()))
+    assert frame.ui_in_debug_mode.IsCheckable()
+
+
+def _exit_label(items: list[wx.MenuItem]) -> str:
+    return next(item.GetItemLabelText() for item in items if "xit" in item.GetItemLabelText())
+
+
+def test_without_handlers_nothing_happens_and_late_ones_are_found(app: wx.App) -> None:
+    frame = qon_atsui.Frame(None)
+    cell = qon_atsui.Cell(frame.ui_cell_panel)
+    panel = qon_atsui.TestDataViewerPanel(frame)
+    calls: list[str] = []
+    with shown(frame):
+        for window in (cell.ui_start, cell.ui_abort):
+            window.ProcessEvent(wx.CommandEvent(wx.wxEVT_BUTTON, window.GetId()))
+        cell.ui_refresh_timer.StartOnce(0)
+        panel.ui_cell_filter.ProcessEvent(wx.CommandEvent(wx.wxEVT_CHOICE, panel.ui_cell_filter.GetId()))
+        pump_for(0.05)
+        cell.on_refresh_timer_event = lambda _event: calls.append("refresh")
+        cell.on_blink_timer_event = lambda _event: calls.append("blink")
+        frame.on_trigger_initializer = lambda _event: calls.append("initializer")
+        frame.on_ticker_timer_event = lambda _event: calls.append("ticker")
+        timers = (
+            cell.ui_refresh_timer,
+            cell.ui_blink_timer,
+            frame.ui_initializer_trigger,
+            frame.ui_ticker_timer,
+        )
+        for timer, milliseconds in zip(timers, (0, 1.5, 0.2, 10.0), strict=True):
+            assert timer.StartOnce(milliseconds)
+        pump(lambda: len(calls) == 4)
+        frame.on_close_app = lambda event: (calls.append("close"), event.Veto())
+        assert not frame.Close() and calls[-1] == "close"
+
+
+def test_a_destroyed_frame_leaves_no_timer_no_cycle_and_no_object(app: wx.App) -> None:
+    frame = Frame(2, 2, (1000, 800))
+    cell = frame.cells[0]
+    timer = cell.ui_refresh_timer
+    cell.on_refresh_timer_event = lambda _event, cell=cell: pytest.fail("fired into a dead window")
+    cell.ui_assertions.AppendRows(3)
+    cell.ui_test_logger.AppendText("pending")
+    timer.StartOnce(20)
+    alive = [
+        weakref.ref(part) for part in (frame, cell, cell.ui_prompt, cell.ui_assertions, cell.ui_test_logger)
+    ]
+    frame.Destroy()
+    pump(lambda timer=timer: timer.StartOnce(1) is False)
+    pump_for(0.05)
+    del frame, cell, timer
+    gc.collect()
+    assert [reference() for reference in alive] == [None] * len(alive)
+
+
+@pytest.mark.parametrize(
+    ("kind", "key", "answer"),
+    [
+        (qon_atsui.TickerExceptionDialog, wx.WXK_RETURN, wx.ID_OK),
+        (qon_atsui.TickerExceptionDialog, wx.WXK_ESCAPE, wx.ID_CANCEL),
+        (qon_atsui.AboutDialog, wx.WXK_ESCAPE, wx.ID_OK),
+        (qon_atsui.ManualOperationDialog, wx.WXK_ESCAPE, wx.ID_CANCEL),
+    ],
+)
+def test_dialogs_answer_the_keyboard(app: wx.App, kind: type[wx.Dialog], key: int, answer: int) -> None:
+    with shown(wx.Frame(None)) as parent:
+        dialog = kind(parent)
+        wx.CallLater(150, press, key, dialog)
+        assert dialog.ShowModal() == answer
+        dialog.Destroy()
+
+
+def test_every_label_is_translated() -> None:
+    catalogue = SOURCE.parent / "qon_companions" / "locale" / "zh_CN" / "LC_MESSAGES" / "qon.po"
+    with catalogue.open("rb") as text:
+        known = {message.id for message in read_po(text) if message.string}
+    labels = {
+        node.args[0].value
+        for path in SOURCE.glob("*.py")
+        for node in ast.walk(ast.parse(path.read_text(encoding="utf-8")))
+        if isinstance(node, ast.Call) and isinstance(node.func, ast.Name) and node.func.id == "_"
+    }
+    assert len(labels) > 100 and labels - known == set()
