@@ -152,7 +152,7 @@ constexpr Member kMembers[] = {
     method("on_refresh_timer_event(event = None)", on_refresh_timer_event),
     method("on_blink_timer_event(event = None)", on_blink_timer_event),
     method("_show_an_assertion(assertion)", show_an_assertion),
-    method("_append_to_history(sn, result, color)", append_to_history),
+    method("_append_to_history(sn: str, result: str, color)", append_to_history),
     // statistics
     method("clear_statistics()", clear_statistics),
     method("_show_statistics()", show_statistics),

@@ -55,7 +55,7 @@ void build_cells(nb::handle self, nb::handle book, const Grid& grid) {
 void load_parameters(nb::handle self, nb::handle directory) {
     set_field<"_ATSFrame__app_config_dir">(self, directory);
     set_field<"_ATSFrame__app_config">(self, nb::none());
-    if (truth(python_module<"os">().attr("path").attr("exists")(directory)))
+    if (!directory.is_none() && truth(python_module<"os">().attr("path").attr("exists")(directory)))
         set_field<"_ATSFrame__app_config">(self, imported<"ParameterDirectory">().attr("load")(directory));
 }
 
