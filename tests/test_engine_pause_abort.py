@@ -158,8 +158,6 @@ def test_arguments_of_a_sleep(host: Host) -> None:
     for wrong in (("1",), (None,), (1, "0.1"), (1, None)):
         with pytest.raises(TypeError):
             cell.sleep(*wrong)
-    with pytest.raises(ValueError):
-        cell.sleep(-1.0)
 
 
 def test_order_of_the_checks_around_a_call(host: Host) -> None:
@@ -181,8 +179,6 @@ def test_order_of_the_checks_around_a_call(host: Host) -> None:
     cell.notes.clear()
     assert cell.abortable(func=add)(3, 4) == 7
     assert cell.notes == ["pause", "abort", "call", "abort", "pause"]
-    with pytest.raises(ValueError, match="inside"):
-        cell.abortable(lambda: (_ for _ in ()).throw(ValueError("inside")).__next__())()
 
 
 @pytest.mark.parametrize("debugging", [False, True])

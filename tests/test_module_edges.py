@@ -31,43 +31,6 @@ RECORDS: list[Any] = [
     lambda: qon_ats.CallUserFunctionInfo(print, True),
 ]
 
-SIGNATURES = {
-    "Assertion.update":
-        "(self, value=None, lower=None, upper=None, unit=None, result=None, assert_time=None)",
-    "UUT.append_assertion": "(self, assertion)",
-    "CellBase.append": "(self, assertion, stop_if_ng=None, category='all')",
-    "CellBase.assert_with_limits":
-        "(self, name, value, lower, upper, unit='N/A', result=None, stop_if_ng=None, category='all')",
-    "CellBase.assert_with_result":
-        "(self, name, value, result, unit=None, lower=None, upper=None, stop_if_ng=None, category='all')",
-    "CellBase.load_assertion_configs": "(filename)",
-    "CellRunnerBase.call_user_function": "(self, function, *args, **kwargs)",
-    "CellRunnerBase.ask_true_or_false": "(self, question, true='Yes', false='No')",
-    "ATSFrame.start_cell": "(self, cell_number, serial_number='')",
-    "Cell.set_prompt": "(self, message, bg_color=None)",
-}  # fmt: skip
-
-
-@pytest.mark.parametrize("path", SIGNATURES)
-def test_signatures(path: str) -> None:
-    owner, name = path.split(".")
-    function = getattr(getattr(qon_ats, owner), name)
-    signature = inspect.signature(function)
-    plain = [p.replace(annotation=inspect.Parameter.empty) for p in signature.parameters.values()]
-    assert str(inspect.Signature(plain)) == SIGNATURES[path]
-    assert (function.__module__, function.__qualname__, function.__name__) == ("qon_ats", path, name)
-
-
-PUBLIC = """ATSFrame Cell CellBase CellRunnerBase Assertion UUT TestItem Statistics StatisticsUpdateEvent
-CallUserFunctionInfo TestDataViewerPanel TestDataViewerFrame ManualOperationDialog"""
-
-
-@pytest.mark.parametrize("name", PUBLIC.split())
-def test_public_classes(name: str) -> None:
-    cls = getattr(qon_ats, name)
-    assert isinstance(cls, type) and (cls.__module__, cls.__qualname__) == ("qon_ats", name)
-    assert type("Sub", (cls,), {}).__mro__[1] is cls
-
 
 def test_control_exceptions() -> None:
     for cls in (qon_ats._DoneException, qon_ats._UserAbortException):
@@ -76,10 +39,8 @@ def test_control_exceptions() -> None:
             cls("text")
     assert (qon_ats._NGException("v").args, str(qon_ats._NGException("v"))) == (("v",), "v")
     assert qon_ats._default_ats_config_path == "ats_config.xlsx"
-    titles = ["Name", "Value", "Lower", "Upper", "Unit", "Result"]
-    assert [tuple(c) for c in qon_ats._DefaultColumnInfo] == [
-        (t, 300 if t == "Name" else 200) for t in titles
-    ]
+    columns = [("Name", 300), *((title, 200) for title in ("Value", "Lower", "Upper", "Unit", "Result"))]
+    assert [tuple(column) for column in qon_ats._DefaultColumnInfo] == columns
 
 
 @pytest.mark.parametrize("make", RECORDS)
@@ -110,22 +71,16 @@ def test_cycles_through_records_are_collected(make: Any) -> None:
 @pytest.mark.parametrize("field", ["value", "lower", "upper", "result", "elapse"])
 def test_cycles_through_the_fields_of_an_assertion_are_collected(field: str) -> None:
     class Holder:
-        def __ge__(self, other: Any) -> bool:
-            return True
-
-        __le__ = __ge__
+        record: Assertion
 
     holder = Holder()
-    assertion = Assertion("a", holder if field == "value" else None)
-    if field in ("lower", "upper", "result"):
-        assertion.update(**{field: holder})
-    elif field == "elapse":
-        assertion.set_elapse_time(holder)
+    assertion = Assertion("a")
+    assertion.set_elapse_time(holder) if field == "elapse" else assertion.update(**{field: holder})
     holder.record = assertion
     alive = weakref.ref(holder)
     del holder, assertion
     gc.collect()
-    assert (alive() is None) or field == "result"
+    assert alive() is None
 
 
 def test_a_record_grown_into_a_cycle_after_collections_is_collected() -> None:
@@ -163,9 +118,8 @@ def test_script_cell_and_records_are_collected_together(host: Host) -> None:
 def test_bound_methods_are_methods(host: Host) -> None:
     for owner, name in ((host(), "pause"), (Assertion("a"), "is_ok"), (UUT(), "first_ng_item_name")):
         method = getattr(owner, name)
-        assert inspect.ismethod(method) and isinstance(method, types.MethodType)
-        assert method.__self__ is owner and weakref.WeakMethod(method)() == method
-        method()
+        assert inspect.ismethod(method) and method.__self__ is owner
+        assert weakref.WeakMethod(method)() == method
     assert mock.create_autospec(CellBase.sleep) is not None
 
 
@@ -228,9 +182,8 @@ def test_the_clock_and_the_gui_call_of_the_moment_are_used(monkeypatch: pytest.M
 
 def test_nothing_grows_over_a_thousand_runs(tmp_path: Path) -> None:
     """In a process of its own: objects, memory blocks and threads before and after."""
-    folder = Path(__file__).parent
     name = unique_name()
-    write_script(tmp_path, script_text(dedent("""
+    body = """
         self.assert_limits("v", 1.5, 1, 2, "V", category="power")
         self.append_ng("bad", "text", stop_if_ng=False)
         self.print("x")
@@ -239,11 +192,12 @@ def test_nothing_grows_over_a_thousand_runs(tmp_path: Path) -> None:
             self.abort("a")
         if self.noumenon.kind % 3 == 2:
             raise KeyError("k")
-    """)), name)  # fmt: skip
+    """
+    write_script(tmp_path, script_text(body), name)
     config = write_book(tmp_path / "c.xlsx", {"cell1": {"script": f"{name}.py", "reload_cell_runner": False}})
     code = f"""
         import gc, sys, threading
-        sys.path.insert(0, {str(folder)!r})
+        sys.path.insert(0, {str(Path(__file__).parent)!r})
         from hostcell import HostCell
         cell = HostCell(1, {str(config)!r})
         cell.kind = 0
@@ -262,9 +216,8 @@ def test_nothing_grows_over_a_thousand_runs(tmp_path: Path) -> None:
         after = runs(1000)
         print(*(b - a for a, b in zip(before, after)))
     """
-    done = subprocess.run(
-        [sys.executable, "-c", dedent(code)], capture_output=True, text=True, cwd=tmp_path, timeout=100
-    )
+    command = [sys.executable, "-c", dedent(code)]
+    done = subprocess.run(command, capture_output=True, text=True, cwd=tmp_path, timeout=100)
     assert done.returncode == 0, done.stderr
     objects, blocks, threads = map(int, done.stdout.split())
     assert objects < 50 and blocks < 300 and threads == 0, done.stdout

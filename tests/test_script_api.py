@@ -6,10 +6,8 @@ from types import SimpleNamespace
 from typing import Any
 
 import pytest
-import wx
 from hostcell import Host, HostCell
 from qon_ats import UUT, Assertion, CallUserFunctionInfo, CellRunnerBase
-from support import pump
 
 
 class Script(CellRunnerBase):
@@ -65,78 +63,80 @@ def cell(host: Host) -> HostCell:
     return made
 
 
-F = print  # stands for any callable
+SAME = """no_ng_item is_ok get_elapse_time pause debug_pause check_abort is_aborted has_done done
+get_serial_number get_cell_name"""
 
-FORWARDED: list[tuple[str, tuple[Any, ...], dict[str, Any], tuple[Any, ...]]] = [
-    ("get_shared_obj", ("a",), {}, ("get_shared_obj", "a")),
-    ("set_shared_obj", (), {"name": "a", "obj": 5}, ("set_shared_obj", "a", 5)),
-    ("no_ng_item", (), {}, ("no_ng_item",)),
-    ("is_ok", (), {}, ("is_ok",)),
-    ("get_assertions", (), {}, ("get_assertions", "all")),
-    ("get_elapse_time", (), {}, ("get_elapse_time",)),
-    ("update_elapse_begin_time", (), {}, ("update_elapse_begin_time", None)),
-    ("update_elapse_begin_time", (), {"time": 3}, ("update_elapse_begin_time", 3.0)),
-    ("paused", (), {}, ("is_paused",)),
-    ("pause", (), {}, ("pause",)),
-    ("debug_pause", (), {}, ("debug_pause",)),
-    ("abort", (), {}, ("abort", "")),
-    ("abort", (), {"description": "why"}, ("abort", "why")),
-    ("check_abort", (), {}, ("check_abort",)),
-    ("abortable", (F,), {}, ("abortable", F)),
-    ("is_aborted", (), {}, ("is_aborted",)),
-    ("has_done", (), {}, ("has_done",)),
-    ("done", (), {}, ("done",)),
-    ("sleep", (2,), {}, ("sleep", 2.0, 0.1)),
-    ("call_user_function", (F, 1), {"end": ""}, ("call_user_function", F, 1, {"end": ""})),
-    ("call_user_function_delay_wait", (F, 1), {"a": 2}, ("call_user_function_delay_wait", F, 1, {"a": 2})),
-    ("call_user_function_no_wait", (F,), {}, ("call_user_function_no_wait", F)),
-    ("ask_true_or_false", ("lit?",), {}, ("ask_true_or_false", "lit?", "Yes", "No")),
-    ("ask_true_or_false", ("lit?",), {"false": "nein"}, ("ask_true_or_false", "lit?", "Yes", "nein")),
-    ("notice_box", (5,), {}, ("notice_box", 5)),
-    ("input_text", ("name?",), {}, ("input_text", "name?")),
-    ("get_serial_number", (), {}, ("get_serial_number",)),
-    ("set_serial_number", ("SN",), {}, ("set_serial_number", "SN")),
-    ("get_cell_name", (), {}, ("get_cell_name",)),
-    ("print", (5,), {}, ("print", 5, "\n")),
-    ("debug_print", ("x",), {"end": ""}, ("debug_print", "x", "")),
-    ("update_percentage", (50,), {}, ("update_percentage", 50.0)),
-    ("increase_percentage", (), {"increment": 1.5}, ("increase_percentage", 1.5)),
-    ("set_prompt", ("Lid",), {}, ("set_prompt", "Lid", None)),
-    ("set_prompt", ("Lid",), {"bg_color": "red"}, ("set_prompt", "Lid", "red")),
-    ("assert_equal", ("n", 3, 3), {}, ("assert_with_limits", "n", 3, 3, 3, None, None, None, "all")),
-    ("assert_limits", ("n", 3, 1, 5), {}, ("assert_with_limits", "n", 3, 1, 5, None, None, None, "all")),
-    ("assert_limits", ("n", 3, 1, 5, "V", False, "c"), {},
-     ("assert_with_limits", "n", 3, 1, 5, "V", None, False, "c")),
-    ("try_limits", ("n", 3, 1, 5), {}, ("try_limits", "n", 3, 1, 5, "", None)),
-    ("assert_percent_limits", ("n", 3, 4, 5), {},
-     ("assert_with_percent_limits", "n", 3.0, 4.0, 5.0, None, None, None, "all")),
-    ("assert_true", ("n", "yes"), {},
-     ("assert_with_result", "n", "yes", True, None, None, None, None, "all")),
-    ("assert_false", ("n", "yes", True), {},
-     ("assert_with_result", "n", "yes", False, None, None, None, True, "all")),
-    ("assert_result", ("n", 3, "pass"), {},
-     ("assert_with_result", "n", 3, True, "N/A", None, None, None, "all")),
-    ("append_ok", ("n", 3), {}, ("assert_with_result", "n", 3, True, None, None, None, None, "all")),
-    ("append_ng", ("n", 3), {"category": "c"},
-     ("assert_with_result", "n", 3, False, None, None, None, None, "c")),
-]  # fmt: skip
+# What a script calls, and what reaches its cell or frame.
+FORWARDED: dict[str, tuple[Any, ...]] = {f"{name}()": (name,) for name in SAME.split()} | {
+    "paused()": ("is_paused",),
+    "get_shared_obj('a')": ("get_shared_obj", "a"),
+    "set_shared_obj(name='a', obj=5)": ("set_shared_obj", "a", 5),
+    "get_assertions()": ("get_assertions", "all"),
+    "update_elapse_begin_time()": ("update_elapse_begin_time", None),
+    "update_elapse_begin_time(time=3)": ("update_elapse_begin_time", 3.0),
+    "abort()": ("abort", ""),
+    "abort(description='why')": ("abort", "why"),
+    "abortable(print)": ("abortable", print),
+    "sleep(2)": ("sleep", 2.0, 0.1),
+    "call_user_function(print, 1, end='')": ("call_user_function", print, 1, {"end": ""}),
+    "call_user_function_delay_wait(print)": ("call_user_function_delay_wait", print),
+    "call_user_function_no_wait(print, 1)": ("call_user_function_no_wait", print, 1),
+    "ask_true_or_false('lit?')": ("ask_true_or_false", "lit?", "Yes", "No"),
+    "ask_true_or_false('lit?', false='nein')": ("ask_true_or_false", "lit?", "Yes", "nein"),
+    "notice_box(5)": ("notice_box", 5),
+    "input_text('name?')": ("input_text", "name?"),
+    "set_serial_number('SN')": ("set_serial_number", "SN"),
+    "print(5)": ("print", 5, "\n"),
+    "debug_print('x', end='')": ("debug_print", "x", ""),
+    "update_percentage(50)": ("update_percentage", 50.0),
+    "increase_percentage(increment=1.5)": ("increase_percentage", 1.5),
+    "set_prompt('Lid')": ("set_prompt", "Lid", None),
+    "set_prompt('Lid', bg_color='red')": ("set_prompt", "Lid", "red"),
+    "assert_equal('n', 3, 4)": ("assert_with_limits", "n", 3, 4, 4, None, None, None, "all"),
+    "assert_limits('n', 3, 1, 5)": ("assert_with_limits", "n", 3, 1, 5, None, None, None, "all"),
+    "assert_limits('n', 3, 1, 5, 'V', False, 'c')": (
+        "assert_with_limits",
+        "n",
+        3,
+        1,
+        5,
+        "V",
+        None,
+        False,
+        "c",
+    ),
+    "try_limits('n', 3, 1, 5)": ("try_limits", "n", 3, 1, 5, "", None),
+    "assert_percent_limits('n', 3, 4, 5)": (
+        "assert_with_percent_limits",
+        "n",
+        3.0,
+        4.0,
+        5.0,
+        *[None] * 3,
+        "all",
+    ),
+    "assert_true('n', 'yes')": ("assert_with_result", "n", "yes", True, *[None] * 4, "all"),
+    "assert_false('n', 'yes', True)": ("assert_with_result", "n", "yes", False, *[None] * 3, True, "all"),
+    "assert_result('n', 3, 'pass')": ("assert_with_result", "n", 3, True, "N/A", *[None] * 3, "all"),
+    "append_ok('n', 3)": ("assert_with_result", "n", 3, True, *[None] * 4, "all"),
+    "append_ng('n', 3, category='c')": ("assert_with_result", "n", 3, False, *[None] * 4, "c"),
+}
 
 
-@pytest.mark.parametrize(("method", "args", "kwargs", "call"), FORWARDED, ids=lambda value: str(value)[:20])
-def test_calls_of_a_script_reach_the_cell(method: str, args: Any, kwargs: Any, call: tuple[Any, ...]) -> None:
-    recorder = Recorder()
-    result = getattr(runner_of(recorder), method)(*args, **kwargs)
-    assert recorder.calls == [call]
-    assert [type(value) for value in recorder.calls[0]] == [type(value) for value in call]
-    if call[0] != "set_shared_obj":
-        assert result in (f"result of {call[0]}", "shared")
+@pytest.mark.parametrize("call", FORWARDED)
+def test_calls_of_a_script_reach_the_cell(call: str) -> None:
+    recorder, expected = Recorder(), FORWARDED[call]
+    result = eval(f"runner.{call}", {"runner": runner_of(recorder)})
+    assert recorder.calls == [expected]
+    assert [type(value) for value in recorder.calls[0]] == [type(value) for value in expected]
+    if expected[0] != "set_shared_obj":
+        assert result in (f"result of {expected[0]}", "shared")
 
 
 REFUSED = [
     "set_serial_number(123)", "get_shared_obj(5)", "get_assertions(5)", "append('x')", "abort(5)",
-    "sleep('1')",
-    "append(Assertion('x', 1), 'yes')", "ask_true_or_false(5)", "update_percentage('50')", "set_prompt(5)",
-    "assert_limits(5, 1, 0, 2)", "assert_limits('x', 1, 0, 2, unit=5)", "assert_limits('x', 1, 0)",
+    "sleep('1')", "append(Assertion('x', 1), 'yes')", "ask_true_or_false(5)", "update_percentage('50')",
+    "set_prompt(5)", "assert_limits(5, 1, 0, 2)", "assert_limits('x', 1, 0, 2, unit=5)", "assert_limits('x', 1, 0)",
     "assert_limits('x', 1, 0, 2, stop_if_ng=1)", "assert_limits('x', 1, 0, 2, category=['a'])",
     "assert_limits('x', 1, 0, 2, limits=3)", "assert_percent_limits('x', '5', 5, 1)",
     "__setattr__('script', 5)", "__setattr__('runner_class_name', None)",
@@ -261,26 +261,3 @@ def test_a_call_that_raises_leaves_its_caller_waiting() -> None:
     with pytest.raises(ZeroDivisionError):
         info()
     assert (info.result, info.event.is_set()) == (None, False)
-
-
-def test_the_gui_thread_runs_calls_in_order_while_the_caller_waits(app: wx.App) -> None:
-    order: list[Any] = []
-    infos = [
-        CallUserFunctionInfo(lambda n: order.append((n, wx.IsMainThread())) or n, True, n) for n in range(3)
-    ]
-
-    def script() -> None:
-        for info in infos:
-            wx.CallAfter(info)
-        for info in infos:
-            info.wait()
-            order.append(info.result)
-
-    thread = threading.Thread(target=script)
-    thread.start()
-    pump(lambda: not thread.is_alive())
-    thread.join(5)
-    assert order[:1] == [(0, True)] and [o for o in order if isinstance(o, tuple)] == [
-        (n, True) for n in range(3)
-    ]
-    assert [o for o in order if isinstance(o, int)] == [0, 1, 2]
