@@ -10,6 +10,7 @@ from dataclasses import dataclass
 from typing import Any
 
 import wx
+from auto_hand import Hand
 
 TICK_MS = 60
 # A dialog is answered when it has been on screen for a moment, as it may still be laid out before.
@@ -60,7 +61,7 @@ def buttons_of(window: wx.Window) -> dict[str, wx.Window]:
 
 
 class AutoOperator:
-    """Does `work` step by step; answers the questions of cells in between."""
+    """Does its work step by step; answers the questions of cells in between."""
 
     def __init__(
         self,
@@ -69,16 +70,13 @@ class AutoOperator:
         finished: Callable[[Exception | None], None],
         limit_seconds: float,
     ) -> None:
-        self._frame = frame
         self._answer = answer
         self._finished = finished
         self._deadline = time.monotonic() + limit_seconds
-        self._simulator = wx.UIActionSimulator()
+        self._hand = Hand()
         self._work: Iterator[None] = iter(())
-        self._seen: wx.Dialog | None = None
-        self._seen_at = 0.0
-        self._busy = False
-        self._visited: type[wx.Window] | None = None
+        self._answering: Iterator[None] | None = None
+        self._visiting = False
         self._timer = wx.Timer(frame)
         frame.Bind(wx.EVT_TIMER, self._on_tick, self._timer)
 
@@ -93,22 +91,19 @@ class AutoOperator:
         while not cell.is_running():
             yield from self.click(entry)
             if entry.GetValue():
-                self._simulator.Char(ord("A"), wx.MOD_CONTROL)
-                yield
-            self._simulator.Text(serial_number)
+                yield from self._hand.select_all()
+            yield from self._hand.type(serial_number)
             yield from self.wait(lambda: entry.GetValue() == serial_number, 1.0)
             if entry.GetValue() == serial_number:
-                self._simulator.Char(wx.WXK_RETURN)
+                yield from self._hand.press_enter()
                 yield from self.wait(cell.is_running, 1.0)
 
     def click(self, window: wx.Window, x: int | None = None, y: int | None = None) -> Iterator[None]:
         """A left click at a point of the window, or into its middle."""
         width, height = window.GetClientSize()
         point = wx.Point(width // 2 if x is None else x, height // 2 if y is None else y)
-        self._simulator.MouseMove(window.ClientToScreen(point))
-        yield
-        self._simulator.MouseClick()
-        yield
+        yield from self._hand.move(window.ClientToScreen(point))
+        yield from self._hand.click()
 
     def click_cell(self, grid: Any, row: int, column: int) -> Iterator[None]:
         """A left click into a cell of a grid."""
@@ -124,11 +119,14 @@ class AutoOperator:
         while not condition() and time.monotonic() < end:
             yield
 
+    def pause(self, seconds: float) -> Iterator[None]:
+        return self.wait(lambda: False, seconds)
+
     def visit(
         self, command: Callable[[Any], None], look: Callable[[wx.Dialog], Iterator[None]]
     ) -> Iterator[None]:
         """Open a modal dialog with a command of the frame, do what `look` does in it, and close it."""
-        self._visited = wx.Dialog
+        self._visiting = True
         wx.CallAfter(command, None)
         yield from self.wait(lambda: shown_dialog() is not None, 10.0)
         dialog = shown_dialog()
@@ -137,13 +135,9 @@ class AutoOperator:
         yield from look(dialog)
         dialog.Close()
         yield from self.wait(lambda: shown_dialog() is None, 10.0)
-        self._visited = None
+        self._visiting = False
 
     def _on_tick(self, _event: wx.TimerEvent) -> None:
-        # The simulated events are handled inside the calls that make them, timers too.
-        if self._busy:
-            return
-        self._busy = True
         try:
             if time.monotonic() > self._deadline:
                 dialog = shown_dialog()
@@ -156,29 +150,32 @@ class AutoOperator:
             self._end(None)
         except Exception as error:
             self._end(error)
-        finally:
-            self._busy = False
 
     def _end(self, error: Exception | None) -> None:
         self._timer.Stop()
+        self._hand.close()
         self._finished(error)
 
     def _attend_question(self) -> bool:
-        """Answer what a cell asks; True while a dialog keeps the operator from going on."""
-        dialog = shown_dialog()
-        if dialog is None or self._visited:
-            self._seen = None
+        """Answer what a cell asks; True while that keeps the operator from going on."""
+        if self._answering is None and shown_dialog() and not self._visiting:
+            self._answering = self._answer_question()
+        if self._answering is None:
             return False
-        if dialog is not self._seen:
-            self._seen, self._seen_at = dialog, time.monotonic()
-        if time.monotonic() - self._seen_at < LOOK_SECONDS:
+        for _ in self._answering:
             return True
+        self._answering = None
+        return False
+
+    def _answer_question(self) -> Iterator[None]:
+        yield from self.pause(LOOK_SECONDS)
+        dialog = shown_dialog()
+        if dialog is None:
+            return
         number = re.search(r"\d+", dialog.GetTitle())
         buttons = buttons_of(dialog)
         wanted = self._answer(int(number.group()), " ".join(texts_of(dialog))) if number else ""
         if wanted not in buttons:
             raise StationStuck(f'unexpected dialog "{dialog.GetTitle()}": {texts_of(dialog)}')
-        for _ in self.click(buttons[wanted]):
-            pass
-        self._seen_at = time.monotonic() + 1.0
-        return True
+        yield from self.click(buttons[wanted])
+        yield from self.wait(lambda: shown_dialog() is not dialog, 1.0)

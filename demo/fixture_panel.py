@@ -15,30 +15,37 @@ class FixturePanel(wx.Frame):
         self._hands = hands
         self._units: list[wx.StaticText] = []
         self._leds: list[wx.StaticText] = []
-        grid = wx.FlexGridSizer(5, 8, 12)
+        fixtures = wx.BoxSizer()
         for number in range(1, cell_count + 1):
-            self._add_row(grid, number)
-        border = wx.BoxSizer()
-        border.Add(grid, 1, wx.EXPAND | wx.ALL, 12)
-        self.SetSizerAndFit(border)
+            fixtures.Add(self._fixture(number), 0, wx.ALL, 4)
+        self.SetSizerAndFit(fixtures)
+        self._move_to_corner()
         self._timer = wx.Timer(self)
         self.Bind(wx.EVT_TIMER, self._on_timer, self._timer)
         self.Bind(wx.EVT_CLOSE, lambda event: self.Hide())
         self._timer.Start(REFRESH_MS)
 
-    def _add_row(self, grid: wx.FlexGridSizer, number: int) -> None:
-        unit = wx.StaticText(self, label="empty", size=self.FromDIP(wx.Size(110, -1)))
-        led = wx.StaticText(self, label="LED dark", size=self.FromDIP(wx.Size(70, -1)))
-        fit = wx.Button(self, label="Fit a new unit")
+    def _fixture(self, number: int) -> wx.Sizer:
+        unit = wx.StaticText(self, label="empty", style=wx.ST_NO_AUTORESIZE)
+        led = wx.StaticText(self, label="LED dark")
+        fit = wx.Button(self, label=f"Fit &{number}", style=wx.BU_EXACTFIT)
         fit.SetToolTip("Put the next unit in and close the lid; the station starts its test")
         fit.Bind(wx.EVT_BUTTON, lambda event: self._hands.fit_new(number))
-        remove = wx.Button(self, label="Take out")
+        remove = wx.Button(self, label="Take out", style=wx.BU_EXACTFIT)
         remove.SetToolTip("Open the lid and take the unit out")
         remove.Bind(wx.EVT_BUTTON, lambda event: self._hands.remove(number))
-        for control in (wx.StaticText(self, label=f"Fixture {number}"), unit, led, fit, remove):
-            grid.Add(control, 0, wx.ALIGN_CENTER_VERTICAL)
+        rows = wx.FlexGridSizer(2, 2, 4)
+        for control in (unit, led, fit, remove):
+            rows.Add(control, 0, wx.EXPAND)
+        unit.SetMinSize(self.GetTextExtent("0000-000000 "))
         self._units.append(unit)
         self._leds.append(led)
+        return rows
+
+    def _move_to_corner(self) -> None:
+        """Bottom right, where the station shows least."""
+        screen = wx.Display(max(0, wx.Display.GetFromWindow(self.GetParent()))).GetClientArea()
+        self.SetPosition(screen.BottomRight - wx.Point(*self.GetSize()))
 
     def _on_timer(self, _event: wx.TimerEvent) -> None:
         if not self.IsShown():

@@ -10,15 +10,20 @@ import argparse
 import os
 import socket
 import sys
+import threading
+import traceback
 from collections.abc import Iterator
 from pathlib import Path
+from types import TracebackType
 from typing import Any
 
 import make_workbooks
 import qon_station
+import screenshot
 import wx
 from auto_operator import AutoOperator, Result, StationStuck
 from bench_sim.board import implied_defect, implied_verdict
+from bench_sim.server import HOST
 from station import CONFIG, HERE, PARAMETERS, DemoStation
 
 LIMIT_SECONDS = 150.0
@@ -32,22 +37,11 @@ def free_port(count: int) -> int:
         try:
             for port in range(first, first + count):
                 with socket.socket() as probe:
-                    probe.bind((make_workbooks.HOST, port))
+                    probe.bind((HOST, port))
         except OSError:
             continue
         return first
     raise RuntimeError("no free ports on the loopback interface")
-
-
-def screenshot(path: Path, rectangle: wx.Rect | None = None) -> None:
-    """The screen, or a part of it, as a PNG file."""
-    area = rectangle or wx.Rect(wx.Point(0, 0), wx.GetDisplaySize())
-    bitmap = wx.Bitmap(area.width, area.height)
-    target = wx.MemoryDC(bitmap)
-    target.Blit(0, 0, area.width, area.height, wx.ScreenDC(), area.x, area.y)
-    target.SelectObject(wx.NullBitmap)
-    path.parent.mkdir(parents=True, exist_ok=True)
-    bitmap.SaveFile(str(path), wx.BITMAP_TYPE_PNG)
 
 
 class HeadlessStation(DemoStation):
@@ -57,6 +51,8 @@ class HeadlessStation(DemoStation):
         super().__init__(str(HERE / CONFIG), parameters, feed=False)
         self._output = output
         self._exit_code = 1
+        self._uncaught: list[str] = []
+        self._watch_for_faults()
         self._operator = AutoOperator(self, self._answer, self._finish, LIMIT_SECONDS)
         self._operator.start(self._work())
 
@@ -67,6 +63,20 @@ class HeadlessStation(DemoStation):
         sys.stderr.flush()
         if self._exit_code:
             os._exit(self._exit_code)
+
+    def _watch_for_faults(self) -> None:
+        """A fault that the station survives is a fault all the same."""
+        main, thread = sys.excepthook, threading.excepthook
+
+        def on_main(kind: type[BaseException], error: BaseException, trace: TracebackType | None) -> None:
+            self._uncaught.append(repr(error))
+            main(kind, error, trace)
+
+        def on_thread(arguments: threading.ExceptHookArgs) -> None:
+            self._uncaught.append(repr(arguments.exc_value))
+            thread(arguments)
+
+        sys.excepthook, threading.excepthook = on_main, on_thread
 
     def _work(self) -> Iterator[None]:
         operator, cells = self._operator, list(self.cells)
@@ -87,9 +97,10 @@ class HeadlessStation(DemoStation):
         for result in wrong:
             defect = implied_defect(result.serial_number) or "none"
             print(f"cell {result.cell_number}: wrong verdict {result.verdict}; the board's defect: {defect}")
-        yield from operator.wait(lambda: False, 0.5)
-        screenshot(self._output / "station.png")
+        yield from self._shoot("station.png")
         yield from self._tour()
+        if self._uncaught:
+            raise StationStuck(f"uncaught: {'; '.join(self._uncaught)}")
         self._exit_code = 1 if wrong else 0
 
     def _answer(self, cell_number: int, question: str) -> str:
@@ -116,7 +127,7 @@ class HeadlessStation(DemoStation):
         viewer = next(w for w in wx.GetTopLevelWindows() if hasattr(w, "test_data_viewer_panel"))
         panel = viewer.test_data_viewer_panel
         viewer.Raise()
-        yield from self._operator.wait(lambda: False, 0.5)
+        yield from self._operator.pause(0.5)
         yield from self._operator.click_cell(panel.ui_history, 0, 2)
         yield from self._operator.wait(lambda: panel.ui_assertions.GetNumberRows() > 0, 5.0)
         names = [
@@ -124,8 +135,7 @@ class HeadlessStation(DemoStation):
         ]
         yield from self._operator.click_cell(panel.ui_assertions, names.index("VOUT_FULL_LOAD"), 0)
         yield from self._operator.wait(lambda: panel.ui_single_item_average.GetValue() != "", 5.0)
-        yield from self._operator.wait(lambda: False, 0.5)
-        screenshot(self._output / "viewer.png", viewer.GetScreenRect())
+        yield from self._shoot("viewer.png", viewer)
         viewer.Close()
 
     def _operate_by_hand(self, dialog: Any) -> Iterator[None]:
@@ -136,16 +146,23 @@ class HeadlessStation(DemoStation):
 
     def _picture(self, name: str) -> Any:
         def take(dialog: wx.Dialog) -> Iterator[None]:
-            yield from self._operator.wait(lambda: False, 0.7)
-            screenshot(self._output / name, dialog.GetScreenRect())
+            yield from self._shoot(name, dialog)
 
         return take
+
+    def _shoot(self, name: str, window: wx.Window | None = None) -> Iterator[None]:
+        """Once what was just changed has been painted."""
+        yield from self._operator.pause(0.7)
+        picture = screenshot.take(self._output / name, window.GetScreenRect() if window else None)
+        yield from self._operator.wait(lambda: picture.poll() is not None, 20.0)
+        if picture.wait(0) != 0:
+            raise StationStuck(f"the screenshot {name} could not be saved")
 
     def _finish(self, error: Exception | None) -> None:
         if error is not None:
             self._exit_code = 1
             print(f"the demonstration failed: {type(error).__name__}: {error}", file=sys.stderr)
-            screenshot(self._output / "failure.png")
+            screenshot.take(self._output / "failure.png").wait(20.0)
             self.exit_finalizer()
         self.Close()
 
@@ -159,7 +176,15 @@ def main() -> int:
     os.chdir(HERE)
     own = output / "station"
     make_workbooks.write_all(own, free_port(10 * make_workbooks.CELLS))
-    return qon_station.run(lambda: HeadlessStation(str(own / PARAMETERS), output))
+
+    def build() -> HeadlessStation:
+        try:
+            return HeadlessStation(str(own / PARAMETERS), output)
+        except Exception:  # the window that shows this to a person would wait for ever
+            traceback.print_exc()
+            os._exit(1)
+
+    return qon_station.run(build, log_file=output / "station.log")
 
 
 if __name__ == "__main__":

@@ -69,7 +69,7 @@ class ManualOperationDialog(wx.Dialog):
         self.ui_cell = wx.Choice(self, choices=cells)
         self.ui_cell.SetSelection(self._first_idle_cell())
         self.ui_volt = wx.SpinCtrlDouble(self, min=0.0, max=18.0, initial=12.0, inc=0.5)
-        self.ui_supply = wx.ToggleButton(self, label="&Supply on")
+        self.ui_supply = wx.ToggleButton(self, label="Switch the &supply on")
         self.ui_channel = wx.Choice(self, choices=list(CHANNELS))
         self.ui_channel.SetSelection(1)
         self.ui_reading = wx.StaticText(self, label="--.---- V", style=wx.ALIGN_RIGHT | wx.ST_NO_AUTORESIZE)
@@ -168,7 +168,7 @@ class ManualOperationDialog(wx.Dialog):
             self._show("The supply is off.")
 
     def _show_supply(self, on: bool) -> None:
-        self.ui_supply.SetLabel("&Supply off" if on else "&Supply on")
+        self.ui_supply.SetLabel(f"Switch the &supply {'off' if on else 'on'}")
         self._show("The supply is on." if on else "The supply is off.")
 
     def _show_reading(self, volt: float) -> None:

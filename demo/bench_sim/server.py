@@ -3,7 +3,7 @@
 import asyncio
 import threading
 import time
-from collections.abc import Callable
+from collections.abc import Awaitable, Callable
 from typing import Self
 
 from .instruments import Fixture, Load, Meter, Slot, Supply
@@ -41,7 +41,9 @@ class BenchServer:
             for server in servers:
                 server.close()
 
-    def _client(self, instrument: ScpiInstrument) -> Callable[..., object]:
+    def _client(
+        self, instrument: ScpiInstrument
+    ) -> Callable[[asyncio.StreamReader, asyncio.StreamWriter], Awaitable[None]]:
         async def talk(reader: asyncio.StreamReader, writer: asyncio.StreamWriter) -> None:
             try:
                 while line := await reader.readline():
