@@ -58,7 +58,7 @@ $(STAMPS)/test: requirements/test.txt $(STAMPS)/packages
 
 # The build directory stays (pyproject.toml names it), so only what changed is compiled.
 $(STAMPS)/module: $(MODULE_SOURCES) $(STAMPS)/packages
-	$(PIP) install --no-build-isolation --no-deps -C cmake.define.QON_WARNINGS_AS_ERRORS=ON .
+	$(PIP) install --no-build-isolation --no-deps --config-settings cmake.define.QON_WARNINGS_AS_ERRORS=ON .
 	touch $@
 
 $(STAMPS)/companions: $(COMPANION_SOURCES) $(STAMPS)/packages
