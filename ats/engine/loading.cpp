@@ -22,15 +22,33 @@ nb::object import_script(nb::handle script) {
     return import_module(module_name);
 }
 
-}  // namespace
-
-nb::object load_runner_class(nb::handle cell, nb::handle script) {
-    const nb::object class_name = cell.attr("runner_class_name");
+// The cell's script module, imported at its first run and reloaded before the others.
+void bring_up_to_date(nb::handle cell, nb::handle script) {
     const nb::object loaded = field<"_cell_runner_module">(cell);
     if (loaded.is_none())
         set_field<"_cell_runner_module">(cell, import_script(script));
     else if (truth(nb::object(cell.attr("cell_config")).attr("get")("reload_cell_runner", true)))
         set_field<"_cell_runner_module">(cell, reload_module(loaded));
+}
+
+// An import error names a module; the note under it names the file, for whoever has to mend it.
+void tell_script(const nb::python_error& error, nb::handle script) {
+    const bool exists = truth(python_module<"os">().attr("path").attr("exists")(script));
+    const char* text = exists ? "The test script \"{}\" could not be loaded; mend it and start again."
+                              : "The test script \"{}\" does not exist; mend the key \"script\" of the cell.";
+    error.value().attr("add_note")(nb::str(text).attr("format")(script));
+}
+
+}  // namespace
+
+nb::object load_runner_class(nb::handle cell, nb::handle script) {
+    const nb::object class_name = cell.attr("runner_class_name");
+    try {
+        bring_up_to_date(cell, script);
+    } catch (const nb::python_error& error) {
+        tell_script(error, script);
+        throw;
+    }
     const nb::object module = field<"_cell_runner_module">(cell);
     if (!nb::hasattr(module, class_name)) raise_formatted(PyExc_ValueError, kNoClass, class_name.ptr(), script.ptr());
     nb::object runner_class = nb::getattr(module, class_name);
