@@ -62,6 +62,7 @@ class Plot:
         _prepare_matplotlib()
         self.figure = Figure()
         self.canvas = FigureCanvasWxAgg(parent, wx.ID_ANY, self.figure)
+        self.canvas.SetMinSize(wx.Size(1, 1))  # else it draws as if it had its first size, and is cut off
         self.toolbar = _ToolBar(self.canvas)
         self.toolbar.Realize()
         self.canvas.mpl_connect("key_press_event", self._on_key)
