@@ -25,34 +25,24 @@ class Near:
         return []
 
 
-@pytest.mark.parametrize(
-    ("arguments", "verdict"),
-    [
-        ({}, None),
-        ({"lower": 0, "upper": 1}, None),
-        ({"value": 3}, True),
-        ({"value": 5, "lower": 5, "upper": 5}, True),
-        ({"value": 5.0001, "upper": 5}, False),
-        ({"value": 4.9999, "lower": 5}, False),
-        ({"value": float("nan"), "lower": 0}, False),
-        ({"value": "b", "lower": "a", "upper": "c"}, True),
-        ({"value": True, "lower": 1, "upper": 1}, True),
-        ({"value": 2**70, "lower": 2**70, "upper": 2**70 + 1}, True),
-        ({"value": 2**53 + 1, "upper": float(2**53)}, False),
-        ({"value": Near(), "lower": 1}, True),
-        ({"value": Near(), "lower": 1, "upper": 1}, False),
-        ({"value": 99, "upper": 1, "result": "Pass"}, True),
-        ({"result": "oK"}, True),
-        ({"result": "ng"}, False),
-        ({"value": 3, "result": "fail"}, False),
-        ({"result": ""}, False),
-        ({"result": Shout("NG")}, True),
-        ({"result": 0}, False),
-        ({"result": 1}, True),
-        ({"result": []}, False),
-        ({"result": b"NG"}, True),
-    ],
+NOT_JUDGED: list[dict[str, Any]] = [{}, {"lower": 0, "upper": 1}, {"unit": "V"}]
+OK: list[dict[str, Any]] = [
+    {"value": 3}, {"value": 5, "lower": 5, "upper": 5}, {"value": "b", "lower": "a", "upper": "c"},
+    {"value": True, "lower": 1, "upper": 1}, {"value": 2**70, "lower": 2**70, "upper": 2**70 + 1},
+    {"value": Near(), "lower": 1}, {"value": 99, "upper": 1, "result": "Pass"}, {"result": "oK"},
+    {"result": Shout("NG")}, {"result": 1}, {"result": b"NG"},
+]  # fmt: skip
+NG: list[dict[str, Any]] = [
+    {"value": 5.0001, "upper": 5}, {"value": 4.9999, "lower": 5}, {"value": float("nan"), "lower": 0},
+    {"value": 2**53 + 1, "upper": float(2**53)}, {"value": Near(), "lower": 1, "upper": 1}, {"result": "ng"},
+    {"value": 3, "result": "fail"}, {"result": ""}, {"result": 0}, {"result": []},
+]  # fmt: skip
+VERDICTS = (
+    [(case, None) for case in NOT_JUDGED] + [(case, True) for case in OK] + [(case, False) for case in NG]
 )
+
+
+@pytest.mark.parametrize(("arguments", "verdict"), VERDICTS)
 def test_verdict(arguments: dict[str, Any], verdict: bool | None) -> None:
     made = Assertion("item", **arguments)
     updated = Assertion("item")
@@ -157,14 +147,14 @@ def test_verdict_words_can_be_changed_for_all_records(monkeypatch: pytest.Monkey
     assert uut.summer == "合格"
 
 
-@pytest.mark.parametrize(
-    ("assertion", "arguments"),
-    [
-        (Assertion("v", 1.5, 1, 2, "V"), ("v", "v", 1.5, 1, 2, "V", "float")),
-        (Assertion("s", True), ("s", "s", True, None, None, "", "bool")),
-        (Assertion("none"), ("none", "none", "", None, None, "", "str")),
-    ],
-)
+EXPORTS = [
+    (Assertion("v", 1.5, 1, 2, "V"), ("v", "v", 1.5, 1, 2, "V", "float")),
+    (Assertion("s", True), ("s", "s", True, None, None, "", "bool")),
+    (Assertion("none"), ("none", "none", "", None, None, "", "str")),
+]
+
+
+@pytest.mark.parametrize(("assertion", "arguments"), EXPORTS)
 def test_export_makes_a_parameter_of_seven_arguments(
     assertion: Assertion, arguments: tuple[Any, ...], monkeypatch: pytest.MonkeyPatch
 ) -> None:

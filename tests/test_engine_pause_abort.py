@@ -183,11 +183,8 @@ def test_order_of_the_checks_around_a_call(host: Host) -> None:
 
 @pytest.mark.parametrize("debugging", [False, True])
 def test_a_breakpoint_pauses_in_debug_mode_only(debugging: bool, host: Host) -> None:
-    class Debugging(HostCell):
-        def is_in_debug_mode(self) -> bool:
-            return debugging
-
-    cell = host(cell_type=Debugging)
+    cell = host()
+    cell.is_in_debug_mode = lambda: debugging  # type: ignore[method-assign]
     assert not cell.is_paused()
     cell.debug_pause()
     assert cell.is_paused() is debugging

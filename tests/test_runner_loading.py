@@ -40,20 +40,6 @@ def test_edits_are_seen_by_the_next_run(keys: dict[str, Any], seen: str, host: H
     assert cell.run().names == [seen]
 
 
-def test_a_script_can_be_mended_after_a_failed_run(host: Host) -> None:
-    cell = host.from_text("def broken(:\n")
-    assert isinstance(cell.run()._exception_object, SyntaxError)
-    assert os.path.basename(cell.script) in cell.text and cell._cell_runner_module is None
-    rewrite(cell, "aaa")
-    assert cell.run().names == ["aaa"]
-    Path(cell.script).write_text("raise OSError('half written')", encoding="utf-8")
-    os.utime(cell.script, (1, 1))
-    cell.reset_state()
-    assert isinstance(cell.run()._exception_object, OSError)
-    rewrite(cell, "bbb")
-    assert cell.run().names == ["bbb"]
-
-
 @pytest.mark.parametrize(
     ("name", "error", "message"),
     [
@@ -71,21 +57,6 @@ def test_a_class_that_is_no_runner(name: str, error: type[Exception], message: s
     cell.runner_class_name = "Other"
     cell.reset_state()
     assert (cell.run().names, cell._exception_object) == (["other"], None)
-
-
-def test_a_runner_must_override_both_run_and_cleanup(host: Host) -> None:
-    cell = host.from_text(
-        "import qon_ats\nclass CellRunner(qon_ats.CellRunnerBase):\n    def run(self): pass"
-    ).run()
-    assert isinstance(cell._exception_object, TypeError) and "cleanup" in cell.text
-
-
-def test_a_missing_script_is_named(host: Host) -> None:
-    cell = host(script=str(host.folder / "script_gone.py")).run()
-    assert isinstance(cell._exception_object, ImportError) and "script_gone" in cell.text
-    write_script(host.folder, script_text("self.append_ok('aaa', 1)"), "script_gone")
-    cell.reset_state()
-    assert cell.run().names == ["aaa"]
 
 
 def test_the_module_stays_that_of_the_first_run(host: Host) -> None:

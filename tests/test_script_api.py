@@ -136,7 +136,8 @@ def test_calls_of_a_script_reach_the_cell(call: str) -> None:
 REFUSED = [
     "set_serial_number(123)", "get_shared_obj(5)", "get_assertions(5)", "append('x')", "abort(5)",
     "sleep('1')", "append(Assertion('x', 1), 'yes')", "ask_true_or_false(5)", "update_percentage('50')",
-    "set_prompt(5)", "assert_limits(5, 1, 0, 2)", "assert_limits('x', 1, 0, 2, unit=5)", "assert_limits('x', 1, 0)",
+    "set_prompt(5)", "assert_limits(5, 1, 0, 2)",
+    "assert_limits('x', 1, 0, 2, unit=5)", "assert_limits('x', 1, 0)",
     "assert_limits('x', 1, 0, 2, stop_if_ng=1)", "assert_limits('x', 1, 0, 2, category=['a'])",
     "assert_limits('x', 1, 0, 2, limits=3)", "assert_percent_limits('x', '5', 5, 1)",
     "__setattr__('script', 5)", "__setattr__('runner_class_name', None)",
