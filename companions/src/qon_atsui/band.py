@@ -28,6 +28,7 @@ class VerdictBand(wx.Window):
     def __init__(self, parent: wx.Window, signs: Signs) -> None:
         super().__init__(parent, style=wx.BORDER_NONE | wx.FULL_REPAINT_ON_RESIZE)
         self.SetBackgroundStyle(wx.BG_STYLE_PAINT)
+        self.SetCanFocus(False)
         self._signs = signs
         self._label = ""
         self._colour: wx.Colour = palette.as_colour("white")
@@ -64,9 +65,6 @@ class VerdictBand(wx.Window):
             self._share = share
             if self.face.glyph == "progress":
                 self.Refresh()
-
-    def AcceptsFocus(self) -> bool:
-        return False
 
     # Drawing.
 

@@ -20,6 +20,7 @@ class ValueLabel(wx.Window):
     def __init__(self, parent: wx.Window, text: str = "", align: int = wx.ALIGN_LEFT, hint: str = "") -> None:
         super().__init__(parent, style=wx.BORDER_NONE | wx.FULL_REPAINT_ON_RESIZE)
         self.SetBackgroundStyle(wx.BG_STYLE_PAINT)
+        self.SetCanFocus(False)
         self._text = text
         self._align = align | wx.ALIGN_CENTRE_VERTICAL
         self._hint = hint
@@ -43,9 +44,6 @@ class ValueLabel(wx.Window):
     def paint_as(self, ink: str, ground: str = palette.SURFACE) -> None:
         self._ink, self._ground = ink, ground
         self.Refresh()
-
-    def AcceptsFocus(self) -> bool:
-        return False
 
     def DoGetBestClientSize(self) -> wx.Size:
         extent = self.GetFullTextExtent(displayable(self._text) or "0")
@@ -72,6 +70,7 @@ class ProgressBar(wx.Window):
     def __init__(self, parent: wx.Window) -> None:
         super().__init__(parent, style=wx.BORDER_NONE | wx.FULL_REPAINT_ON_RESIZE)
         self.SetBackgroundStyle(wx.BG_STYLE_PAINT)
+        self.SetCanFocus(False)
         self._value: float = 0
         self.changed: Any = None  # called with the shown percentage
         self.Bind(wx.EVT_PAINT, self._on_paint)
@@ -93,9 +92,6 @@ class ProgressBar(wx.Window):
     @property
     def percent(self) -> int:
         return round(min(max(self._value, 0), 100))
-
-    def AcceptsFocus(self) -> bool:
-        return False
 
     def _on_paint(self, _event: wx.PaintEvent) -> None:
         dc = wx.AutoBufferedPaintDC(self)

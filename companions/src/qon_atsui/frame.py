@@ -8,7 +8,7 @@ from qon_atsui import palette
 from qon_atsui.commands import CommandBars
 from qon_atsui.handlers import relay
 from qon_atsui.icons import window_icon
-from qon_atsui.serial_entry import next_entry, settle_focus
+from qon_atsui.serial_entry import SerialEntry, next_entry, settle_focus
 from qon_atsui.timers import OneShotTimer
 from qon_atsui.totals import TotalsPanel
 
@@ -28,6 +28,7 @@ class Frame(wx.Frame):
         self.ui_toolbar = bars.tool_bar
         self.ui_in_debug_mode = bars.menu_items["on_change_debug_mode"]
         self.CreateStatusBar()
+        self._ui_is_new = True
         self._ui_create()
         self.ui_initializer_trigger = OneShotTimer(self, "on_trigger_initializer")
         self.ui_ticker_timer = OneShotTimer(self, "on_ticker_timer_event")
@@ -52,7 +53,15 @@ class Frame(wx.Frame):
         """Back from another window: an entry may have asked for the keyboard meanwhile."""
         event.Skip()
         if event.GetActive():
-            wx.CallAfter(settle_focus, self)
+            wx.CallAfter(self._ui_settle)
+
+    def _ui_settle(self) -> None:
+        """A new station waits for a scanner at its first entry."""
+        if not self or settle_focus(self) or not self._ui_is_new:
+            return
+        self._ui_is_new = False
+        if not isinstance(wx.Window.FindFocus(), SerialEntry):
+            next_entry(self)
 
     def _ui_next_cell(self, _event: wx.CommandEvent) -> None:
         next_entry(self)
