@@ -147,4 +147,5 @@ class TestDataViewerFrame(wx.Frame):
         self.Bind(wx.EVT_CLOSE, relay(self, "on_close_window", otherwise=wx.Event.Skip))
         self._ui_close_id = wx.NewIdRef()
         self.Bind(wx.EVT_MENU, lambda _event: self.Close(), id=self._ui_close_id)
-        self.SetAcceleratorTable(wx.AcceleratorTable([(wx.ACCEL_CTRL, ord("W"), self._ui_close_id)]))
+        keys = [(wx.ACCEL_CTRL, ord("W")), (wx.ACCEL_NORMAL, wx.WXK_ESCAPE)]
+        self.SetAcceleratorTable(wx.AcceleratorTable([(*key, self._ui_close_id) for key in keys]))
