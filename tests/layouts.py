@@ -87,3 +87,15 @@ def shown(window: Any) -> Iterator[Any]:
     finally:
         window.Destroy()
         pump(lambda: not window)
+
+
+def type_text(text: str) -> None:
+    wx.UIActionSimulator().Text(text.encode())
+
+
+def press(key: int, over: wx.Window | None = None, modifiers: int = wx.MOD_NONE) -> None:
+    """A key; without a window manager it goes to the window under the mouse."""
+    simulator = wx.UIActionSimulator()
+    if over is not None:
+        simulator.MouseMove(over.GetScreenPosition() + wx.Point(4, 4))
+    simulator.Char(key, modifiers)

@@ -8,7 +8,7 @@ import pytest
 import qon_atsui
 import wx
 import wx.grid
-from layouts import COLUMNS, shown
+from layouts import COLUMNS, press, shown
 from qon_atsui.log_view import CAP, LogView
 from qon_atsui.record_grid import RecordGrid
 from support import pump, pump_for
@@ -41,10 +41,6 @@ def add(grid: RecordGrid, count: int, ng: tuple[int, ...] = ()) -> None:
             grid.SetCellValue(row, column, text)
             grid.SetCellBackgroundColour(row, column, "red" if index in ng else "white")
         grid.MakeCellVisible(row, 0)
-
-
-def press(key: int, modifiers: int = wx.MOD_NONE) -> None:
-    wx.UIActionSimulator().Char(key, modifiers)
 
 
 def click(grid: RecordGrid, row: int, column: int = 0) -> None:
@@ -163,9 +159,9 @@ def test_keys_and_clicks_select_the_row_before_they_are_heard(grid: RecordGrid) 
         press(key)
         pump(lambda: heard)
         assert heard == [(row, [row])]
-    press(wx.WXK_DOWN, wx.MOD_SHIFT)
+    press(wx.WXK_DOWN, modifiers=wx.MOD_SHIFT)
     pump(lambda: sorted(grid.GetSelectedRows()) == [0, 1])
-    press(ord("C"), wx.MOD_CONTROL)
+    press(ord("C"), modifiers=wx.MOD_CONTROL)
     pump_for(0.05)
     clip = wx.TextDataObject()
     with wx.TheClipboard:

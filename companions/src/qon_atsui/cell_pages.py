@@ -26,6 +26,7 @@ class CellPages(wx.Notebook):
                 (_("Description"), 140),
             ],
         )
+        self.history.always_newest = True
         self.log_page = wx.Panel(self)
         self.log = LogView(self.log_page)
         self.browse = wx.Button(self.log_page, label=_("Choose &script\u2026"), style=wx.BU_EXACTFIT)

@@ -33,6 +33,7 @@ class RecordGrid(wx.grid.Grid):
         self._show_newest = False  # at the next flush
         self._wants_newest = False  # was asked for since the grid was empty
         self.follows = True  # the newest row is kept in view
+        self.always_newest = False  # also without being asked to make it visible
         self.SetTable(self._table, True, wx.grid.Grid.SelectRows)
         self._dress()
         self._columns = ColumnFit(self)
@@ -90,6 +91,8 @@ class RecordGrid(wx.grid.Grid):
 
     def AppendRows(self, numRows: int = 1, updateLabels: bool = True) -> bool:
         self.store.append(numRows)
+        if self.always_newest:
+            self._show_newest = self._wants_newest = True
         self._flush_later()
         return True
 
