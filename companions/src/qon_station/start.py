@@ -32,10 +32,9 @@ def run(
     the GUI thread or in another one, are listed in a window of their own and written to the log; the station
     goes on.  `log_file` None means no log file.
     """
-    if not wx.App.IsDisplayAvailable():
-        print("The station cannot start: there is no display.", file=sys.stderr)
+    app = _application()
+    if app is None:
         return 1
-    app = wx.GetApp() or wx.App(False)
     install_locale(app)
     faults = Faults()
     with contextlib.ExitStack() as stack:
@@ -51,6 +50,14 @@ def run(
         app.MainLoop()
         log.info("The station has ended.")
     return 0
+
+
+def _application() -> wx.App | None:
+    try:
+        return wx.GetApp() or wx.App(False)
+    except SystemExit as error:  # this is how wx tells that there is no display
+        print(f"The station cannot start: {error}", file=sys.stderr)
+        return None
 
 
 def _open_log(

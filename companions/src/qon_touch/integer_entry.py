@@ -57,6 +57,7 @@ class IntegerEntry(Box):
             self, style=wx.TE_READONLY | wx.TE_RIGHT, value="" if value is None else str(value)
         )
         self.entry.SetFont(font(24.0, bold=True))
+        self.entry.SetMinSize(wx.Size(-1, self.entry.GetCharHeight() + self.FromDIP(16)))
         self.keys: dict[str, wx.Button] = {}
         self.build([(wx.ID_OK, _("&OK")), (wx.ID_CANCEL, _("&Cancel"))], self._range())
         self._check()

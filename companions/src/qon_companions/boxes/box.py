@@ -17,7 +17,7 @@ from .turns import TurnDialog
 
 BUTTON_SIZE = (150, 56)  # DIP, for fingers in gloves
 GAP = 20
-_HINT_POINTS = 10.0
+_HINT_POINTS = 11.0
 _NAVIGATION = (wx.WXK_TAB, wx.WXK_LEFT, wx.WXK_RIGHT, wx.WXK_UP, wx.WXK_DOWN)
 
 
@@ -33,6 +33,8 @@ class Box(TurnDialog):
         self.typed = TypedKeys()
         self._icon = icon
         self._parent = parent
+        # Has the focus while no button is chosen; a dialog itself would pass it on to its first button.
+        self._nowhere = wx.Window(self, size=wx.Size(1, 1), style=wx.WANTS_CHARS)
         self._hint = wx.StaticText(self)
         self._hint.SetFont(font(_HINT_POINTS))
         self._row = wx.BoxSizer()
@@ -86,11 +88,12 @@ class Box(TurnDialog):
         if names:
             self.say(_("{names} goes on after this answer.").format(names=names))
         self._place()
-        self.SetFocus()
+        self._nowhere.SetFocus()
         self.typed.opened()
 
     def _button(self, answer: int, text: str) -> wx.Button:
-        button = wx.Button(self, answer, text)
+        button = wx.Button(self, label=text)
+        button.SetId(answer)  # now, or the desktop would put a label of its own in the place of a well-known one
         button.SetFont(font(HEADING_POINTS))
         size = self.FromDIP(wx.Size(*BUTTON_SIZE))
         button.SetMinSize(wx.Size(max(size.width, button.GetBestSize().width), size.height))

@@ -142,7 +142,8 @@ class ParameterTreeDialog(wx.Dialog):
         self.status.SetFont(font(11.0))
         row.Add(self.status, 1, wx.ALIGN_CENTRE_VERTICAL)
         for identity, text, tip, action in commands:
-            button = wx.Button(self, identity, text)
+            button = wx.Button(self, label=text)
+            button.SetId(identity)  # now, or the desktop would put its own label there
             button.SetMinSize(self.FromDIP(wx.Size(96, _BUTTON_HEIGHT)))
             button.SetToolTip(tip)
             button.Bind(wx.EVT_BUTTON, lambda event, action=action: action())
@@ -270,7 +271,7 @@ class ParameterTreeDialog(wx.Dialog):
         return self.directory is not None and (self.directory.changed or bool(self.edits.refused))
 
     def _ask_unsaved(self) -> int:
-        text = _("There are changes that are not saved: {status}").format(status=self.status.GetLabelText())
+        text = _("There are changes that are not saved:\n{status}").format(status=self.status.GetLabelText())
         box = Box(self, self.GetTitle(), text, wx.ART_QUESTION)
         box.build([(wx.ID_SAVE, _("&Save")), (wx.ID_NO, _("&Discard")), (wx.ID_CANCEL, _("&Cancel"))])
         try:

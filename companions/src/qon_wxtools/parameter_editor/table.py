@@ -38,7 +38,7 @@ class ParameterTable(wx.grid.GridTableBase):
         self._titles = (
             _("Variable"),
             _("Description"),
-            _("Value"),
+            _("Set value"),
             _("Lower"),
             _("Upper"),
             _("Unit"),
