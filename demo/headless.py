@@ -8,7 +8,6 @@ that the simulation implies, with 1 otherwise.
 
 import argparse
 import os
-import socket
 import sys
 import threading
 import traceback
@@ -23,25 +22,12 @@ import screenshot
 import wx
 from auto_operator import AutoOperator, Result, StationStuck
 from bench_sim.board import implied_defect, implied_verdict
-from bench_sim.server import HOST
+from bench_sim.server import free_port
 from station import CONFIG, HERE, PARAMETERS, DemoStation
 
 LIMIT_SECONDS = 150.0
 # A good board, one without output capacitor, a good one, and one whose LED stays dark.
 SERIAL_NUMBERS = ("4711-000002", "4711-000001", "4711-000005", "4711-000107")
-
-
-def free_port(count: int) -> int:
-    """The first of `count` ports that nobody uses, so that another station may be open meanwhile."""
-    for first in range(47200, 60000, count):
-        try:
-            for port in range(first, first + count):
-                with socket.socket() as probe:
-                    probe.bind((HOST, port))
-        except OSError:
-            continue
-        return first
-    raise RuntimeError("no free ports on the loopback interface")
 
 
 class HeadlessStation(DemoStation):
@@ -175,7 +161,7 @@ def main() -> int:
     output = parser.parse_args().output.resolve()
     os.chdir(HERE)
     own = output / "station"
-    make_workbooks.write_all(own, free_port(10 * make_workbooks.CELLS))
+    make_workbooks.write_all(own, free_port(make_workbooks.CELLS))
 
     def build() -> HeadlessStation:
         try:

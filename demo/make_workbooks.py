@@ -86,7 +86,7 @@ def limits() -> list[Parameter]:
     ]
 
 
-def instrument_sheets(first_port: int) -> Sheets:
+def instrument_sheets(first_port: int, cells: int) -> Sheets:
     """Resource names as VISA spells them; a real bench has other names here, and "simulated" off."""
     bench = [
         row("library", "@py", "VISA library: @py, @ivi or the path of one"),
@@ -95,7 +95,7 @@ def instrument_sheets(first_port: int) -> Sheets:
         row("first_port", first_port, "First port of the simulated bench", 1024, 65000),
     ]
     sheets = {"bench": bench}
-    for number in range(1, CELLS + 1):
+    for number in range(1, cells + 1):
         sheets[f"cell{number}"] = [
             row(kind, f"TCPIP::{HOST}::{port(first_port, number, kind)}::SOCKET", f"Resource of the {kind}")
             for kind in KINDS
@@ -150,11 +150,11 @@ def without_times(source: io.BytesIO) -> bytes:
     return target.getvalue()
 
 
-def write_all(directory: Path, first_port: int = FIRST_PORT) -> None:
+def write_all(directory: Path, first_port: int = FIRST_PORT, cells: int = CELLS) -> None:
     save(directory / "ats_config.xlsx", station_sheets())
     save(directory / "recheck_config.xlsx", recheck_sheets())
     save(directory / "limits.xlsx", {"limits": limits()})
-    save(directory / "app_config" / "instruments.xlsx", instrument_sheets(first_port))
+    save(directory / "app_config" / "instruments.xlsx", instrument_sheets(first_port, cells))
     save(directory / "app_config" / "product.xlsx", product_sheets())
 
 

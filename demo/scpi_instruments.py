@@ -29,7 +29,10 @@ def resource_manager(library: str) -> pyvisa.ResourceManager:
 
 
 class ScpiInstrument:
-    """A message-based session with time limit; every failure becomes an InstrumentError."""
+    """A message-based session with time limit; every failure becomes an InstrumentError.
+
+    It is open when the instrument has told its identity: a socket alone may open towards nobody.
+    """
 
     def __init__(self, role: str, resource: str, library: str, timeout_ms: int) -> None:
         self._role, self._resource = role, resource
@@ -41,8 +44,13 @@ class ScpiInstrument:
                 timeout=timeout_ms,
                 open_timeout=timeout_ms,
             )
-        except (pyvisa.Error, OSError, ValueError) as error:
+        except Exception as error:  # some VISA libraries raise nothing more special
             raise self._failure(f"cannot be opened: {error}") from error
+        try:
+            self.identity = self.query("*IDN?")
+        except InstrumentError:
+            self.close()
+            raise
 
     def write(self, command: str) -> None:
         """Send a setting, and make sure that the instrument accepted it."""
@@ -66,9 +74,6 @@ class ScpiInstrument:
     def text(self, command: str) -> str:
         """The answer to a query for a string."""
         return self.query(command)[1:-1].replace('""', '"')
-
-    def identity(self) -> str:
-        return self.query("*IDN?")
 
     def close(self) -> None:
         self._session.close()

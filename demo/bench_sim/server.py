@@ -1,6 +1,7 @@
 """Serves the simulated instruments as SCPI sockets on the loopback interface, each on its own port."""
 
 import asyncio
+import socket
 import threading
 import time
 from collections.abc import Awaitable, Callable
@@ -17,6 +18,20 @@ MEASURE_SECONDS = 0.015
 def port(first_port: int, cell_number: int, kind: str) -> int:
     """Ten ports are set aside for each cell."""
     return first_port + 10 * (cell_number - 1) + KINDS.index(kind)
+
+
+def free_port(cell_count: int) -> int:
+    """A first port whose followers nobody uses, for a bench beside others."""
+    size = 10 * cell_count
+    for first in range(47200, 60000, size):
+        try:
+            for number in range(first, first + size):
+                with socket.socket() as probe:
+                    probe.bind((HOST, number))
+        except OSError:
+            continue
+        return first
+    raise RuntimeError(f"no {size} free ports on the loopback interface")
 
 
 class BenchServer:

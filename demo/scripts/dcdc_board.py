@@ -77,7 +77,7 @@ class CellRunner(CellRunnerBase):
         if not wanted:
             self.set_serial_number(label)
         self.set_prompt("Testing")
-        self.print(f"{self.get_cell_name()}: unit {label}, meter {self.bench.meter.identity()}")
+        self.print(f"{self.get_cell_name()}: unit {label}, meter {self.bench.meter.identity}")
         self.assert_equal("UNIT_LABEL", label, self.uut.serial_number, category="identity")
 
     def _input(self) -> None:
@@ -186,7 +186,7 @@ class CellRunner(CellRunnerBase):
         self.sleep(self._timing.discharge_seconds)
         volt = self.bench.meter.volt(CHANNEL_OUTPUT)
         self.assert_limits("VOUT_OFF", round(volt, 4), None, 0.5, "V", category="protection")
-        self.append_ok("METER", self.bench.meter.identity(), category="identity")
+        self.append_ok("METER", self.bench.meter.identity, category="identity")
 
     def _apply(self, volt: float, ampere: float) -> None:
         self.bench.supply.set(volt, self._rating.limit_ampere)

@@ -1,0 +1,309 @@
+"""The demonstration station: bench, drivers, scripts, workbooks, and the whole of it from start to end."""
+
+import importlib.util
+import os
+import re
+import socket
+import subprocess
+import sys
+import time
+from collections.abc import Callable, Iterator
+from contextlib import closing
+from pathlib import Path
+from typing import Any
+
+import openpyxl
+import pytest
+import wx
+from hostcell import Host, HostCell
+from qon_paratree import ParameterDirectory
+from qon_testparameters import BookParameters
+from support import pump, pump_for
+
+ROOT = Path(__file__).parent.parent
+DEMO = ROOT / "demo"
+sys.path.append(str(DEMO))
+
+import make_workbooks  # noqa: E402
+from bench_process import Hands  # noqa: E402
+from bench_sim.board import DEFECTS, implied_defect, implied_verdict, led_lit  # noqa: E402
+from bench_sim.server import BenchThread, free_port  # noqa: E402
+from cell_bench import CellBench  # noqa: E402
+from scpi_instruments import InstrumentError, Supply  # noqa: E402
+
+CELLS = len(DEFECTS) + 1
+GOOD = "4711-000002"
+FIRST_FAILED = {
+    "input capacitor shorted": "INPUT_RESISTANCE",
+    "feedback divider wrong": "VOUT_NO_LOAD",
+    "inductor badly soldered": "VOUT_HALF_LOAD",
+    "output capacitor missing": "RIPPLE",
+    "switch damaged": "EFFICIENCY_HALF_LOAD",
+    "start-up divider wrong": "START_UP_VOLTAGE",
+    "thermal pad void": "BOARD_TEMPERATURE",
+    "old firmware": "FIRMWARE_VERSION",
+    "LED fitted the wrong way round": "LED_GREEN",
+}
+
+
+class DemoCell(HostCell):
+    """An engine cell in front of which an operator looks at the LED."""
+
+    def __init__(self, number: int, config: Any, app_config: Any = None) -> None:
+        super().__init__(number, config)
+        self.main_frame.app_config = app_config
+        self.percent = 0.0
+
+    def set_prompt(self, prompt: str, bg_color: Any = None) -> None:
+        self.notes.append(prompt)
+
+    def update_percentage(self, percent: float) -> None:
+        self.percent = percent
+
+    def increase_percentage(self, increment: float) -> None:
+        self.percent += increment
+
+    def ask_true_or_false(self, question: str, true: str = "Yes", false: str = "no") -> bool:
+        return led_lit(self.uut.serial_number)
+
+
+class Bench:
+    """A bench of its own for a test, with parameters that name its ports."""
+
+    def __init__(self, folder: Path, first_port: int) -> None:
+        make_workbooks.write_all(folder, first_port, CELLS)
+        self.app_config = ParameterDirectory.load(folder / "app_config")
+        self.hands = Hands(self.app_config, CELLS)
+
+    def cell(self, number: int = 1, config: str = "ats_config.xlsx") -> DemoCell:
+        return DemoCell(number, str(DEMO / config), self.app_config)
+
+
+@pytest.fixture
+def in_demo(monkeypatch: pytest.MonkeyPatch, import_state: None) -> None:
+    """Paths in the configuration workbook are relative to the station's folder."""
+    monkeypatch.chdir(DEMO)
+
+
+@pytest.fixture
+def bench(tmp_path: Path, in_demo: None) -> Iterator[Bench]:
+    first_port = free_port(CELLS)
+    with BenchThread(CELLS, first_port):
+        made = Bench(tmp_path, first_port)
+        yield made
+        made.hands.close()
+
+
+@pytest.fixture
+def station(app: wx.App, tmp_path: Path, in_demo: None) -> Iterator[Any]:
+    """The demonstration station itself, with a bench in a process of its own."""
+    make_workbooks.write_all(tmp_path, free_port(make_workbooks.CELLS))
+    specification = importlib.util.spec_from_file_location("demo_station", DEMO / "station.py")
+    assert specification and specification.loader
+    module = importlib.util.module_from_spec(specification)
+    specification.loader.exec_module(module)
+    frame = module.DemoStation(str(DEMO / module.CONFIG), str(tmp_path / "app_config"), feed=False)
+    frame.Show()
+    pump(lambda: frame.bench_is_up, 10.0)
+    yield frame
+    frame.stop_ticker()
+    for cell in frame.cells:
+        cell.abort()
+    pump(lambda: not frame.is_running(), 10.0)
+    frame.exit_finalizer()
+    frame.Destroy()
+    pump_for(0.05)
+
+
+@pytest.fixture
+def silent() -> Iterator[str]:
+    """The resource name of an instrument that takes a connection and never answers."""
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        yield f"TCPIP::127.0.0.1::{server.getsockname()[1]}::SOCKET"
+
+
+def unit_with(defect: str) -> str:
+    return next(sn for sn in (f"4711-{n:06d}" for n in range(5000)) if implied_defect(sn) == defect)
+
+
+def wait_for(condition: Callable[[], Any], seconds: float = 20.0) -> None:
+    end = time.monotonic() + seconds
+    while not condition():
+        assert time.monotonic() < end, "it did not come to this"
+        time.sleep(0.01)
+
+
+def contents(file: Path) -> list[Any]:
+    """All cells of a workbook, sheet by sheet."""
+    return [(sheet.title, list(sheet.values)) for sheet in openpyxl.load_workbook(file)]
+
+
+def test_boards_are_the_same_everywhere_and_one_in_eight_is_bad() -> None:
+    assert implied_defect("4711-000001") == "output capacitor missing"
+    verdicts = [implied_verdict(f"4711-{number:06d}") for number in range(4000)]
+    assert 400 < verdicts.count("NG") < 600
+    assert set(FIRST_FAILED) == set(DEFECTS)
+
+
+def test_each_defect_is_found_and_a_good_unit_passes(bench: Bench) -> None:
+    units = dict(enumerate([GOOD, *map(unit_with, DEFECTS)], start=1))
+    cells = {number: bench.cell(number) for number in units}
+    for number, cell in cells.items():
+        cell.do_start(units[number])
+        bench.hands.fit(number, units[number])
+    for cell in cells.values():
+        cell._test_thread.join(30.0)
+        assert cell.has_done() and cell._exception_object is None, cell.text
+        assert cell.uut.done and not any(item.is_tbd() for item in cell.uut.assertions)
+        assert cell.uut.summer == implied_verdict(cell.uut.serial_number), cell.uut.serial_number
+    failed = {
+        implied_defect(cell.uut.serial_number): cell.uut.first_ng_item_name() for cell in cells.values()
+    }
+    assert failed == {None: "", **FIRST_FAILED}
+    good = cells[1]
+    assert len(good.uut.assertions) >= 20 and good.percent > 90
+    assert good.get_assertions("regulation") and "Testing" in good.notes
+    assert good.uut.get_assertion_by_name("VOUT_FULL_LOAD").upper == 5.08, "that of the limits workbook"
+    with closing(CellBench(bench.app_config, 1)) as instruments:
+        assert not instruments.supply.is_on()
+
+
+def test_an_aborted_test_leaves_the_outputs_off(bench: Bench) -> None:
+    cell = bench.cell()
+    bench.hands.fit(1, GOOD)
+    cell.do_start(GOOD)
+    wait_for(lambda: "EFFICIENCY_HALF_LOAD" in cell.names)
+    with closing(CellBench(bench.app_config, 1)) as instruments:
+        assert instruments.supply.is_on() and instruments.load.query("INP?") == "1"
+        cell.abort()
+        cell.finish()
+        assert cell.is_aborted()
+        assert not instruments.supply.is_on() and instruments.load.query("INP?") == "0"
+
+
+def test_a_unit_without_a_scanned_number_takes_that_of_its_label(bench: Bench) -> None:
+    cell = bench.cell()
+    cell.do_start("")
+    wait_for(lambda: any("close the lid" in note for note in cell.notes))
+    bench.hands.fit(1, GOOD)
+    wait_for(lambda: "UNIT_LABEL" in cell.names)
+    cell.abort()
+    assert cell.finish().uut.serial_number == GOOD
+
+
+def test_a_silent_instrument_is_named_by_role_and_resource(bench: Bench, silent: str) -> None:
+    closed = f"TCPIP::127.0.0.1::{free_port(1)}::SOCKET"
+    for resource in (closed, silent, "TCPIP::no-such-host.invalid::1::SOCKET", "COM17"):
+        with pytest.raises(InstrumentError, match=f"supply of cell 7 {re.escape(resource)} .*instruments"):
+            Supply("supply of cell 7", resource, "@py", 300)
+    with closing(CellBench(bench.app_config, 1)) as instruments:
+        with pytest.raises(InstrumentError, match=r"refused .*-222"):
+            instruments.supply.set(99.0, 1.0)
+        with pytest.raises(InstrumentError, match="refused .*-113"):
+            instruments.meter.write("NONSENSE")
+        with pytest.raises(InstrumentError, match="a number was expected"):
+            instruments.meter.measure("*IDN?")
+    bench.app_config["instruments/bench/timeout_ms"] = 300
+    bench.app_config["instruments/cell1/meter"] = silent
+    cell = bench.cell()
+    bench.hands.fit(1, GOOD)
+    cell.run(GOOD)
+    assert isinstance(cell._exception_object, InstrumentError)
+    assert f"meter of cell 1 {silent}" in cell.text
+
+
+def test_the_list_of_items_is_retried_until_it_settles(bench: Bench) -> None:
+    for serial_number, verdict in ((GOOD, "OK"), ("4711-000001", "NG")):
+        cell = bench.cell(config="recheck_config.xlsx")
+        bench.hands.fit(1, serial_number)
+        cell.run(serial_number)
+        assert cell.uut.summer == verdict and len(cell.uut.assertions) == 4
+        assert cell.text.count("no load:") > 1, "the output is not settled at once"
+    assert cell.text.count("ripple:") == 3 and cell.uut.first_ng_item_name() == "RIPPLE"
+
+
+def test_the_workbooks_in_the_tree_are_those_of_the_program(tmp_path: Path) -> None:
+    make_workbooks.write_all(tmp_path)
+    for made in sorted(tmp_path.rglob("*.xlsx")):
+        kept = DEMO / made.relative_to(tmp_path)
+        assert contents(kept) == contents(made), f"run make_workbooks.py: {kept.name} is out of date"
+
+
+def test_the_first_script_of_the_readme_runs(host: Host) -> None:
+    readme = (ROOT / "README.md").read_text(encoding="utf-8")
+    text = next(
+        text for text in re.findall(r"```python\n(.*?)```", readme, re.DOTALL) if "CellRunner" in text
+    )
+    cell = host.from_text(text, limits={"VREF": (2.4, 2.6)}, cell_type=DemoCell).run(GOOD)
+    assert cell._exception_object is None, cell.text
+    assert cell.uut.summer == "OK" and cell.names == ["VOUT", "VREF", "FIRMWARE", "LED"]
+    assert "outputs off" in cell.text
+    documented = set(re.findall(r"\| `([a-z_0-9]+)` (?=\|)", readme)) - {"main"}
+    book = BookParameters(str(DEMO / "ats_config.xlsx"))
+    assert documented == {*book.load_sheet("main").parameter_names, *book.load_sheet("cell1").parameter_names}
+
+
+def test_a_unit_put_into_a_fixture_starts_once(station: Any) -> None:
+    cells = station.cells
+    station.hands.fit(3, GOOD)
+    pump(cells[2].is_running, 10.0)
+    assert cells[2].uut.serial_number == GOOD
+    cells[2].abort()
+    station.start_cell(1, "4711-000005")
+    pump(lambda: cells[0].is_running() and cells[0].get_assertions(), 10.0)
+    assert station.hands.label(1) == "4711-000005", "who scans a unit also puts it in"
+    cells[0].abort()
+    pump(lambda: not station.is_running(), 10.0)
+    pump_for(1.3)
+    assert not station.is_running(), "units that were tested lie there still"
+
+
+def test_manual_operation_answers_while_an_instrument_is_silent(station: Any, silent: str) -> None:
+    station.app_config["instruments/cell1/meter"] = silent
+    ticks, messages = [], []
+
+    def look(_event: wx.TimerEvent) -> None:
+        ticks.append(time.monotonic())
+        dialog = next((w for w in wx.GetTopLevelWindows() if hasattr(w, "ui_reading") and w.IsModal()), None)
+        if dialog and silent in dialog.ui_message.GetLabel().replace("\n", ""):
+            messages.append(dialog.ui_message.GetLabel())
+            dialog.Close()
+
+    timer = wx.Timer(station)
+    station.Bind(wx.EVT_TIMER, look, timer)
+    timer.Start(20)
+    station.on_show_manual_operation_dialog(None)
+    timer.Stop()
+    assert messages and not station.is_ticker_blocked()
+    assert max(after - before for before, after in zip(ticks, ticks[1:], strict=False)) < 0.5
+
+
+def test_the_whole_station_works_by_itself_and_gives_the_implied_verdicts(tmp_path: Path) -> None:
+    ended = by_itself(["tools/run-station", sys.executable, "--output", str(tmp_path)])
+    assert ended.returncode == 0, ended.stdout + ended.stderr
+    cells = re.findall(r"^cell (\d)  (\S+)  (OK|NG) +(\d+) items +([\d.]+) s$", ended.stdout, re.MULTILINE)
+    assert [number for number, *_ in cells] == ["1", "2", "3", "4"]
+    assert {verdict for _, _, verdict, *_ in cells} == {"OK", "NG"}
+    for name in ("station", "viewer", "parameters", "manual_operation", "about"):
+        picture = wx.Image(str(tmp_path / f"{name}.png"))
+        assert picture.IsOk() and len(set(zip(*[iter(picture.GetData())] * 3, strict=True))) > 20, name
+
+
+def test_a_verdict_that_is_not_the_implied_one_fails(tmp_path: Path) -> None:
+    program = (
+        f"import sys; sys.path.insert(0, {str(DEMO)!r}); sys.argv[1:] = ['--output', {str(tmp_path)!r}]\n"
+        "import headless\n"
+        "headless.implied_verdict = lambda serial_number: 'OK'\n"
+        "headless.HeadlessStation._tour = lambda self: iter(())\n"
+        "sys.exit(headless.main())\n"
+    )
+    ended = by_itself(["tools/virtual-display", sys.executable, "-c", program])
+    assert ended.returncode == 1
+    assert "cell 2: wrong verdict NG" in ended.stdout
+
+
+def by_itself(command: list[str]) -> "subprocess.CompletedProcess[str]":
+    environment = {
+        name: value for name, value in os.environ.items() if name not in ("DISPLAY", "WAYLAND_DISPLAY")
+    }
+    return subprocess.run(command, cwd=ROOT, env=environment, capture_output=True, text=True, timeout=110)
