@@ -84,9 +84,16 @@ def test_cells_answer_what_was_written_in_any_order(grid: RecordGrid) -> None:
     )
     grid.DeleteRows(1, 2)
     assert [grid.GetCellValue(row, 0) for row in range(grid.GetNumberRows())] == ["item 0", "odd\x1ftext"]
-    for write in (lambda: grid.SetCellValue(2, 0, "x"), lambda: grid.DeleteRows(1, 2)):
+    beyond = (
+        lambda: grid.SetCellValue(2, 0, "x"),
+        lambda: grid.SetCellValue(-1, 0, "x"),
+        lambda: grid.DeleteRows(1, 2),
+    )
+    for write in beyond:
         with pytest.raises(IndexError):
             write()
+    with pytest.raises(TypeError, match="Row 0, column 3: a cell holds a text, not None"):
+        grid.SetCellValue(0, 3, None)
 
 
 def test_a_burst_reaches_the_window_in_one_message(grid: RecordGrid, monkeypatch: pytest.MonkeyPatch) -> None:

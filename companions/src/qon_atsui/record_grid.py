@@ -18,6 +18,7 @@ from qon_atsui.grid_keys import GridKeys
 from qon_atsui.grid_table import StoreTable
 from qon_atsui.row_store import RowStore
 
+_NOTHING = object()
 _FAR_DOWN = 10**8  # scroll units; the scroll bar stops at its end
 
 
@@ -134,11 +135,13 @@ class RecordGrid(wx.grid.Grid):
         """A wish: all columns together are fitted into the width there is, in these proportions."""
         self._columns.wish(col, width)
 
-    def SetCellValue(self, row: Any, col: Any, s: str | None = None) -> None:
-        if s is None:  # called with (coordinates, text)
-            row, col, s = row[0], row[1], col
+    def SetCellValue(self, row: Any, col: Any, s: Any = _NOTHING) -> None:
+        if s is _NOTHING:  # called with (coordinates, text)
+            (row, col), s = row, col
         self.store.set_text(row, col, s)
-        self._flush_later(repaint=row < self._table.known_rows)
+        known = row < self._table.known_rows
+        if known or not self._flush_due:
+            self._flush_later(repaint=known)
 
     def GetCellValue(self, row: Any, col: Any = None) -> str:
         return self.store.text(*(row if col is None else (row, col)))

@@ -22,7 +22,8 @@ class RowStore:
         self._rows: list[Row] = []
         self._colours: list[tuple[str, ...] | None] = []  # None: plain everywhere
         self._shared: dict[tuple[str, ...], tuple[str, ...]] = {}
-        self._open = -1  # the row kept as a list for writing
+        self._open: int | None = None  # the row kept as a list for writing
+        self._written: list[str] = []  # that list
 
     def __len__(self) -> int:
         return len(self._rows)
@@ -50,11 +51,11 @@ class RowStore:
         return [self.text(row, column) for column in range(self.columns)]
 
     def set_text(self, row: int, column: int, text: str) -> None:
+        if type(text) is not str and not isinstance(text, str):
+            raise TypeError(f"Row {row}, column {column}: a cell holds a text, not {text!r}.")
         if row != self._open:
             self._unpack(row)
-        content = self._rows[row]
-        assert isinstance(content, list)
-        content[column] = text
+        self._written[column] = text
 
     def colour(self, row: int, column: int) -> str:
         colours = self._colours[row]
@@ -76,16 +77,21 @@ class RowStore:
         return True
 
     def _unpack(self, row: int) -> None:
+        if not 0 <= row < len(self._rows):
+            raise IndexError(f"There is no row {row}: the grid has {len(self._rows)}.")
         self._pack()
         content = self._rows[row]
         texts = content.split(_MARK) if isinstance(content, str) else content
-        self._rows[row] = texts + [""] * (self.columns - len(texts))
-        self._open = row % len(self._rows)
+        self._written = texts + [""] * (self.columns - len(texts))
+        self._rows[row] = self._written
+        self._open = row
 
     def _pack(self) -> None:
-        if self._open < 0:
+        if self._open is None:
             return
-        content = self._rows[self._open]
-        if isinstance(content, list) and not any(_MARK in text for text in content):
-            self._rows[self._open] = _MARK.join(content)
-        self._open = -1
+        packed = _MARK.join(self._written)
+        if (
+            packed.count(_MARK) == len(self._written) - 1
+        ):  # otherwise a text contains the mark: it stays a list
+            self._rows[self._open] = packed
+        self._open = None

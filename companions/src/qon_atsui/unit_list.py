@@ -77,11 +77,11 @@ class UnitGrid(RecordGrid):
         self._listing.advance()
         return super().DeleteRows(pos, numRows, updateLabels)
 
-    def SetCellValue(self, row: Any, col: Any, s: str | None = None) -> None:
+    def SetCellValue(self, row: Any, col: Any, *s: Any) -> None:
         if is_gui_thread():
-            super().SetCellValue(row, col, s)
+            super().SetCellValue(row, col, *s)
         else:
-            self._later(super().SetCellValue, row, col, s)
+            self._later(super().SetCellValue, row, col, *s)
 
     def SetCellBackgroundColour(self, row: int, col: int, colour: Any) -> None:
         if is_gui_thread():
