@@ -1,0 +1,339 @@
+"""The editor of the test parameters, operated with keys and mouse: what it shows, refuses, undoes and saves."""
+
+import os
+from collections.abc import Callable, Iterator
+from pathlib import Path
+from typing import Any
+
+import openpyxl
+import pytest
+import wx
+from dialogs import Operator, box, click, press, scan, texts
+from qon_companions import files
+from qon_paratree import ParameterDirectory, ParameterNode
+from qon_wxtools import ParameterTreeDialog
+from qon_wxtools.parameter_editor.table import REMARK, UNIT, UPPER, VALUE, VARIABLE
+from support import parameter_row, pump, write_book
+
+SUPPLY = [
+    parameter_row("volts", 12.0, 9.5, 18.0, "V"),
+    parameter_row("samples", 5, 1, 100),
+    parameter_row("remote", True),
+    parameter_row("名称", "稳压电源"),
+    parameter_row("steps", [1, 2]),
+]
+SAVED, DISCARDED = wx.ID_OK, wx.ID_CANCEL
+
+
+@pytest.fixture
+def folder(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> Path:
+    monkeypatch.setenv("QON_LANG", "en")
+    folder = tmp_path / "app_config"
+    (folder / "line 3").mkdir(parents=True)
+    write_book(folder / "bench.xlsx", {"supply": SUPPLY, "meter": {"range": 10.0}})
+    write_book(folder / "line 3" / "fixture.xlsx", {"pins": {"count": 128}})
+    return folder
+
+
+@pytest.fixture
+def frame(app: wx.App) -> Iterator[wx.Frame]:
+    window = wx.Frame(None, title="Station", size=wx.Size(1200, 900))
+    window.Show()
+    pump(window.IsShownOnScreen)
+    yield window
+    window.Destroy()
+
+
+class Editor:
+    """The dialog with what an operator does in it."""
+
+    def __init__(self, parent: wx.Frame, path: Any) -> None:
+        self.dialog = ParameterTreeDialog(parent=parent, path=path)
+
+    def run(self, operate: Callable[[], Iterator[Any]]) -> int:
+        def steps() -> Iterator[Any]:
+            yield self.dialog.IsActive
+            yield from operate()
+
+        try:
+            with Operator(steps):
+                return self.dialog.ShowModal()
+        finally:
+            self.dialog.Destroy()
+
+    def node(self, name: str) -> ParameterNode:
+        return next(node for node in self.dialog.directory.root.walk() if node.name == name)
+
+    def row(self, name: str) -> list[str]:
+        table = self.dialog.grid.table
+        row = [node.name for node in table.rows].index(name)
+        return [table.GetValue(row, column) for column in range(table.GetNumberCols())]
+
+    def type(self, name: str, text: str) -> Iterator[Any]:
+        """Go to the value, type over it, Enter."""
+        grid = self.dialog.grid
+        grid.go_to(self.node(name))
+        grid.SetFocus()
+        yield 0.05
+        scan(grid, text)
+        yield lambda: self.row(name)[VALUE] == text and not grid.IsCellEditControlShown()
+
+
+def stored(folder: Path, path: str) -> Any:
+    return ParameterDirectory.load(folder)[path]
+
+
+def test_it_shows_the_whole_tree_with_limits_units_and_types(frame: wx.Frame, folder: Path) -> None:
+    editor = Editor(frame, str(folder))
+    dialog = editor.dialog
+
+    def operate() -> Iterator[Any]:
+        dialog.tree.select(dialog.directory.root)
+        yield lambda: len(dialog.grid.table.rows) == 7
+        names = [dialog.grid.table.GetValue(row, VARIABLE) for row in range(7)]
+        assert names[0] == "line 3/fixture/pins/count" and names[1:6:4] == [
+            "bench/supply/volts",
+            "bench/supply/steps",
+        ]
+        assert editor.row("volts")[1:-1] == ["volts", "12.0", "9.5", "18.0", "V", "float"]
+        assert editor.row("名称")[VALUE] == "稳压电源" and editor.row("steps")[VALUE] == "[1, 2]"
+        scan(dialog.grid, "", enter=False)
+        press(dialog, ord("F"), wx.MOD_CONTROL)
+        yield dialog.find.HasFocus
+        scan(dialog.find, "sup", enter=False)
+        yield lambda: len(dialog.grid.table.rows) == 5
+        press(dialog.find, wx.WXK_ESCAPE)
+        yield lambda: len(dialog.grid.table.rows) == 7
+        dialog.Close()
+
+    assert editor.run(operate) == DISCARDED
+
+
+def test_a_value_is_edited_checked_and_saved_with_the_keyboard_alone(frame: wx.Frame, folder: Path) -> None:
+    """A refused text stays in its field, with the reason beside it, and keeps the rest from being saved."""
+    editor = Editor(frame, folder)
+    dialog = editor.dialog
+
+    def operate() -> Iterator[Any]:
+        dialog.tree.SetFocus()
+        yield dialog.tree.HasFocus
+        for _ in range(3):  # from the pins to the supply
+            press(dialog.tree, wx.WXK_DOWN) if dialog.tree.selection().name != "supply" else None
+            yield 0.1
+        assert dialog.tree.selection().name == "supply"
+        press(dialog, wx.WXK_F6)
+        yield 0.1
+        press(dialog.grid, wx.WXK_F2)
+        yield dialog.grid.IsCellEditControlShown
+        scan(dialog.grid, "18.5")
+        yield lambda: editor.row("volts")[VALUE] == "18.5"
+        assert editor.row("volts")[REMARK] == "✗ 18.5 is above the upper limit 18.0."
+        assert "1 not accepted" in texts(dialog) and editor.node("volts").value == 12.0
+        yield from editor.type("samples", "7")
+        assert editor.row("samples")[REMARK] == "● changed, was 5"
+        press(dialog, ord("S"), wx.MOD_CONTROL)
+        yield box
+        assert "bench/supply/volts: 18.5 is above" in texts(box())
+        press(box(), wx.WXK_ESCAPE)
+        yield lambda: not box()
+        assert stored(folder, "bench/supply/samples") == 5
+        yield from editor.type("volts", "17.5")
+        press(dialog, ord("S"), wx.MOD_CONTROL)
+        yield lambda: "Everything is saved." in texts(dialog)
+        press(dialog, wx.WXK_ESCAPE)
+
+    assert editor.run(operate) == SAVED
+    assert (stored(folder, "bench/supply/volts"), stored(folder, "bench/supply/samples")) == (17.5, 7)
+
+
+def test_what_is_wrong_is_said_while_it_is_typed(frame: wx.Frame, folder: Path) -> None:
+    editor = Editor(frame, folder)
+    dialog = editor.dialog
+
+    def operate() -> Iterator[Any]:
+        dialog.tree.select(editor.node("volts").parent)
+        cell = dialog.grid.CellToRect(1, VALUE)
+        simulator = wx.UIActionSimulator()
+        at = wx.Point(cell.x + 10, cell.y + 10)
+        simulator.MouseMove(dialog.grid.GetGridWindow().ClientToScreen(at))
+        simulator.MouseDblClick()
+        yield dialog.grid.IsCellEditControlShown
+        scan(dialog.grid.GetGridWindow(), "abc", enter=False)
+        yield lambda: '"abc" is not a whole number' in texts(dialog)
+        press(dialog.grid, wx.WXK_ESCAPE)  # gives the typed text up, not the dialog
+        yield lambda: not dialog.grid.IsCellEditControlShown()
+        assert editor.row("samples")[VALUE] == "5"
+        press(dialog.grid, wx.WXK_DOWN)
+        yield lambda: dialog.grid.current() is editor.node("remote")
+        press(dialog.grid, wx.WXK_SPACE)  # a yes/no value changes over
+        yield lambda: editor.row("remote")[VALUE] == "False"
+        click(dialog.buttons[wx.ID_REVERT])
+        yield lambda: editor.row("remote")[VALUE] == "True"
+        dialog.Close()
+
+    assert editor.run(operate) == DISCARDED
+
+
+def test_changes_are_undone_and_made_again_wherever_they_are(frame: wx.Frame, folder: Path) -> None:
+    editor = Editor(frame, folder)
+    dialog = editor.dialog
+
+    def operate() -> Iterator[Any]:
+        yield from editor.type("count", "64")
+        dialog.tree.select(editor.node("volts").parent)
+        yield from editor.type("volts", "x")
+        yield from editor.type("volts", "13.5")
+        shown = [("x", 64), ("12.0", 64), ("12.0", 128)]
+        for text, count in shown:
+            press(dialog, ord("Z"), wx.MOD_CONTROL)
+            yield (
+                lambda text=text, count=count: (
+                    dialog.edits.shown(editor.node("volts")) == text and editor.node("count").value == count
+                )
+            )
+        assert dialog.grid.current() is editor.node("count"), "the undone change is not in view"
+        assert not dialog.directory.changed and not dialog.buttons[wx.ID_UNDO].IsEnabled()
+        for _ in shown:
+            press(dialog, ord("Y"), wx.MOD_CONTROL)
+            yield 0.1
+        assert (editor.node("volts").value, editor.node("count").value) == (13.5, 64)
+        dialog.save()
+        dialog.Close()
+
+    assert editor.run(operate) == SAVED
+    assert stored(folder, "line 3/fixture/pins/count") == 64
+
+
+@pytest.mark.parametrize(
+    ("answer", "value", "result"),
+    [(wx.ID_SAVE, 6, SAVED), (wx.ID_NO, 5, DISCARDED), (wx.ID_CANCEL, 5, DISCARDED)],
+)
+def test_closing_asks_about_what_is_not_saved(
+    frame: wx.Frame, folder: Path, answer: int, value: int, result: int
+) -> None:
+    editor = Editor(frame, folder)
+    dialog = editor.dialog
+
+    def operate() -> Iterator[Any]:
+        dialog.tree.select(editor.node("samples").parent)
+        yield from editor.type("samples", "6")
+        press(dialog, wx.WXK_ESCAPE)
+        yield box
+        click(box().buttons[answer])
+        if answer == wx.ID_CANCEL:
+            yield lambda: not box()
+            assert dialog.IsModal() and editor.row("samples")[VALUE] == "6"
+            dialog.undo()
+            dialog.Close()
+
+    assert editor.run(operate) == result
+    assert stored(folder, "bench/supply/samples") == value
+
+
+def test_a_failing_save_names_the_file_and_loses_nothing(
+    frame: wx.Frame, folder: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    editor = Editor(frame, folder)
+    dialog = editor.dialog
+    before = (folder / "bench.xlsx").read_bytes()
+
+    def full(*_paths: Any) -> None:
+        raise OSError(28, "No space left on device")
+
+    def operate() -> Iterator[Any]:
+        dialog.tree.select(editor.node("samples").parent)
+        yield from editor.type("samples", "6")
+        with monkeypatch.context() as disk:
+            disk.setattr(files.os, "replace", full)
+            click(dialog.buttons[wx.ID_SAVE])
+            yield box
+            assert "bench.xlsx: No space left on device" in texts(box())
+            click(box().buttons[wx.ID_OK])
+            yield lambda: not box()
+        assert (folder / "bench.xlsx").read_bytes() == before
+        assert editor.row("samples")[VALUE] == "6" and dialog.directory.changed
+        dialog.save()
+        dialog.Close()
+
+    assert editor.run(operate) == SAVED
+    assert stored(folder, "bench/supply/samples") == 6
+
+
+@pytest.mark.parametrize(
+    ("spoil", "told"),
+    [
+        (lambda folder: "", ["names no directory"]),
+        (lambda folder: None, ["names no directory"]),
+        (lambda folder: folder / "nowhere", ["nowhere", "does not exist"]),
+        (lambda folder: folder / "bench.xlsx", ["bench.xlsx", "cannot be read"]),
+        (
+            lambda folder: (folder / "half.xlsx").write_bytes(b"PK\3\4half") and folder,
+            ["half.xlsx", "spreadsheet"],
+        ),
+        (
+            lambda folder: (
+                write_book(folder / "x.xlsx", {"s": [parameter_row("a", "b")[:6] + ("int",)]}) and folder
+            ),
+            ["x.xlsx", 'sheet "s"', "row 2", 'variable "a"'],
+        ),
+    ],
+)
+def test_a_directory_that_cannot_be_edited_says_why(
+    frame: wx.Frame, folder: Path, spoil: Callable[[Path], Any], told: list[str]
+) -> None:
+    editor = Editor(frame, spoil(folder))
+    dialog = editor.dialog
+
+    def operate() -> Iterator[Any]:
+        assert all(part in texts(dialog) for part in told), texts(dialog)
+        if (folder / "half.xlsx").exists():  # mended meanwhile
+            (folder / "half.xlsx").unlink()
+            click(dialog.buttons[wx.ID_REFRESH])
+            yield lambda: dialog.directory is not None
+            assert dialog.grid.table.rows
+        yield 0.05
+        press(dialog, wx.WXK_ESCAPE)
+
+    assert editor.run(operate) == DISCARDED
+
+
+@pytest.mark.parametrize("formula", [False, True])
+def test_values_that_cannot_be_saved_cannot_be_typed(
+    frame: wx.Frame, folder: Path, monkeypatch: pytest.MonkeyPatch, formula: bool
+) -> None:
+    if formula:
+        book = openpyxl.load_workbook(folder / "bench.xlsx")
+        book["supply"].append(("sum", "=1+1", None, None, "", "sum", "int"))
+        monkeypatch.setattr(
+            "qon_companions.parameters.source.FileSource.results", lambda self, sheet: calculated(self, sheet)
+        )
+        book.save(folder / "bench.xlsx")
+    else:
+        access = os.access
+        monkeypatch.setattr(os, "access", lambda path, mode: "bench" not in str(path) and access(path, mode))
+    editor = Editor(frame, folder)
+    dialog = editor.dialog
+
+    def operate() -> Iterator[Any]:
+        dialog.tree.select(editor.node("samples").parent)
+        yield lambda: ("formula" if formula else "read-only") in editor.row("samples")[REMARK]
+        dialog.grid.go_to(editor.node("samples"))
+        scan(dialog.grid, "9")
+        press(dialog.grid, wx.WXK_F2)
+        yield 0.2
+        assert not dialog.directory.changed and editor.row("samples")[VALUE] == "5"
+        assert editor.row("volts")[UPPER : UNIT + 1] == ["18.0", "V"]
+        dialog.Close()
+
+    assert editor.run(operate) == DISCARDED
+
+
+def calculated(source: Any, sheet: str) -> Any:
+    """The stored result that openpyxl does not write: as a spreadsheet program would have."""
+    rows = {row.number: row for row in source.rows(sheet)}
+    return {
+        number: row._replace(
+            cells=tuple(cell._replace(value=2, kind="n") if cell.kind == "f" else cell for cell in row.cells)
+        )
+        for number, row in rows.items()
+    }
