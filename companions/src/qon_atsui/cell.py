@@ -14,6 +14,7 @@ from qon_atsui.cell_face import EDGE, SMALLEST, CellFace, Parts
 from qon_atsui.cell_pages import CellPages
 from qon_atsui.cell_parts import Head, Totals, abort_button, details_button, start_button
 from qon_atsui.details import DetailsWindow
+from qon_atsui.fields import ValueLabel
 from qon_atsui.handlers import bind, relay
 from qon_atsui.serial_entry import SerialEntry, settle_focus
 from qon_atsui.signs import PAUSE, Signs
@@ -41,8 +42,9 @@ class Cell(wx.Panel):
         self.ui_elapse_time = self._ui_head.elapsed
         self.ui_gauge = self._ui_head.gauge
         self.ui_prompt = VerdictBand(self, self._ui_signs)
+        serial_caption = ValueLabel(self, _("Serial number"))
+        serial_caption.paint_as(palette.MUTED)
         self.ui_serial_number = SerialEntry(self)
-        self.ui_serial_number.SetHint(_("Serial number"))
         self.ui_serial_number.SetToolTip(_("Serial number of the next unit; Enter starts its test"))
         self.ui_start = start_button(self)
         self.ui_abort = abort_button(self)
@@ -61,6 +63,7 @@ class Cell(wx.Panel):
         parts = Parts(
             self._ui_head,
             self.ui_prompt,
+            serial_caption,
             self.ui_serial_number,
             self.ui_start,
             self.ui_abort,

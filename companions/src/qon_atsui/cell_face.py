@@ -17,7 +17,7 @@ from qon_atsui import sizing
 from qon_atsui.band import VerdictBand
 from qon_atsui.cell_pages import CellPages
 from qon_atsui.cell_parts import Head, Totals
-from qon_atsui.fields import CommandButton
+from qon_atsui.fields import CommandButton, ValueLabel
 from qon_atsui.serial_entry import SerialEntry
 from qon_atsui.sizing import Sizes
 
@@ -35,6 +35,7 @@ class Parts:
 
     head: Head
     band: VerdictBand
+    caption: ValueLabel
     entry: SerialEntry
     start: CommandButton
     abort: CommandButton
@@ -79,6 +80,7 @@ class CellFace:
             field.SetFont(sizing.font(sizes.body))
         for count in (parts.totals.ok, parts.totals.ng, parts.totals.share):
             count.value.SetFont(sizing.font(sizes.body, bold=True))
+        parts.caption.SetFont(sizing.font(sizes.body))
         parts.entry.SetFont(sizing.font(sizes.entry))
         for button in (parts.start, parts.abort, parts.details):
             button.SetFont(sizing.font(sizes.button, bold=button is parts.start))
@@ -162,6 +164,7 @@ class CellFace:
         parts, gap = self._parts, self._sizes.gap
         buttons = [parts.start, parts.abort] + ([] if self.has_pages else [parts.details])
         row = sizing.line_height(self._sizes.entry) + 12
+        self._caption(strip.height == row)
         if strip.height > row:
             parts.entry.SetSize(strip.x, strip.y, strip.width, row)
             width = (strip.width - gap * (len(buttons) - 1)) // len(buttons)
@@ -174,7 +177,18 @@ class CellFace:
             x -= width
             button.SetSize(x, strip.y, width, row)
             x -= gap
-        parts.entry.SetSize(strip.x, strip.y, x - strip.x, row)
+        left = strip.x + self._width(parts.caption.GetValue(), self._sizes.body) + gap
+        if x - left < self._width(_NUMBER, self._sizes.entry):
+            self._caption(False)
+            left = strip.x
+        parts.caption.SetSize(strip.x, strip.y, max(0, left - strip.x - gap), row)
+        parts.entry.SetSize(left, strip.y, x - left, row)
+
+    def _caption(self, shown: bool) -> None:
+        """What the entry is for is said beside it or, without room, inside it."""
+        caption = self._parts.caption
+        caption.Show(shown)
+        self._parts.entry.SetHint("" if shown else caption.GetValue())
 
     def _foot(self, strip: wx.Rect) -> None:
         """Three counters share the width."""
