@@ -42,21 +42,17 @@ def row(value: Any, kind: str, low: Any = None, up: Any = None, name: str = "v")
 @pytest.mark.parametrize(
     ("value", "kind", "expected"),
     [
-        (5, "int", 5),
         (5.0, "int32", 5),
         (5, "float", 5.0),
         ("-inf", "float64", float("-inf")),
-        ("5", "str", "5"),
         (None, "str", ""),
         (None, "float", None),
         (True, "bool_", True),
         ("true", "Bool", True),
         (0, "bool", False),
         ("[1, null]", "json", [1, None]),
-        (7, "json", 7),
         ("(1, 'a')", "tuple", (1, "a")),
         (None, "NoneType", None),
-        (2.5, "Decimal", 2.5),
     ],
 )
 def test_values_come_back_typed(value: Any, kind: str, expected: Any, tmp_path: Path) -> None:
@@ -264,7 +260,6 @@ def test_written_workbooks_are_read_again_and_replace_a_file_whole(tmp_path: Pat
 @pytest.mark.parametrize(
     ("kind", "text", "expected"),
     [
-        ("int", " 7 ", 7),
         ("int", "7.5", '"7.5" is not a whole number'),
         ("float", "−2e-3", -0.002),
         ("float", "1,5", "with a decimal point"),
@@ -272,7 +267,6 @@ def test_written_workbooks_are_read_again_and_replace_a_file_whole(tmp_path: Pat
         ("bool", "Yes", True),
         ("bool", "maybe", "neither true nor false"),
         ("json", '{"a": [1]}', {"a": [1]}),
-        ("json", "{a}", "is not JSON"),
         ("str", " x ", " x "),
     ],
 )

@@ -8,6 +8,7 @@ import threading
 from pathlib import Path
 from typing import Any
 
+import malformed
 import openpyxl
 import pytest
 from openpyxl.comments import Comment
@@ -203,8 +204,6 @@ def test_a_workbook_with_formulas_is_not_written(directory: Path) -> None:
         WorkbookError, match='row 3, variable "time": "Upper Limit" is a formula without a stored'
     ):
         ParameterDirectory.load(directory)
-    import malformed
-
     members = malformed.unpack(path.read_bytes())
     name = "xl/worksheets/sheet1.xml"
     members[name] = members[name].replace(b"<f>B2*5</f><v />", b"<f>B2*5</f><v>10</v>")
@@ -279,3 +278,22 @@ def test_values_set_while_a_save_runs_are_not_taken_as_saved(directory: Path) ->
     tree.save()
     last = tree.products.board.limits.retries
     assert ParameterDirectory.load(directory).products.board.limits.retries == last
+
+
+def test_what_loads_from_a_malformed_workbook_is_saved_or_refused(directory: Path) -> None:
+    good, path = directory / "instruments.xlsx", directory / "products" / "board.xlsx"
+    saved = 0
+    for number in range(80):
+        path.write_bytes(malformed.damaged(good, number))
+        try:
+            tree = ParameterDirectory.load(directory)
+            tree["products/board/main/psu_resource"] = "sim::7"
+            tree.save()
+        except (WorkbookError, KeyError):
+            continue
+        saved += 1
+        again = ParameterDirectory.load(directory)
+        assert {n.path: n.value for n in again.root.walk()} == {n.path: n.value for n in tree.root.walk()}, (
+            number
+        )
+    assert saved > 10

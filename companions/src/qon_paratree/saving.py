@@ -16,12 +16,15 @@ from qon_companions.parameters import (
     read_table,
     writing,
 )
+from qon_companions.parameters.header import TITLES
 from qon_companions.parameters.source import FileSource, read_file
 
 from .nodes import DirectoryNode, Node, ParameterNode, SheetNode, WorkbookNode
 
 # The state of a workbook that is written: scripts may go on setting values meanwhile.
 State = dict[ParameterNode, Parameter]
+
+_NOT_KEPT = 'a save would not keep "{}": the cell lies in merged cells, or a workbook cannot hold its text.'
 
 
 def save_tree(root: DirectoryNode, source: Path, target: Path) -> list[Path]:
@@ -87,7 +90,7 @@ def _edited(book: WorkbookNode, state: State) -> bytes:
         for field in fields:
             _put(node, parameter, field, tables[sheet], edited[sheet])
     result = writing.workbook_bytes(edited)
-    _verify(state, FileSource(result, source.label))
+    _verify(state, source, FileSource(result, source.label))
     return result
 
 
@@ -129,17 +132,20 @@ def _put(node: ParameterNode, parameter: Parameter, field: str, table: Table, sh
         raise WorkbookError(Fault(node.place(), text)) from None
 
 
-def _verify(state: State, source: FileSource) -> None:
-    """What was changed must be read again as it is: a workbook normalises some texts."""
-    tables: dict[str, Table] = {}
-    for node, parameter, fields in _changed(state):
-        sheet = node.place().sheet
-        if sheet not in tables:
-            tables[sheet] = read_table(source, sheet)
-        again = tables[sheet].parameters.get(node.name)
-        for field in fields:
-            if again is None or not _equal(getattr(again, field), getattr(parameter, field)):
-                raise WorkbookError(Fault(node.place(), f'a workbook cannot hold this "{field}" unchanged.'))
+def _verify(state: State, before: FileSource, after: FileSource) -> None:
+    """What was changed must be read again as it is, and everything else as it was: else nothing is written."""
+    changes = {
+        (node.place().sheet, node.name): (parameter, fields) for node, parameter, fields in _changed(state)
+    }
+    for sheet in before.sheet_names:
+        old, new = read_table(before, sheet).parameters, read_table(after, sheet).parameters
+        for name, parameter in old.items():
+            ours, fields = changes.get((sheet, name), (parameter, []))
+            for field in TITLES:
+                wanted = getattr(ours if field in fields else parameter, field)
+                if name not in new or not _equal(wanted, getattr(new[name], field)):
+                    place = Place(before.label, sheet, variable=name)
+                    raise WorkbookError(Fault(place, _NOT_KEPT.format(TITLES[field])))
 
 
 def _equal(one: object, other: object) -> bool:

@@ -17,6 +17,7 @@ from openpyxl.workbook import Workbook
 
 from .blank_rows import without_blank_rows
 from .errors import Fault, Place, WorkbookError
+from .merged_areas import MAX_MERGED_CELLS, merged_cells
 
 FORMULA, ERROR = "f", "e"
 MAX_ROWS = 1_048_576
@@ -64,6 +65,8 @@ class FileSource:
             self.data = without_blank_rows(data)
             self._book = openpyxl.load_workbook(io.BytesIO(self.data), read_only=True, keep_links=False)
             self.sheet_names = list(self._book.sheetnames)
+        if len({name.casefold() for name in self.sheet_names}) < len(self.sheet_names):
+            raise self._fault(f"two sheets have the same name: {', '.join(self.sheet_names)}; rename one")
 
     def rows(self, sheet: str) -> Iterator[Row]:
         with self._naming_faults(sheet):
@@ -87,6 +90,8 @@ class FileSource:
     def editable(self) -> Workbook:
         """The whole workbook with its formats, to be changed and written again."""
         with self._naming_faults():
+            if merged_cells(self.data) > MAX_MERGED_CELLS:
+                raise self._fault("its merged areas are too large to be edited here; split them")
             return openpyxl.load_workbook(io.BytesIO(self.data), rich_text=True)
 
     def _naming_faults(self, sheet: str = "") -> contextlib.AbstractContextManager[None]:
