@@ -13,8 +13,9 @@ class KeptBuiltins {
     }
     ~KeptBuiltins() {
         for (std::size_t i = 0; i < 3; ++i) {
-            const int status = kept_[i].is_none() ? PyDict_DelItemString(builtins_.ptr(), kNames[i])
-                                                  : PyDict_SetItemString(builtins_.ptr(), kNames[i], kept_[i].ptr());
+            const int status = kept_[i].is_none()
+                                   ? PyDict_DelItemString(builtins_.ptr(), kNames[i])
+                                   : PyDict_SetItemString(builtins_.ptr(), kNames[i], kept_[i].ptr());
             if (status < 0) PyErr_Clear();  // was not there and is not there
         }
     }

@@ -44,9 +44,9 @@ nb::object call_user_function_no_wait(nb::handle, const Arguments& args) {
 }
 
 nb::object ask_true_or_false(nb::handle self, const Arguments& args) {
-    return result_of(own_name<"CallUserFunctionInfo">()(self.attr("_do_ask_true_or_false"), true,
-                                                        nb::arg("question") = args[0], nb::arg("true") = args[1],
-                                                        nb::arg("false") = args[2]));
+    return result_of(own_name<"CallUserFunctionInfo">()(
+        self.attr("_do_ask_true_or_false"), true, nb::arg("question") = args[0], nb::arg("true") = args[1],
+        nb::arg("false") = args[2]));
 }
 
 // A dialog that is closed without an answer counts as a negative one.
@@ -75,8 +75,8 @@ nb::object input_text(nb::handle self, const Arguments& args) {
 nb::object do_input_text(nb::handle self, const Arguments& args) {
     const nb::object wx = python_module<"wx">();
     const nb::object style = wx.attr("OK") | wx.attr("CANCEL") | wx.attr("CENTRE");
-    const nb::object dialog = wx.attr("TextEntryDialog")(self, nb::arg("message") = args[0],
-                                                         nb::arg("caption") = args[1], nb::arg("style") = style);
+    const nb::object dialog = wx.attr("TextEntryDialog")(
+        self, nb::arg("message") = args[0], nb::arg("caption") = args[1], nb::arg("style") = style);
     const nb::object answer = dialog_answer(dialog);
     nb::object text = dialog.attr("GetValue")();
     dialog.attr("Destroy")();

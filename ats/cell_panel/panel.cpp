@@ -2,8 +2,8 @@
 #include "cell_panel/cell_panel.hpp"
 #include "engine/engine.hpp"
 #include "module/display.hpp"
-#include "module/fields.hpp"
 #include "module/errors.hpp"
+#include "module/fields.hpp"
 #include "module/imports.hpp"
 
 namespace ats {
@@ -189,7 +189,8 @@ nb::object update_prompt(nb::handle self, const Arguments& args) {
 void init_cell(nb::module_& module) {
     nb::dict constants;
     constants["DefaultColumnInfo"] = own_name<"_DefaultColumnInfo">();
-    build_class(module, "Cell", nb::make_tuple(cell_base_class(), imported<"_CellUIBase">()), kMembers, constants);
+    build_class(module, "Cell", nb::make_tuple(cell_base_class(), imported<"_CellUIBase">()), kMembers,
+                constants);
 }
 
 }  // namespace ats

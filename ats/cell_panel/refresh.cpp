@@ -8,9 +8,9 @@
 namespace ats {
 namespace {
 
-constexpr int kRefreshPeriod = 100;   // milliseconds
-constexpr int kBlinkPeriod = 1000;    // milliseconds
-constexpr int kRowsPerTick = 100;     // so that a burst of measurements cannot freeze the window
+constexpr int kRefreshPeriod = 100;  // milliseconds
+constexpr int kBlinkPeriod = 1000;   // milliseconds
+constexpr int kRowsPerTick = 100;    // so that a burst of measurements cannot freeze the window
 
 // Shows queued assertions, at most `limit` of them; a negative limit means all.
 void drain_queue(nb::handle self, int limit) {
@@ -41,7 +41,8 @@ void finish_test(nb::handle self) {
     nb::setattr(self, "running_state", field<"CellStateStop">(self));
     const Outcome outcome = decide_outcome(self);
     const nb::object description = field<"_result_description">(self);
-    self.attr("_update_prompt")(description.equal(nb::str("")) ? outcome.result : description, outcome.colour);
+    self.attr("_update_prompt")(description.equal(nb::str("")) ? outcome.result : description,
+                                outcome.colour);
     self.attr("_append_to_history")(self.attr("get_serial_number")(), outcome.result, outcome.colour);
     const nb::object entry = self.attr("ui_serial_number");
     entry.attr("Clear")();
@@ -69,7 +70,8 @@ void label_start_button(nb::handle self) {
 // Hours go on counting after a day.
 void show_elapsed_time(nb::handle self) {
     const long long t = nb::cast<long long>(nb::int_(nb::object(self.attr("get_elapse_time")())));
-    const nb::object text = nb::str("%02d:%02d:%02d").attr("__mod__")(nb::make_tuple(t / 3600, t / 60 % 60, t % 60));
+    const nb::object text =
+        nb::str("%02d:%02d:%02d").attr("__mod__")(nb::make_tuple(t / 3600, t / 60 % 60, t % 60));
     self.attr("ui_elapse_time").attr("SetValue")(text);
 }
 
@@ -100,8 +102,7 @@ nb::object append_to_history(nb::handle self, const Arguments& args) {
     const nb::object grid = self.attr("ui_history_grid");
     const nb::object row = grid.attr("GetNumberRows")();
     grid.attr("AppendRows")();
-    const nb::tuple values =
-        nb::make_tuple(begin, end, args[0], args[1], field<"_result_description">(self));
+    const nb::tuple values = nb::make_tuple(begin, end, args[0], args[1], field<"_result_description">(self));
     for (std::size_t col = 0; col < nb::len(values); ++col) grid.attr("SetCellValue")(row, col, values[col]);
     grid.attr("SetCellBackgroundColour")(row, 3, args[2]);
     return nb::none();

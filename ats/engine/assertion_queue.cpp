@@ -10,11 +10,10 @@
 namespace ats {
 namespace {
 
-// The fields of a queue.Queue that a put needs, held natively; the class offers them as the usual attributes, so
-// that the inherited methods, and users, read and write the same.
+// The fields of a queue.Queue that a put needs, held natively; the class offers them as the usual attributes,
+// so that the inherited methods, and users, read and write the same.
 struct QueueParts {
-    PyObject_HEAD
-    PyObject* items;      // `queue`
+    PyObject_HEAD PyObject* items;  // `queue`
     PyObject* mutex;
     PyObject* not_empty;  // condition
     PyObject* waiters;    // of that condition; null where it has no such list
@@ -25,17 +24,16 @@ struct QueueParts {
     PyObject* weakrefs;
 
     static constexpr PyObject* QueueParts::*kReferences[] = {
-        &QueueParts::items,   &QueueParts::mutex,    &QueueParts::not_empty,
-        &QueueParts::waiters, &QueueParts::max_size, &QueueParts::is_shut_down};
+        &QueueParts::items,     &QueueParts::append,  &QueueParts::mutex,    &QueueParts::locked,
+        &QueueParts::not_empty, &QueueParts::waiters, &QueueParts::max_size, &QueueParts::is_shut_down};
 };
 
 PyTypeObject* queue_class = nullptr;
 
 QueueParts* parts(nb::handle queue) { return reinterpret_cast<QueueParts*>(queue.ptr()); }
 
-bool is_locked(PyObject* mutex) {
-    const nb::object answer = nb::steal(PyObject_CallMethodNoArgs(mutex, name<"locked">()));
-    if (!answer.is_valid()) throw nb::python_error();
+bool is_locked(const QueueParts* queue) {
+    const nb::object answer = nb::steal(nb::detail::raise_if_null(PyObject_CallNoArgs(queue->locked)));
     return answer.ptr() != Py_False;
 }
 
@@ -43,14 +41,14 @@ bool is_unbounded(const QueueParts* queue) {
     return queue->max_size && PyLong_CheckExact(queue->max_size) && PyLong_AsLong(queue->max_size) == 0;
 }
 
-// Does what Queue.put does between taking and releasing its lock.  The interpreter lock stands in for it: with
-// the mutex free no thread is inside the queue, and nothing here lets another one run.  Returns false, having
-// done nothing, where a waiting consumer must be woken or anything is not as a plain queue has it.
+// Does what Queue.put does between taking and releasing its lock.  The interpreter lock stands in for it:
+// with the mutex free no thread is inside the queue, and nothing here lets another one run.  Returns false,
+// having done nothing, where a waiting consumer must be woken or anything is not as a plain queue has it.
 bool put_directly(QueueParts* queue, PyObject* item) {
-    if (!queue->waiters || !queue->mutex || !queue->items || !is_unbounded(queue)) return false;
+    if (!queue->waiters || !queue->locked || !queue->append || !is_unbounded(queue)) return false;
     if (queue->is_shut_down && queue->is_shut_down != Py_False) return false;
-    if (PyObject_Size(queue->waiters) != 0 || is_locked(queue->mutex)) return false;
-    const nb::object done = nb::steal(PyObject_CallMethodOneArg(queue->items, name<"append">(), item));
+    if (PyObject_Size(queue->waiters) != 0 || is_locked(queue)) return false;
+    const nb::object done = nb::steal(PyObject_CallOneArg(queue->append, item));
     if (!done.is_valid()) throw nb::python_error();
     ++queue->unfinished_tasks;
     return true;
@@ -73,6 +71,14 @@ nb::object set(nb::handle self, const Arguments& args) {
     return nb::none();
 }
 
+// Keeps the bound method that a put calls beside the object that it is of.
+template <PyObject* QueueParts::*part, PyObject* QueueParts::*bound_method, Literal L>
+nb::object set_with(nb::handle self, const Arguments& args) {
+    assign(parts(self)->*part, args[0]);
+    assign(parts(self)->*bound_method, field<L>(args[0]));
+    return nb::none();
+}
+
 nb::object set_not_empty(nb::handle self, const Arguments& args) {
     assign(parts(self)->not_empty, args[0]);
     const nb::object waiters = nb::getattr(args[0], "_waiters", nb::handle());
@@ -81,7 +87,9 @@ nb::object set_not_empty(nb::handle self, const Arguments& args) {
     return nb::none();
 }
 
-nb::object unfinished_tasks(nb::handle self, const Arguments&) { return nb::int_(parts(self)->unfinished_tasks); }
+nb::object unfinished_tasks(nb::handle self, const Arguments&) {
+    return nb::int_(parts(self)->unfinished_tasks);
+}
 
 nb::object set_unfinished_tasks(nb::handle self, const Arguments& args) {
     parts(self)->unfinished_tasks = nb::cast<Py_ssize_t>(args[0]);
@@ -89,8 +97,10 @@ nb::object set_unfinished_tasks(nb::handle self, const Arguments& args) {
 }
 
 constexpr Member kParts[] = {
-    property("queue", get<&QueueParts::items>, "value", set<&QueueParts::items>),
-    property("mutex", get<&QueueParts::mutex>, "value", set<&QueueParts::mutex>),
+    property("queue", get<&QueueParts::items>, "value",
+             set_with<&QueueParts::items, &QueueParts::append, "append">),
+    property("mutex", get<&QueueParts::mutex>, "value",
+             set_with<&QueueParts::mutex, &QueueParts::locked, "locked">),
     property("not_empty", get<&QueueParts::not_empty>, "value", set_not_empty),
     property("maxsize", get<&QueueParts::max_size>, "value", set<&QueueParts::max_size>),
     property("is_shutdown", get<&QueueParts::is_shut_down>, "value", set<&QueueParts::is_shut_down>),

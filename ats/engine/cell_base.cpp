@@ -2,11 +2,11 @@
 #include "engine/cell_lookups.hpp"
 #include "engine/construction.hpp"
 #include "engine/engine.hpp"
-#include "module/fields.hpp"
 #include "engine/pause.hpp"
 #include "engine/recording.hpp"
 #include "engine/run.hpp"
 #include "module/errors.hpp"
+#include "module/fields.hpp"
 #include "module/imports.hpp"
 
 namespace ats {
@@ -42,7 +42,9 @@ nb::object is_ready(nb::handle self, const Arguments&) {
     return nb::bool_(in_state(self, field<"CellStateStop">(self)));
 }
 
-nb::object is_in_cell_test_thread(nb::handle self, const Arguments&) { return nb::bool_(in_test_thread(self)); }
+nb::object is_in_cell_test_thread(nb::handle self, const Arguments&) {
+    return nb::bool_(in_test_thread(self));
+}
 
 nb::object set_uut_type(nb::handle self, const Arguments& args) {
     const bool fits = PyType_Check(args[0].ptr()) &&
@@ -74,7 +76,9 @@ nb::object set_serial_number(nb::handle self, const Arguments& args) {
     return nb::none();
 }
 
-nb::object no_ng_item(nb::handle self, const Arguments&) { return nb::bool_(nb::len(field<"_ng_items">(self)) == 0); }
+nb::object no_ng_item(nb::handle self, const Arguments&) {
+    return nb::bool_(nb::len(field<"_ng_items">(self)) == 0);
+}
 
 nb::object is_ok(nb::handle self, const Arguments&) {
     return nb::bool_(truth(field<"_CellBase__uut">(self).attr("is_ok")));
@@ -96,7 +100,8 @@ nb::object get_elapse_time(nb::handle self, const Arguments&) {
 }
 
 nb::object update_elapse_begin_time(nb::handle self, const Arguments& args) {
-    set_field<"_elapse_begin_time">(self, args.is_none(0) ? nb::object(nb::float_(now())) : nb::borrow(args[0]));
+    set_field<"_elapse_begin_time">(self,
+                                    args.is_none(0) ? nb::object(nb::float_(now())) : nb::borrow(args[0]));
     return nb::none();
 }
 
@@ -161,12 +166,15 @@ constexpr Member kMembers[] = {
     // measurements
     method("append(assertion: Assertion, stop_if_ng: bool = None, category = 'all')", append_method),
     method("assert_with_limits(name: str, value, lower, upper, unit: str? = 'N/A', result = None, "
-           "stop_if_ng: bool = None, category: str? = 'all')", assert_with_limits_method),
+           "stop_if_ng: bool = None, category: str? = 'all')",
+           assert_with_limits_method),
     method("try_limits(name: str, value, lower, upper, unit: str? = '', result = None)", try_limits_method),
-    method("assert_with_percent_limits(name: str, value: float, mean: float, percent: float, unit: str? = 'N/A', "
-           "result = None, stop_if_ng: bool = None, category: str? = 'all')", assert_with_percent_limits_method),
+    method("assert_with_percent_limits(name: str, value: float, mean: float, percent: float, "
+           "unit: str? = 'N/A', result = None, stop_if_ng: bool = None, category: str? = 'all')",
+           assert_with_percent_limits_method),
     method("assert_with_result(name: str, value, result, unit: str = None, lower = None, upper = None, "
-           "stop_if_ng: bool = None, category: str? = 'all')", assert_with_result_method),
+           "stop_if_ng: bool = None, category: str? = 'all')",
+           assert_with_result_method),
     // what the run has produced
     method("set_serial_number(value: str)", set_serial_number),
     method("no_ng_item()", no_ng_item),

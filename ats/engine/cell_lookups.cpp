@@ -25,7 +25,8 @@ nb::object own_field(nb::handle cell, PyObject* key) {
 }
 
 nb::object assertion_configs_of(nb::handle cell) {
-    return read_property(cell, name<"assertion_configs">(), own_assertion_configs, name<"_assertion_configs">());
+    return read_property(cell, name<"assertion_configs">(), own_assertion_configs,
+                         name<"_assertion_configs">());
 }
 
 nb::object cell_config_of(nb::handle cell) {

@@ -3,8 +3,8 @@
 
 #include "engine/assertion_queue.hpp"
 #include "engine/engine.hpp"
-#include "module/fields.hpp"
 #include "module/errors.hpp"
+#include "module/fields.hpp"
 #include "module/imports.hpp"
 
 namespace ats {
@@ -50,7 +50,8 @@ void read_configuration(nb::handle self, nb::handle config, nb::handle number) {
     const nb::object script = config.attr("get")("script");
     if (script.is_none()) raise_formatted(PyExc_TypeError, kNoScript, number.ptr());
     set_field<"_CellBase__script">(self, python_module<"os">().attr("path").attr("abspath")(script));
-    set_field<"_CellBase__cell_runner_class_name">(self, config.attr("get")("runner_class_name", "CellRunner"));
+    set_field<"_CellBase__cell_runner_class_name">(self,
+                                                   config.attr("get")("runner_class_name", "CellRunner"));
     set_field<"_cell_runner_module">(self, nb::none());
     set_field<"_assertion_configs">(self, nb::none());
     nb::object limits = config.attr("get")("assertion_config_file");
@@ -124,7 +125,8 @@ nb::object load_assertion_configs_method(nb::handle, const Arguments& args) {
 
 nb::object set_assertion_config_file(nb::handle self, const Arguments& args) {
     nb::object configs = nb::none();
-    if (!args.is_none(0) && truth(args[0])) configs = cell_base_class().attr("load_assertion_configs")(args[0]);
+    if (!args.is_none(0) && truth(args[0]))
+        configs = cell_base_class().attr("load_assertion_configs")(args[0]);
     set_field<"_assertion_configs">(self, configs);
     return nb::none();
 }

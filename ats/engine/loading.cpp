@@ -1,8 +1,8 @@
 // loading.cpp - the script file as a module, and the runner class in it.
 #include "engine/engine.hpp"
-#include "module/fields.hpp"
 #include "engine/run.hpp"
 #include "module/errors.hpp"
+#include "module/fields.hpp"
 #include "module/imports.hpp"
 #include "module/reloading.hpp"
 
@@ -50,7 +50,8 @@ nb::object load_runner_class(nb::handle cell, nb::handle script) {
         throw;
     }
     const nb::object module = field<"_cell_runner_module">(cell);
-    if (!nb::hasattr(module, class_name)) raise_formatted(PyExc_ValueError, kNoClass, class_name.ptr(), script.ptr());
+    if (!nb::hasattr(module, class_name))
+        raise_formatted(PyExc_ValueError, kNoClass, class_name.ptr(), script.ptr());
     nb::object runner_class = nb::getattr(module, class_name);
     const int derived = PyObject_IsSubclass(runner_class.ptr(), own_name<"CellRunnerBase">().ptr());
     if (derived < 0) throw nb::python_error();

@@ -4,8 +4,8 @@
 #include <cmath>
 
 #include "engine/engine.hpp"
-#include "module/fields.hpp"
 #include "module/errors.hpp"
+#include "module/fields.hpp"
 #include "module/imports.hpp"
 #include "records/control.hpp"
 
@@ -106,7 +106,9 @@ nb::object sleep(nb::handle self, const Arguments& args) {
     return nb::none();
 }
 
-nb::object pausable(nb::handle self, const Arguments& args) { return wrap(args[0], self.attr("_call_pausable")); }
+nb::object pausable(nb::handle self, const Arguments& args) {
+    return wrap(args[0], self.attr("_call_pausable"));
+}
 
 nb::object abortable(nb::handle self, const Arguments& args) {
     return self.attr("pausable")(wrap(args[0], self.attr("_call_abortable")));

@@ -4,8 +4,8 @@
 #include "engine/assertion_queue.hpp"
 #include "engine/cell_lookups.hpp"
 #include "engine/engine.hpp"
-#include "module/fields.hpp"
 #include "module/errors.hpp"
+#include "module/fields.hpp"
 #include "records/control.hpp"
 #include "records/uut.hpp"
 
@@ -151,8 +151,7 @@ nb::object assert_with_result(nb::handle cell, const Judgement& j) {
 }
 
 void append(nb::handle cell, nb::handle assertion, nb::handle stop_if_ng, nb::handle category) {
-    if (unit_of(assertion).is_none())
-        set_unit(assertion, configured(cell, name<"none_unit">(), name<"">()));
+    if (unit_of(assertion).is_none()) set_unit(assertion, configured(cell, name<"none_unit">(), name<"">()));
     append_assertion(own_field(cell, name<"_CellBase__uut">()), assertion);
     put(own_field(cell, name<"_assertion_queue">()), assertion);
     categorise(cell, category, assertion);

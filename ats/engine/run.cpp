@@ -4,8 +4,8 @@
 #include <exception>
 
 #include "engine/engine.hpp"
-#include "module/fields.hpp"
 #include "module/errors.hpp"
+#include "module/fields.hpp"
 #include "module/imports.hpp"
 #include "records/control.hpp"
 
@@ -84,8 +84,9 @@ nb::object do_start(nb::handle self, const Arguments& args) {
     self.attr("reset_state")();
     set_field<"running_state">(self, field<"CellStateBusy">(self));
     set_field<"_start_time">(self, nb::float_(now()));
-    set_field<"_CellBase__uut">(self, self.attr("uut_type")(nb::arg("serial_number") = args[0],
-                                                            nb::arg("cell_number") = self.attr("cell_number")));
+    set_field<"_CellBase__uut">(self,
+                                self.attr("uut_type")(nb::arg("serial_number") = args[0],
+                                                      nb::arg("cell_number") = self.attr("cell_number")));
     self.attr("_run_script")(script);
     return nb::none();
 }

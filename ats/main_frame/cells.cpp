@@ -13,7 +13,8 @@ constexpr char kAbortedByOperator[] = "Abort Voluntarily";
 nb::list cells_of(nb::handle self) { return nb::list(field<"_cells">(self)); }
 
 bool is_cell_number(nb::handle self, nb::handle number) {
-    return nb::int_(0) < nb::borrow(number) && nb::borrow(number) <= nb::object(self.attr("get_cell_count")());
+    return nb::int_(0) < nb::borrow(number) &&
+           nb::borrow(number) <= nb::object(self.attr("get_cell_count")());
 }
 
 nb::object cell_by_number(nb::handle self, nb::handle number) {
@@ -31,7 +32,9 @@ bool any_cell_runs(nb::handle self) {
 // A list index from zero, unlike the cell numbers from one.
 nb::object get_cell(nb::handle self, const Arguments& args) { return field<"_cells">(self)[args[0]]; }
 
-nb::object get_cell_count(nb::handle self, const Arguments&) { return nb::int_(nb::len(field<"_cells">(self))); }
+nb::object get_cell_count(nb::handle self, const Arguments&) {
+    return nb::int_(nb::len(field<"_cells">(self)));
+}
 
 nb::object start_cell(nb::handle self, const Arguments& args) {
     if (is_cell_number(self, args[0])) cell_by_number(self, args[0]).attr("start")(args[1]);

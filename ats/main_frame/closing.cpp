@@ -21,9 +21,7 @@ void finalize(nb::handle self) {
 }
 
 // An event that cannot be vetoed must not be: wx asserts.
-bool can_veto(nb::handle event) {
-    return !nb::hasattr(event, "CanVeto") || truth(event.attr("CanVeto")());
-}
+bool can_veto(nb::handle event) { return !nb::hasattr(event, "CanVeto") || truth(event.attr("CanVeto")()); }
 
 }  // namespace
 

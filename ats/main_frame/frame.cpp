@@ -13,8 +13,8 @@ constexpr char kTitle[] = "Veltrano自动化测试系统";
 nb::object window_title(nb::handle title) {
     if (!truth(title)) return nb::str(kTitle);
     if (truth(title.attr("startswith")("@"))) {
-        return nb::steal(nb::detail::raise_if_null(
-            PyUnicode_Substring(title.ptr(), 1, PyUnicode_GetLength(title.ptr()))));
+        return nb::steal(
+            nb::detail::raise_if_null(PyUnicode_Substring(title.ptr(), 1, PyUnicode_GetLength(title.ptr()))));
     }
     return nb::str(kTitle) + nb::str(" - ") + nb::borrow(title);
 }
@@ -44,8 +44,8 @@ void build_cells(nb::handle self, nb::handle book, const Grid& grid) {
     const nb::object sizer = wx.attr("GridSizer")(0, grid.column_count, 0, 0);
     for (nb::handle cell : cells) {
         sizer.attr("Add")(cell, 1, wx.attr("EXPAND") | wx.attr("ALL"));
-        self.attr("Bind")(own_name<"EVT_STATISTICS_UPDATE_EVENT">(), self.attr("_update_statistics_event_handler"),
-                          cell);
+        self.attr("Bind")(own_name<"EVT_STATISTICS_UPDATE_EVENT">(),
+                          self.attr("_update_statistics_event_handler"), cell);
     }
     panel.attr("SetSizer")(sizer);
     sizer.attr("Fit")(panel);
@@ -124,7 +124,9 @@ nb::object set_shared_obj(nb::handle self, const Arguments& args) {
     return nb::none();
 }
 
-nb::object get_shared_obj(nb::handle self, const Arguments& args) { return field<"_shared_objs">(self)[args[0]]; }
+nb::object get_shared_obj(nb::handle self, const Arguments& args) {
+    return field<"_shared_objs">(self)[args[0]];
+}
 
 nb::object is_in_ui_thread(nb::handle self, const Arguments&) {
     return nb::bool_(python_module<"threading">().attr("current_thread")().is(field<"_frame_thread">(self)));
@@ -142,7 +144,8 @@ nb::object on_show_test_data_window(nb::handle self, const Arguments&) {
 
 constexpr Member kMembers[] = {
     method("__init__(parent = None, title: str = '', config_file = _default_ats_config_path, "
-           "app_config_dir: str? = 'app_config')", init),
+           "app_config_dir: str? = 'app_config')",
+           init),
     // cells
     property("cells", get<"_cells">),
     method("get_cell(index: int = 0)", get_cell),

@@ -33,8 +33,8 @@ nb::object choose_cell(nb::handle self) {
 nb::object choose_file(nb::handle self, nb::handle cell) {
     const nb::object wx = python_module<"wx">();
     const nb::object os_path = python_module<"os">().attr("path");
-    nb::object proposed = cell.attr("cell_config").attr("get")("assertion_config_file",
-                                                               nb::arg("default") = "limits.xlsx");
+    nb::object proposed =
+        cell.attr("cell_config").attr("get")("assertion_config_file", nb::arg("default") = "limits.xlsx");
     if (proposed.is_none()) proposed = nb::str("limits.xlsx");
     nb::object directory = os_path.attr("dirname")(proposed);
     if (!truth(directory)) directory = nb::str(".");

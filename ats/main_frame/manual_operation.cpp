@@ -56,7 +56,8 @@ nb::object user_dialog_class(nb::handle self) {
     }
     nb::object found = nb::getattr(field<"_manual_module">(self), "ManualOperationDialog", nb::none());
     if (!PyType_Check(found.ptr())) return nb::none();
-    const int suits = PyObject_IsSubclass(found.ptr(), nb::object(python_module<"wx">().attr("Dialog")).ptr());
+    const int suits =
+        PyObject_IsSubclass(found.ptr(), nb::object(python_module<"wx">().attr("Dialog")).ptr());
     if (suits < 0) throw nb::python_error();
     return suits ? found : nb::none();
 }

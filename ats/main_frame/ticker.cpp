@@ -10,7 +10,8 @@ namespace ats {
 namespace {
 
 constexpr char kNoInterval[] =
-    "Set a applicable ticker interval in file \"ats_config.xlsx\".\n\t\t\tIt must be greater than 0.\n\t\t\tAfter "
+    "Set a applicable ticker interval in file \"ats_config.xlsx\".\n\t\t\tIt must be greater than "
+    "0.\n\t\t\tAfter "
     "setting the interval parameter, you must restart this application to apply it.";
 constexpr char kTimeout[] = "Wait for ticker ending timeout.";
 constexpr double kPollPeriod = 0.05;  // seconds
@@ -33,9 +34,12 @@ class CountLock {
 // Marks the tick in progress; blockers wait for its end, however the tick ends.
 class InTicker {
   public:
-    explicit InTicker(nb::handle frame) : frame_(nb::borrow(frame)) { set_field<"_in_ticker">(frame, Py_True); }
+    explicit InTicker(nb::handle frame) : frame_(nb::borrow(frame)) {
+        set_field<"_in_ticker">(frame, Py_True);
+    }
     ~InTicker() {
-        if (PyObject_SetAttr(frame_.ptr(), name<"_in_ticker">(), Py_False) < 0) PyErr_WriteUnraisable(frame_.ptr());
+        if (PyObject_SetAttr(frame_.ptr(), name<"_in_ticker">(), Py_False) < 0)
+            PyErr_WriteUnraisable(frame_.ptr());
     }
     InTicker(const InTicker&) = delete;
     InTicker& operator=(const InTicker&) = delete;

@@ -12,7 +12,8 @@ nb::object make_property(const Member& member, nb::handle scope, const char* cla
     const nb::object get = make_method(attribute + "()", member.body, scope, class_name, receiver, true);
     nb::object set = nb::none();
     if (member.set)
-        set = make_method(attribute + "(" + member.setter + ")", member.set, scope, class_name, receiver, true);
+        set =
+            make_method(attribute + "(" + member.setter + ")", member.set, scope, class_name, receiver, true);
     return nb::borrow(reinterpret_cast<PyObject*>(&PyProperty_Type))(get, set);
 }
 
@@ -21,12 +22,14 @@ std::string attribute_name(const Member& member) {
     return signature.substr(0, signature.find('('));
 }
 
-nb::object make_member(const Member& member, nb::handle scope, const char* class_name, PyTypeObject* receiver) {
+nb::object make_member(const Member& member, nb::handle scope, const char* class_name,
+                       PyTypeObject* receiver) {
     if (member.form == Member::Form::property) return make_property(member, scope, class_name, receiver);
     const bool is_static = member.form == Member::Form::static_method;
     nb::object function = make_method(member.signature, member.body, scope, class_name,
                                       is_static ? nullptr : receiver, !is_static);
-    if (member.form == Member::Form::abstract_method) nb::setattr(function, "__isabstractmethod__", nb::bool_(true));
+    if (member.form == Member::Form::abstract_method)
+        nb::setattr(function, "__isabstractmethod__", nb::bool_(true));
     if (is_static) return nb::steal(nb::detail::raise_if_null(PyStaticMethod_New(function.ptr())));
     return function;
 }

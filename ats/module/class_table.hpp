@@ -30,8 +30,9 @@ constexpr Member property(const char* attribute, Body get, const char* setter, B
     return {Member::Form::property, attribute, get, setter, set};
 }
 
-// Builds a Python class whose methods are native.  The metaclass follows from the bases, so that window classes
-// and abstract classes come out as they would from a class statement.  `constants` are class attributes.
+// Builds a Python class whose methods are native.  The metaclass follows from the bases, so that window
+// classes and abstract classes come out as they would from a class statement.  `constants` are class
+// attributes.
 nb::object make_class(nb::module_& module, const char* class_name, nb::tuple bases,
                       std::span<const Member> members, nb::dict constants = {});
 

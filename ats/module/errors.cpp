@@ -31,8 +31,9 @@ void add_traceback_entry(const char* function, int line) {
         nb::steal(reinterpret_cast<PyObject*>(PyCode_NewEmpty("<qon_ats>", function, line)));
     nb::object frame;
     if (code.is_valid())
-        frame = nb::steal(reinterpret_cast<PyObject*>(PyFrame_New(
-            PyThreadState_Get(), reinterpret_cast<PyCodeObject*>(code.ptr()), module_namespace().ptr(), nullptr)));
+        frame = nb::steal(reinterpret_cast<PyObject*>(PyFrame_New(PyThreadState_Get(),
+                                                                  reinterpret_cast<PyCodeObject*>(code.ptr()),
+                                                                  module_namespace().ptr(), nullptr)));
     PyErr_Clear();
     PyErr_Restore(type, value, traceback);
     if (frame.is_valid()) PyTraceBack_Here(reinterpret_cast<PyFrameObject*>(frame.ptr()));

@@ -33,7 +33,8 @@ bool flag(nb::handle cell) {
     return truth(field<L>(cell));
 }
 
-// The instance dictionary itself, borrowed; for the measurements' path, which cannot pay for attribute look-up.
+// The instance dictionary itself, borrowed; for the measurements' path, which cannot pay for attribute
+// look-up.
 inline PyObject* instance_dict(nb::handle object) {
     PyObject** slot = _PyObject_GetDictPtr(object.ptr());
     return slot ? *slot : nullptr;

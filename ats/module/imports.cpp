@@ -35,9 +35,9 @@ Import kImports[] = {
 };
 
 // Modules whose functions are looked up on them at each call.
-constexpr const char* kModules[] = {"wx",        "wx.grid", "threading", "queue", "importlib", "logging",
-                                    "datetime",  "time",    "os",        "sys",   "math",      "numpy",
-                                    "builtins"};
+constexpr const char* kModules[] = {"wx",      "wx.grid",  "threading", "queue", "importlib",
+                                    "logging", "datetime", "time",      "os",    "sys",
+                                    "math",    "numpy",    "builtins"};
 
 PyObject* own_namespace = nullptr;
 PyObject* time_namespace = nullptr;

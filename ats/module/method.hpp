@@ -19,7 +19,8 @@ nb::object make_method(std::string_view signature, Body body, nb::handle scope, 
 // The body of `function` when it is one of our methods, else null; tells overridden from native.
 Body native_body(PyObject* function);
 
-// Whether calling `self.attribute` would run `body`: no subclass, no patch and no instance attribute in between.
+// Whether calling `self.attribute` would run `body`: no subclass, no patch and no instance attribute in
+// between.
 bool is_native(nb::handle self, PyObject* attribute, Body body);
 
 }  // namespace ats

@@ -13,7 +13,9 @@ namespace ats {
 template <std::size_t N>
 struct Literal {
     char text[N];
-    consteval Literal(const char (&source)[N]) { std::copy_n(source, N, text); }  // NOLINT: implicit on purpose
+    consteval Literal(const char (&source)[N]) {
+        std::copy_n(source, N, text);
+    }  // NOLINT: implicit on purpose
 };
 
 // `name<"uut">()` is the interned string "uut"; it lives as long as the process.

@@ -5,8 +5,8 @@
 
 namespace ats {
 
-// Bytecode is recognised as stale by its source's size and time in whole seconds.  A file that was edited twice
-// within a second would go on running as it was, so bytecode not younger than its source is removed.
+// Bytecode is recognised as stale by its source's size and time in whole seconds.  A file that was edited
+// twice within a second would go on running as it was, so bytecode not younger than its source is removed.
 void drop_stale_bytecode(nb::handle source);
 
 // `importlib.import_module(name)`, also when the file appeared a moment ago.

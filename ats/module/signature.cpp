@@ -16,8 +16,8 @@ std::string_view strip(std::string_view text) {
 
 nb::object evaluate(std::string_view text, nb::handle scope) {
     const std::string source(text);
-    return nb::steal<nb::object>(nb::detail::raise_if_null(
-        PyRun_String(source.c_str(), Py_eval_input, scope.ptr(), scope.ptr())));
+    return nb::steal<nb::object>(
+        nb::detail::raise_if_null(PyRun_String(source.c_str(), Py_eval_input, scope.ptr(), scope.ptr())));
 }
 
 Kind kind_of(std::string_view annotation) {
@@ -155,12 +155,23 @@ void Signature::check(std::size_t index, Arguments& bound) const {
     if (value == Py_None && parameter.none_ok) return;
     bool fits = true;
     switch (parameter.kind) {
-        case Kind::any: break;
-        case Kind::text: fits = PyUnicode_Check(value); break;
-        case Kind::integer: fits = PyLong_Check(value); break;
-        case Kind::boolean: fits = PyBool_Check(value); break;
-        case Kind::assertion: fits = is_assertion(value); break;
-        case Kind::uut: fits = is_uut(value); break;
+        case Kind::any:
+            break;
+        case Kind::text:
+            fits = PyUnicode_Check(value);
+            break;
+        case Kind::integer:
+            fits = PyLong_Check(value);
+            break;
+        case Kind::boolean:
+            fits = PyBool_Check(value);
+            break;
+        case Kind::assertion:
+            fits = is_assertion(value);
+            break;
+        case Kind::uut:
+            fits = is_uut(value);
+            break;
         case Kind::real:
             if (PyFloat_CheckExact(value)) return;
             if (!is_real(value)) refuse(index, value);

@@ -114,8 +114,8 @@ void update_fields(PyObject* self, const Measurement& m) {
 }
 
 nb::object update(nb::handle self, const Arguments& args) {
-    update_fields(self.ptr(), {args[0].ptr(), args[1].ptr(), args[2].ptr(), args[3].ptr(), args[4].ptr(),
-                               args[5].ptr()});
+    update_fields(self.ptr(),
+                  {args[0].ptr(), args[1].ptr(), args[2].ptr(), args[3].ptr(), args[4].ptr(), args[5].ptr()});
     return nb::none();
 }
 
@@ -134,9 +134,9 @@ nb::object init(nb::handle self, const Arguments& args) {
         update_fields(self.ptr(), {args[1].ptr(), args[2].ptr(), args[3].ptr(), args[4].ptr(), args[5].ptr(),
                                    args[6].ptr()});
     else
-        self.attr("update")(nb::arg("value") = args[1], nb::arg("lower") = args[2], nb::arg("upper") = args[3],
-                            nb::arg("unit") = args[4], nb::arg("result") = args[5],
-                            nb::arg("assert_time") = args[6]);
+        self.attr("update")(nb::arg("value") = args[1], nb::arg("lower") = args[2],
+                            nb::arg("upper") = args[3], nb::arg("unit") = args[4],
+                            nb::arg("result") = args[5], nb::arg("assert_time") = args[6]);
     return nb::none();
 }
 
@@ -147,11 +147,15 @@ nb::object or_empty(PyObject* field) {
 Verdict verdict_of(nb::handle self) { return as_assertion(self.ptr())->verdict(); }
 
 nb::object get_name(nb::handle self, const Arguments&) { return read(as_assertion(self.ptr())->name); }
-nb::object get_value(nb::handle self, const Arguments&) { return or_empty(as_assertion(self.ptr())->get_value().ptr()); }
+nb::object get_value(nb::handle self, const Arguments&) {
+    return or_empty(as_assertion(self.ptr())->get_value().ptr());
+}
 nb::object get_unit(nb::handle self, const Arguments&) { return read(as_assertion(self.ptr())->unit.get()); }
 nb::object lower(nb::handle self, const Arguments&) { return read(as_assertion(self.ptr())->lower.get()); }
 nb::object upper(nb::handle self, const Arguments&) { return read(as_assertion(self.ptr())->upper); }
-nb::object get_lower(nb::handle self, const Arguments&) { return or_empty(as_assertion(self.ptr())->lower.get()); }
+nb::object get_lower(nb::handle self, const Arguments&) {
+    return or_empty(as_assertion(self.ptr())->lower.get());
+}
 nb::object get_upper(nb::handle self, const Arguments&) { return or_empty(as_assertion(self.ptr())->upper); }
 nb::object result(nb::handle self, const Arguments&) { return verdict_word(verdict_of(self)); }
 
@@ -166,9 +170,15 @@ nb::object get_result_as_bool(nb::handle self, const Arguments&) {
     return nb::bool_(verdict_of(self) == Verdict::ok);
 }
 
-nb::object is_ok_method(nb::handle self, const Arguments&) { return nb::bool_(verdict_of(self) == Verdict::ok); }
-nb::object is_ng_method(nb::handle self, const Arguments&) { return nb::bool_(verdict_of(self) == Verdict::ng); }
-nb::object is_tbd_method(nb::handle self, const Arguments&) { return nb::bool_(verdict_of(self) == Verdict::tbd); }
+nb::object is_ok_method(nb::handle self, const Arguments&) {
+    return nb::bool_(verdict_of(self) == Verdict::ok);
+}
+nb::object is_ng_method(nb::handle self, const Arguments&) {
+    return nb::bool_(verdict_of(self) == Verdict::ng);
+}
+nb::object is_tbd_method(nb::handle self, const Arguments&) {
+    return nb::bool_(verdict_of(self) == Verdict::tbd);
+}
 
 nb::object set_unit_method(nb::handle self, const Arguments& args) {
     as_assertion(self.ptr())->unit.assign(args[0]);
@@ -208,18 +218,19 @@ nb::object export_config(nb::handle self, const Arguments&) {
 }
 
 nb::object represent(nb::handle self, const Arguments&) {
-    return nb::str("<Assertion {!r} value={!r} {}>").attr("format")(self.attr("name"), self.attr("value"),
-                                                                   self.attr("result"));
+    return nb::str("<Assertion {!r} value={!r} {}>")
+        .attr("format")(self.attr("name"), self.attr("value"), self.attr("result"));
 }
 
 // Copying and pickling: the fields in the order of the layout, and what users added.
 nb::object reduce(nb::handle self, const Arguments&) {
     const Assertion* a = as_assertion(self.ptr());
     const nb::object added = a->dict ? nb::object(nb::borrow(a->dict)) : nb::object(nb::dict());
-    const nb::tuple state =
-        nb::make_tuple(read(a->name), a->get_value(), read(a->lower.get()), read(a->upper), read(a->unit.get()),
-                       static_cast<int>(a->verdict()), a->report_needed(), a->assert_time, added);
-    return nb::make_tuple(nb::module_::import_("copyreg").attr("__newobj__"), nb::make_tuple(self.type()), state);
+    const nb::tuple state = nb::make_tuple(
+        read(a->name), a->get_value(), read(a->lower.get()), read(a->upper), read(a->unit.get()),
+        static_cast<int>(a->verdict()), a->report_needed(), a->assert_time, added);
+    return nb::make_tuple(nb::module_::import_("copyreg").attr("__newobj__"), nb::make_tuple(self.type()),
+                          state);
 }
 
 nb::object set_state(nb::handle self, const Arguments& args) {
@@ -240,13 +251,16 @@ nb::object set_state(nb::handle self, const Arguments& args) {
 }
 
 constexpr Member kMembers[] = {
-    method("__init__(name: str = '', value = None, lower = None, upper = None, unit: str? = '', result = None, "
-           "assert_time = None, report_needed: bool = True)", init),
+    method(
+        "__init__(name: str = '', value = None, lower = None, upper = None, unit: str? = '', result = None, "
+        "assert_time = None, report_needed: bool = True)",
+        init),
     method("__repr__()", represent),
     method("__reduce__()", reduce),
     method("__setstate__(state)", set_state),
     method("update(value = None, lower = None, upper = None, unit: str = None, result = None, "
-           "assert_time = None)", update),
+           "assert_time = None)",
+           update),
     method("export_config()", export_config),
     property("report_needed", report_needed, "value: bool", set_report_needed),
     property("name", get_name),
@@ -360,7 +374,8 @@ void init_assertion(nb::module_& module) {
     };
     PyType_Spec spec{"qon_ats.Assertion", sizeof(Assertion), 0,
                      Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE | Py_TPFLAGS_HAVE_GC, slots};
-    record_types.assertion = reinterpret_cast<PyTypeObject*>(nb::detail::raise_if_null(PyType_FromSpec(&spec)));
+    record_types.assertion =
+        reinterpret_cast<PyTypeObject*>(nb::detail::raise_if_null(PyType_FromSpec(&spec)));
     nb::dict words;
     words["OK_STR"] = "OK";
     words["NG_STR"] = "NG";

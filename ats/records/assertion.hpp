@@ -28,12 +28,11 @@ class TaggedReference {
     std::uintptr_t word_;
 };
 
-// A station records millions of assertions: flags lie in spare bits of references and a float value, as most are,
-// in the record itself, which keeps a record in the allocator's 96-byte class with nothing beside it.  The
-// duration of the step is rarely set and lives in the instance dictionary.
+// A station records millions of assertions: flags lie in spare bits of references and a float value, as most
+// are, in the record itself, which keeps a record in the allocator's 96-byte class with nothing beside it.
+// The duration of the step is rarely set and lives in the instance dictionary.
 struct Assertion {
-    PyObject_HEAD
-    PyObject* name;
+    PyObject_HEAD PyObject* name;
     union {
         PyObject* object;
         double number;

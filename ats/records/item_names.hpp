@@ -5,8 +5,9 @@
 
 namespace ats {
 
-// An equal text, as a rule the same object for all assertions of an item: scripts that build names at run time
-// would else keep a text per measurement, and looking for an item would have to read all of them.  New reference.
+// An equal text, as a rule the same object for all assertions of an item: scripts that build names at run
+// time would else keep a text per measurement, and looking for an item would have to read all of them.  New
+// reference.
 PyObject* shared_item_name(PyObject* name);
 
 }  // namespace ats

@@ -1,14 +1,14 @@
 // native_type.hpp - heap types for records: compact, collected, weak-referenceable, open to subclasses.
 #pragma once
 
-#include "module/class_table.hpp"
-
 #include <structmember.h>
+
+#include "module/class_table.hpp"
 
 namespace ats {
 
-// A record struct begins with PyObject_HEAD, has `PyObject* dict` and `PyObject* weakrefs`, and names its other
-// owned references in `static constexpr PyObject* T::*kReferences[]`.  A null reference reads as None.
+// A record struct begins with PyObject_HEAD, has `PyObject* dict` and `PyObject* weakrefs`, and names its
+// other owned references in `static constexpr PyObject* T::*kReferences[]`.  A null reference reads as None.
 template <class T>
 struct NativeType {
     static T* cast(PyObject* object) { return reinterpret_cast<T*>(object); }

@@ -1,15 +1,13 @@
 // statistics.cpp - counters of finished units, and the event that reports one counted unit.
-#include "records/records.hpp"
-
 #include "module/imports.hpp"
 #include "records/native_type.hpp"
+#include "records/records.hpp"
 
 namespace ats {
 namespace {
 
 struct Statistics {
-    PyObject_HEAD
-    PyObject* ok;
+    PyObject_HEAD PyObject* ok;
     PyObject* ng;
     PyObject* dict;
     PyObject* weakrefs;

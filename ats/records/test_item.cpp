@@ -7,8 +7,7 @@ namespace {
 
 // Written once at construction; the loop over items, retries included, belongs to the script.
 struct TestItem {
-    PyObject_HEAD
-    PyObject* name;
+    PyObject_HEAD PyObject* name;
     PyObject* assertion;
     PyObject* test_func;
     PyObject* before_test;
@@ -37,7 +36,8 @@ nb::object get(nb::handle self, const Arguments&) {
 
 constexpr Member kMembers[] = {
     method("__init__(name: str, assertion: Assertion, test_func, before_test = None, after_test = None, "
-           "retry_count: int = 0, retry_interval: float = 0.0)", init),
+           "retry_count: int = 0, retry_interval: float = 0.0)",
+           init),
     property("name", get<&TestItem::name>),
     property("assertion", get<&TestItem::assertion>),
     property("test_func", get<&TestItem::test_func>),

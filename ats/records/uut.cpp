@@ -97,7 +97,9 @@ nb::object set_end_time(nb::handle self, const Arguments& args) {
     return nb::none();
 }
 
-nb::object elapse(nb::handle self, const Arguments&) { return self.attr("end_time") - self.attr("begin_time"); }
+nb::object elapse(nb::handle self, const Arguments&) {
+    return self.attr("end_time") - self.attr("begin_time");
+}
 
 nb::object get_assertion_by_name(nb::handle self, const Arguments& args) {
     const nb::handle wanted = args[0];
@@ -128,8 +130,8 @@ nb::object set_cell_number(nb::handle self, const Arguments& args) {
 }
 
 nb::object represent(nb::handle self, const Arguments&) {
-    return nb::str("<UUT {!r} cell {} {}>").attr("format")(self.attr("serial_number"), self.attr("cell_number"),
-                                                           self.attr("summer"));
+    return nb::str("<UUT {!r} cell {} {}>")
+        .attr("format")(self.attr("serial_number"), self.attr("cell_number"), self.attr("summer"));
 }
 
 constexpr Member kMembers[] = {

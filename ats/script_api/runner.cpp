@@ -40,7 +40,9 @@ nb::object set_of_cell(nb::handle self, const Arguments& args) {
 }
 
 nb::object noumenon(nb::handle self, const Arguments&) { return cell_of(self); }
-nb::object frame_noumenon(nb::handle self, const Arguments&) { return self.attr("noumenon").attr("main_frame"); }
+nb::object frame_noumenon(nb::handle self, const Arguments&) {
+    return self.attr("noumenon").attr("main_frame");
+}
 nb::object app_config(nb::handle self, const Arguments&) { return frame_of(self).attr("app_config"); }
 nb::object abort_event(nb::handle self, const Arguments&) { return field<"_abort_event">(self); }
 nb::object cell_name(nb::handle self, const Arguments&) { return cell_of(self).attr("get_cell_name")(); }
@@ -74,8 +76,8 @@ nb::object to_bool(nb::handle, const Arguments& args) { return nb::bool_(loosely
 
 nb::object judge(nb::handle self, const Arguments& args, PyObject* lower, PyObject* upper, PyObject* unit,
                  PyObject* stop_if_ng, PyObject* category) {
-    return assert_with_limits(cell_of(self),
-                              {args[0].ptr(), {args[1].ptr(), lower, upper, unit, Py_None}, stop_if_ng, category});
+    return assert_with_limits(
+        cell_of(self), {args[0].ptr(), {args[1].ptr(), lower, upper, unit, Py_None}, stop_if_ng, category});
 }
 
 nb::object assert_equal(nb::handle self, const Arguments& args) {
@@ -87,8 +89,8 @@ nb::object assert_limits(nb::handle self, const Arguments& args) {
 }
 
 nb::object assert_percent_limits(nb::handle self, const Arguments& args) {
-    return cell_of(self).attr("assert_with_percent_limits")(args[0], args[1], args[2], args[3], args[4], nb::none(),
-                                                            args[5], args[6]);
+    return cell_of(self).attr("assert_with_percent_limits")(args[0], args[1], args[2], args[3], args[4],
+                                                            nb::none(), args[5], args[6]);
 }
 
 nb::object conclude(nb::handle self, const Arguments& args, bool ok, std::size_t stop_index) {
@@ -115,11 +117,11 @@ nb::object append_ng(nb::handle self, const Arguments& args) { return conclude(s
 
 nb::object assert_result(nb::handle self, const Arguments& args) {
     const nb::bool_ result(read_verdict(args[2]));
-    return assert_with_result(cell_of(self), {args[0].ptr(),
-                                              {args[1].ptr(), args[4].ptr(), args[5].ptr(), args[3].ptr(),
-                                               result.ptr()},
-                                              args[6].ptr(),
-                                              args[7].ptr()});
+    return assert_with_result(cell_of(self),
+                              {args[0].ptr(),
+                               {args[1].ptr(), args[4].ptr(), args[5].ptr(), args[3].ptr(), result.ptr()},
+                               args[6].ptr(),
+                               args[7].ptr()});
 }
 
 constexpr Member kMembers[] = {
@@ -132,7 +134,8 @@ constexpr Member kMembers[] = {
     property("noumenon", noumenon),
     property("frame_noumenon", frame_noumenon),
     property("app_config", app_config),
-    property("runner_class_name", of_cell<"runner_class_name">, "value: str", set_of_cell<"runner_class_name">),
+    property("runner_class_name", of_cell<"runner_class_name">, "value: str",
+             set_of_cell<"runner_class_name">),
     property("abort_event", abort_event),
     property("uut", of_cell<"uut">),
     property("cell_name", cell_name),
@@ -159,7 +162,8 @@ constexpr Member kMembers[] = {
     method("sleep(seconds: float, check_interval: float = 0.1)", to_cell<"sleep", 2>),
     // the GUI thread and the operator
     method("call_user_function(function, *args, **kwargs)", user_call<"call_user_function">),
-    method("call_user_function_delay_wait(function, *args, **kwargs)", user_call<"call_user_function_delay_wait">),
+    method("call_user_function_delay_wait(function, *args, **kwargs)",
+           user_call<"call_user_function_delay_wait">),
     method("call_user_function_no_wait(function, *args, **kwargs)", user_call<"call_user_function_no_wait">),
     method("ask_true_or_false(question: str, true: str = 'Yes', false: str = 'No')",
            to_cell<"ask_true_or_false", 3>),
@@ -176,17 +180,21 @@ constexpr Member kMembers[] = {
     // measurements
     static_method("_to_bool(value)", to_bool),
     method("assert_equal(name: str, value, standard, unit: str = None, stop_if_ng: bool = None, "
-           "category: str? = 'all')", assert_equal),
+           "category: str? = 'all')",
+           assert_equal),
     method("assert_limits(name: str, value, lower, upper, unit: str = None, stop_if_ng: bool = None, "
-           "category: str? = 'all')", assert_limits),
+           "category: str? = 'all')",
+           assert_limits),
     method("try_limits(name: str, value, lower, upper, unit: str? = '', result = None)",
            to_cell<"try_limits", 6>),
     method("assert_percent_limits(name: str, value: float, mean: float, percent: float, unit: str = None, "
-           "stop_if_ng: bool = None, category: str? = 'all')", assert_percent_limits),
+           "stop_if_ng: bool = None, category: str? = 'all')",
+           assert_percent_limits),
     method("assert_true(name: str, value, stop_if_ng: bool = None, category: str? = 'all')", assert_true),
     method("assert_false(name: str, value, stop_if_ng: bool = None, category: str? = 'all')", assert_false),
     method("assert_result(name: str, value, result, unit: str? = 'N/A', lower = None, upper = None, "
-           "stop_if_ng: bool = None, category: str? = 'all')", assert_result),
+           "stop_if_ng: bool = None, category: str? = 'all')",
+           assert_result),
     method("append_ok(name: str, value, stop_if_ng: bool = None, category: str? = 'all')", append_ok),
     method("append_ng(name: str, value, stop_if_ng: bool = None, category: str? = 'all')", append_ng),
 };

@@ -1,7 +1,7 @@
 // user_calls.cpp - one function call handed from a test thread to the GUI thread.
-#include "module/fields.hpp"
 #include "module/class_table.hpp"
 #include "module/errors.hpp"
+#include "module/fields.hpp"
 #include "module/imports.hpp"
 #include "script_api/script_api.hpp"
 
@@ -9,7 +9,6 @@ namespace ats {
 namespace {
 
 constexpr char kNotWaitable[] = "Not a waitable object";
-constexpr char kDoc[] = "此类保存需要在UI线程中执行的函数的相关内容";
 
 nb::object init(nb::handle self, const Arguments& args) {
     set_field<"function">(self, args[0]);
@@ -53,10 +52,8 @@ constexpr Member kMembers[] = {
 }  // namespace
 
 void init_user_calls(nb::module_& module) {
-    nb::dict constants;
-    constants["__doc__"] = kDoc;
     const nb::tuple bases = nb::make_tuple(nb::handle(reinterpret_cast<PyObject*>(&PyBaseObject_Type)));
-    build_class(module, "CallUserFunctionInfo", bases, kMembers, constants);
+    build_class(module, "CallUserFunctionInfo", bases, kMembers);
 }
 
 }  // namespace ats

@@ -9,10 +9,10 @@
 namespace ats {
 namespace {
 
-constexpr const char* kFields[] = {"ui_single_item_ok_count", "ui_single_item_ng_count", "ui_single_item_yield",
-                                   "ui_single_item_max",      "ui_single_item_min",      "ui_single_item_middle",
-                                   "ui_single_item_average",  "ui_single_item_variance",
-                                   "ui_single_item_std_deviation"};
+constexpr const char* kFields[] = {
+    "ui_single_item_ok_count", "ui_single_item_ng_count", "ui_single_item_yield",
+    "ui_single_item_max",      "ui_single_item_min",      "ui_single_item_middle",
+    "ui_single_item_average",  "ui_single_item_variance", "ui_single_item_std_deviation"};
 
 void show(nb::handle self, const char* attribute, nb::handle value) {
     self.attr(attribute).attr("SetValue")(nb::str(value));
@@ -25,8 +25,8 @@ nb::object assertions_of(nb::handle uut) {
     return uut.attr("assertions");
 }
 
-// Texts are compared without the interpreter: names of one item are mostly the same object, and different ones
-// mostly differ in length or hash.
+// Texts are compared without the interpreter: names of one item are mostly the same object, and different
+// ones mostly differ in length or hash.
 bool same_text(PyObject* left, PyObject* right) {
     if (left == right) return true;
     if (PyUnicode_GET_LENGTH(left) != PyUnicode_GET_LENGTH(right)) return false;
@@ -42,8 +42,8 @@ bool is_named(PyObject* assertion, PyObject* wanted) {
     return nb::object(held.attr("name")).equal(nb::handle(wanted));
 }
 
-// Assertions of the name in one unit, in their order; the list may grow while it is walked.  A million records
-// lie scattered in memory, so those to come are fetched ahead.
+// Assertions of the name in one unit, in their order; the list may grow while it is walked.  A million
+// records lie scattered in memory, so those to come are fetched ahead.
 void gather(nb::handle uut, PyObject* wanted, nb::list& found) {
     constexpr Py_ssize_t kAhead = 12;
     const nb::object assertions = assertions_of(uut);
@@ -60,13 +60,13 @@ nb::object number_of(nb::handle assertion) {
     if (is_plain_assertion(assertion.ptr()) && as_assertion(assertion.ptr())->value_is_number())
         return as_assertion(assertion.ptr())->get_value();
     nb::object value = assertion.attr("value");
-    if (PyUnicode_Check(value.ptr())) return nb::steal(nb::detail::raise_if_null(PyFloat_FromString(value.ptr())));
+    if (PyUnicode_Check(value.ptr()))
+        return nb::steal(nb::detail::raise_if_null(PyFloat_FromString(value.ptr())));
     return nb::steal(nb::detail::raise_if_null(PyNumber_Float(value.ptr())));
 }
 
 bool is_ok(nb::handle assertion) {
-    if (is_plain_assertion(assertion.ptr()))
-        return as_assertion(assertion.ptr())->verdict() == Verdict::ok;
+    if (is_plain_assertion(assertion.ptr())) return as_assertion(assertion.ptr())->verdict() == Verdict::ok;
     return truth(assertion.attr("is_ok")());
 }
 
@@ -127,13 +127,14 @@ nb::object analyze_single_test_item(nb::handle self, const Arguments& args) {
     const nb::object plot = field<"_TestDataViewerPanel__matplot_panel">(self);
     if (const long long total = ok_count + ng_count; total > 0) {
         const double yield = static_cast<double>(ok_count) / static_cast<double>(total) * 100.0;
-        show(self, "ui_single_item_yield", nb::object(nb::str("%.02f%%").attr("__mod__")(nb::make_tuple(yield))));
+        show(self, "ui_single_item_yield",
+             nb::object(nb::str("%.02f%%").attr("__mod__")(nb::make_tuple(yield))));
         show_figures(self, values);
         plot_values(plot, values);
     } else {
-        for (const char* attribute : {"ui_single_item_std_deviation", "ui_single_item_variance",
-                                      "ui_single_item_average", "ui_single_item_middle", "ui_single_item_min",
-                                      "ui_single_item_max"})
+        for (const char* attribute :
+             {"ui_single_item_std_deviation", "ui_single_item_variance", "ui_single_item_average",
+              "ui_single_item_middle", "ui_single_item_min", "ui_single_item_max"})
             show(self, attribute, nb::str(""));
         plot.attr("clear")();
     }

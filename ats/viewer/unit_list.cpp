@@ -117,8 +117,9 @@ nb::object update_uut_summer(nb::handle self, const Arguments& args) {
     const nb::object summer = uut.attr("summer");
     nb::object serial_number = uut.attr("serial_number");
     if (serial_number.is_none()) serial_number = nb::str("");  // started without one
-    const nb::tuple values = nb::make_tuple(local_time(uut.attr("begin_time")), local_time(uut.attr("end_time")),
-                                            serial_number, summer, uut.attr("first_ng_item_name")());
+    const nb::tuple values =
+        nb::make_tuple(local_time(uut.attr("begin_time")), local_time(uut.attr("end_time")), serial_number,
+                       summer, uut.attr("first_ng_item_name")());
     for (std::size_t col = 0; col < nb::len(values); ++col) grid.attr("SetCellValue")(row, col, values[col]);
     grid.attr("SetCellBackgroundColour")(row, 3, colour_of(summer));
     return nb::none();

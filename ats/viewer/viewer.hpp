@@ -14,7 +14,8 @@ class CellFilter {
 
   private:
     bool everything_;
-    nb::object cell_number_;  // read when a unit is asked about, so that a text that is no number is told then
+    nb::object
+        cell_number_;  // read when a unit is asked about, so that a text that is no number is told then
     nb::object text_;
 };
 

@@ -34,7 +34,9 @@ nb::object extend(nb::handle self, const Arguments& args) {
     return field<"test_data_viewer_panel">(self).attr("extend")(args[0]);
 }
 
-nb::object clear(nb::handle self, const Arguments&) { return field<"test_data_viewer_panel">(self).attr("clear")(); }
+nb::object clear(nb::handle self, const Arguments&) {
+    return field<"test_data_viewer_panel">(self).attr("clear")();
+}
 
 constexpr Member kMembers[] = {
     method("__init__(parent, title: str = '测试数据历史纪录', viewer_class = TestDataViewerPanel)", init),

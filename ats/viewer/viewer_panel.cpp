@@ -20,7 +20,8 @@ nb::object init(nb::handle self, const Arguments& args) {
     self.attr("ui_history").attr("SetSelectionMode")(whole_rows);
     self.attr("ui_assertions").attr("SetSelectionMode")(whole_rows);
     self.attr("ui_history").attr("Bind")(cell_selected, self.attr("on_view_uut_detail"));
-    self.attr("ui_assertions").attr("Bind")(cell_selected, self.attr("_TestDataViewerPanel__on_select_test_item"));
+    self.attr("ui_assertions")
+        .attr("Bind")(cell_selected, self.attr("_TestDataViewerPanel__on_select_test_item"));
     set_field<"_uut_list">(self, nb::list());
     return nb::none();
 }
