@@ -70,6 +70,11 @@ def test_labels_follow_the_chosen_language_at_the_moment_of_the_call(
 ) -> None:
     monkeypatch.setenv("QON_LANG", wanted)
     assert i18n._("&OK") == label
+    for name in ("LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"):
+        monkeypatch.delenv(name, raising=False)
+    monkeypatch.setenv("QON_LANG", "")
+    monkeypatch.setenv("LANG", f"{wanted}.UTF-8")
+    assert i18n._("&OK") == label, "without a choice of its own the system's language"
     assert i18n._("no such label") == "no such label" and i18n._("") == ""
     i18n.install_locale(app)
     try:

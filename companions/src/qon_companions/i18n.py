@@ -28,8 +28,14 @@ def language() -> str:
     return CHINESE if wanted.lower().startswith(("zh", "chinese")) else ENGLISH
 
 
-@functools.cache
 def _system_language() -> str:
+    told = (os.environ.get(variable) for variable in ("LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"))
+    return next(filter(None, told), None) or _desktop_language()
+
+
+@functools.cache
+def _desktop_language() -> str:
+    """For systems that do not tell by environment variables."""
     info = wx.Locale.GetLanguageInfo(wx.Locale.GetSystemLanguage())
     return info.CanonicalName if info is not None else ENGLISH
 
