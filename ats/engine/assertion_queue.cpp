@@ -14,7 +14,9 @@ namespace {
 // so that the inherited methods, and users, read and write the same.
 struct QueueParts {
     PyObject_HEAD PyObject* items;  // `queue`
+    PyObject* append;               // bound method of the items
     PyObject* mutex;
+    PyObject* locked;     // bound method of the mutex
     PyObject* not_empty;  // condition
     PyObject* waiters;    // of that condition; null where it has no such list
     PyObject* max_size;
@@ -26,6 +28,7 @@ struct QueueParts {
     static constexpr PyObject* QueueParts::*kReferences[] = {
         &QueueParts::items,     &QueueParts::append,  &QueueParts::mutex,    &QueueParts::locked,
         &QueueParts::not_empty, &QueueParts::waiters, &QueueParts::max_size, &QueueParts::is_shut_down};
+};
 };
 
 PyTypeObject* queue_class = nullptr;
