@@ -13,8 +13,9 @@ namespace {
 // The fields of a queue.Queue that a put needs, held natively; the class offers them as the usual attributes,
 // so that the inherited methods, and users, read and write the same.
 struct QueueParts {
-    PyObject_HEAD PyObject* items;  // `queue`
-    PyObject* append;               // bound method of the items
+    PyObject_HEAD
+    PyObject* items;   // `queue`
+    PyObject* append;  // bound method of the items
     PyObject* mutex;
     PyObject* locked;     // bound method of the mutex
     PyObject* not_empty;  // condition
@@ -28,7 +29,6 @@ struct QueueParts {
     static constexpr PyObject* QueueParts::*kReferences[] = {
         &QueueParts::items,     &QueueParts::append,  &QueueParts::mutex,    &QueueParts::locked,
         &QueueParts::not_empty, &QueueParts::waiters, &QueueParts::max_size, &QueueParts::is_shut_down};
-};
 };
 
 PyTypeObject* queue_class = nullptr;

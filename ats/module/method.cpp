@@ -13,7 +13,8 @@ namespace ats {
 namespace {
 
 struct MethodObject {
-    PyObject_HEAD vectorcallfunc vectorcall;
+    PyObject_HEAD
+    vectorcallfunc vectorcall;
     Body body;
     Signature* signature;
     PyTypeObject* receiver;

@@ -32,7 +32,8 @@ class TaggedReference {
 // are, in the record itself, which keeps a record in the allocator's 96-byte class with nothing beside it.
 // The duration of the step is rarely set and lives in the instance dictionary.
 struct Assertion {
-    PyObject_HEAD PyObject* name;
+    PyObject_HEAD
+    PyObject* name;
     union {
         PyObject* object;
         double number;

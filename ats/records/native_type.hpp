@@ -1,6 +1,7 @@
 // native_type.hpp - heap types for records: compact, collected, weak-referenceable, open to subclasses.
 #pragma once
 
+#include <Python.h>
 #include <structmember.h>
 
 #include "module/class_table.hpp"

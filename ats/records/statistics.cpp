@@ -7,7 +7,8 @@ namespace ats {
 namespace {
 
 struct Statistics {
-    PyObject_HEAD PyObject* ok;
+    PyObject_HEAD
+    PyObject* ok;
     PyObject* ng;
     PyObject* dict;
     PyObject* weakrefs;

@@ -7,7 +7,8 @@ namespace {
 
 // Written once at construction; the loop over items, retries included, belongs to the script.
 struct TestItem {
-    PyObject_HEAD PyObject* name;
+    PyObject_HEAD
+    PyObject* name;
     PyObject* assertion;
     PyObject* test_func;
     PyObject* before_test;

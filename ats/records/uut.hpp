@@ -6,9 +6,10 @@
 namespace ats {
 
 struct Uut {
-    PyObject_HEAD PyObject* serial_number;  // str, or None when the run was started without one
-    PyObject* assertions;                   // list, in order of appending; readers need no lock
-    PyObject* done_event;                   // Callback of qon_handy
+    PyObject_HEAD
+    PyObject* serial_number;  // str, or None when the run was started without one
+    PyObject* assertions;     // list, in order of appending; readers need no lock
+    PyObject* done_event;     // Callback of qon_handy
     PyObject* cell_number;
     double begin_time;  // seconds since the epoch
     double end_time;    // 0 while the unit is being tested
