@@ -23,7 +23,7 @@ class FaultWindow(wx.Frame):
         super().__init__(parent, title=_("Faults of the program"), style=style)
         self._faults = faults
         self._shown: list[Fault] = []
-        self._waiting = wx.CallLater(_REFRESH_MS, lambda: None)
+        self._is_due = False
         panel = wx.Panel(self)
         note = _("The station goes on. Please tell whoever looks after its programs.")
         self.note = wx.StaticText(panel, label=note)
@@ -44,8 +44,9 @@ class FaultWindow(wx.Frame):
         """Show the present state, soon: faults may come faster than they can be shown."""
         if new and not self.IsShown():
             self._show_in_corner()
-        if not self._waiting.IsRunning():
-            self._waiting = wx.CallLater(_REFRESH_MS, self._fill)
+        if not self._is_due:
+            self._is_due = True
+            wx.CallLater(_REFRESH_MS, self._fill)
 
     def _column(self, panel: wx.Panel) -> wx.Sizer:
         gap = self.FromDIP(10)
@@ -75,6 +76,7 @@ class FaultWindow(wx.Frame):
     def _fill(self) -> None:
         if not self:
             return
+        self._is_due = False
         self._shown = self._faults.list()
         while self.list.GetItemCount() > len(self._shown):
             self.list.DeleteItem(0)

@@ -34,7 +34,7 @@ def logging_to(path: str | os.PathLike[str], level: int) -> Iterator[None]:
     root.addHandler(handler)
     root.setLevel(min(level, root_level or level))
     try:
-        with _crash_file(file.with_name(f"{file.stem}-crash.log")), _wx_messages():
+        with _crash_file(file.with_name(f"{file.stem}-crash.log")):
             yield
     finally:
         root.setLevel(root_level)
@@ -59,12 +59,13 @@ def _crash_file(file: Path) -> Iterator[None]:
 class _WxLog(wx.Log):
     """wx opens a modal box for each of its warnings by default."""
 
-    def DoLogTextAtLevel(self, level: int, text: str) -> None:
+    def DoLogRecord(self, level: int, text: str, _info: wx.LogRecordInfo) -> None:
         logging.getLogger("wx").log(_WX_LEVELS.get(level, logging.INFO), text)
 
 
 @contextlib.contextmanager
-def _wx_messages() -> Iterator[None]:
+def logging_of_wx() -> Iterator[None]:
+    """The messages of wx go to the logger "wx"."""
     before = wx.Log.SetActiveTarget(_WxLog())
     try:
         yield

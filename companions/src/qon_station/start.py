@@ -13,7 +13,7 @@ from qon_companions.i18n import _, install_locale
 from .explain import details, explain
 from .fault_window import FaultWindow
 from .faults import Faults, Hooks
-from .log_file import logging_to
+from .log_file import logging_of_wx, logging_to
 from .start_failure import show_start_failure
 
 LOG_FILE = os.path.join("log", "station.log")
@@ -39,6 +39,7 @@ def run(
     faults = Faults()
     with contextlib.ExitStack() as stack:
         stack.enter_context(Hooks(faults))
+        stack.enter_context(logging_of_wx())
         _open_log(stack, log_file, level, faults)
         frame = _built(frame_factory)
         if frame is None:

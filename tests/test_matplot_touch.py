@@ -1,0 +1,218 @@
+"""The plot panel and the number keypad."""
+
+import gc
+import sys
+import threading
+import time
+import weakref
+from collections.abc import Iterator
+from typing import Any
+
+import numpy as np
+import pytest
+import wx
+from dialogs import Operator, box, click, press, scan, texts
+from qon_companions.boxes.keys import GUARD_SECONDS
+from qon_matplot import MatplotPanel
+from qon_touch import input_integer
+from support import pump
+
+POINTS = 10_000
+DRAW_SECONDS = 0.1
+FINGER = 60
+
+
+@pytest.fixture
+def frame(app: wx.App, monkeypatch: pytest.MonkeyPatch) -> Iterator[wx.Frame]:
+    monkeypatch.setenv("QON_LANG", "en")
+    window = wx.Frame(None, size=wx.Size(1000, 700))
+    window.Show()
+    pump(window.IsShownOnScreen)
+    yield window
+    if window:
+        window.Destroy()
+
+
+@pytest.fixture
+def panel(frame: wx.Frame) -> MatplotPanel:
+    plot = MatplotPanel(frame)
+    frame.SendSizeEvent()
+    pump(lambda: plot.GetSize().width > 900)
+    return plot
+
+
+def ink(panel: MatplotPanel) -> int:
+    """Pixels of the plot that are not white."""
+    picture = np.asarray(panel.plot.canvas.buffer_rgba())
+    return int((picture[..., :3] < 200).any(axis=-1).sum())
+
+
+# The plot panel.
+
+
+def test_the_panel_costs_nothing_before_it_plots(frame: wx.Frame) -> None:
+    """Clearing and drawing an unused one included; the import runs beside the window once it is seen."""
+    hidden = MatplotPanel(frame)
+    hidden.Hide()
+    hidden.clear()
+    hidden.draw()
+    assert hidden._plot is None
+    seen = MatplotPanel(frame)
+    frame.SendSizeEvent()
+    pump(lambda: seen._plot is not None, 20.0)
+    assert "matplotlib.pyplot" not in sys.modules and hidden._plot is None
+
+
+def test_each_plot_is_a_fresh_one(panel: MatplotPanel) -> None:
+    for values in ([1.0, 3.0, 2.0], [5.0, 4.0]):
+        figure, axes = panel.subplots()
+        axes.plot(range(len(values)), values)
+        panel.draw()
+    assert figure.axes == [axes] and len(axes.lines) == 1
+    assert list(axes.lines[0].get_ydata()) == [5.0, 4.0]
+    assert (figure.get_size_inches() * figure.dpi).astype(int).tolist() == list(panel.plot.canvas.GetSize())
+    drawn = ink(panel)
+    panel.clear()
+    panel.draw()
+    assert ink(panel) == 0 < drawn
+
+
+def test_chinese_titles_have_glyphs(panel: MatplotPanel, recwarn: pytest.WarningsRecorder) -> None:
+    _figure, axes = panel.subplots()
+    axes.set_title("输出电压")
+    panel.draw()
+    assert not [warning for warning in recwarn if "Glyph" in str(warning.message)]
+
+
+def test_ten_thousand_points_are_drawn_in_time(panel: MatplotPanel) -> None:
+    values = np.random.default_rng(1).normal(5.0, 0.1, POINTS)
+    seconds = []
+    for _ in range(5):
+        _figure, axes = panel.subplots()
+        axes.plot(np.arange(POINTS), values)
+        begin = time.thread_time()  # other processes do not count
+        panel.draw()
+        seconds.append(time.thread_time() - begin)
+    assert min(seconds) < DRAW_SECONDS
+
+
+def test_the_plot_can_be_zoomed_with_the_keyboard_and_shown_whole_again(panel: MatplotPanel) -> None:
+    _figure, axes = panel.subplots()
+    axes.plot([0, 1, 2], [0, 1, 4])
+    panel.draw()
+    canvas, whole = panel.plot.canvas, axes.get_xlim()
+    canvas.SetFocus()
+    pump(canvas.HasFocus)
+    press(canvas, ord("o"))
+    pump(lambda: panel.plot.toolbar.mode)
+    corner = canvas.GetScreenPosition() + wx.Point(300, 200)
+    simulator = wx.UIActionSimulator()
+    simulator.MouseDragDrop(corner.x, corner.y, corner.x + 200, corner.y + 150)
+    pump(lambda: axes.get_xlim() != whole)
+    press(canvas, ord("h"))
+    pump(lambda: axes.get_xlim() == whole)
+
+
+def test_a_panel_goes_with_its_window(app: wx.App) -> None:
+    windows = [wx.Frame(None, size=wx.Size(600, 400))]
+    windows[0].Show()
+
+    def plotted() -> list[weakref.ref[Any]]:
+        panel = MatplotPanel(windows[0])
+        figure, axes = panel.subplots()
+        axes.plot([1, 2], [1, 2])
+        panel.draw()
+        return [weakref.ref(figure), weakref.ref(panel)]
+
+    held = plotted()
+    windows.pop().Destroy()
+    pump(lambda: gc.collect() is not None and not any(reference() for reference in held), 10.0)
+
+
+def test_other_threads_are_refused(panel: MatplotPanel) -> None:
+    refused: list[str] = []
+
+    def use() -> None:
+        try:
+            panel.subplots()
+        except RuntimeError as error:
+            refused.append(str(error))
+
+    thread = threading.Thread(target=use)
+    thread.start()
+    thread.join(5.0)
+    assert "GUI thread" in refused[0]
+
+
+# The keypad.
+
+
+def run(operate: Any, **asked: Any) -> int | None:
+    def steps() -> Iterator[Any]:
+        yield box
+        yield GUARD_SECONDS
+        yield from operate(box())
+
+    with Operator(steps):
+        return input_integer(**asked)
+
+
+def test_a_number_is_entered_with_fingers(frame: wx.Frame) -> None:
+    def operate(pad: Any) -> Iterator[Any]:
+        assert all(min(key.GetSize()) >= FINGER for key in pad.keys.values())
+        assert "请输入测试工位号" in texts(pad) and "1 to 12" in texts(pad)
+        ok = pad.buttons[wx.ID_OK]
+        assert not ok.IsEnabled()
+        for face, shown, allowed in (
+            ("3", "3", True),
+            ("4", "34", False),
+            ("⌫", "3", True),
+            ("⌫", "", False),
+        ):
+            click(pad.keys[face])
+            yield (
+                lambda shown=shown, allowed=allowed: (
+                    pad.entry.GetValue() == shown and ok.IsEnabled() == allowed
+                )
+            )
+        click(pad.keys["1"])
+        yield ok.IsEnabled
+        click(pad.keys["2"])
+        yield lambda: pad.number() == 12
+        click(ok)
+
+    assert run(operate, minimum=1, maximum=12, message="请输入测试工位号（Cell Number）:") == 12
+
+
+@pytest.mark.parametrize(
+    ("asked", "typed", "told", "number"),
+    [
+        ({"minimum": 1, "maximum": 4}, "3", "1 to 4", 3),
+        ({"minimum": -20}, "-7", "-20 or more", -7),
+        ({"maximum": 5}, "-", "5 or less", None),
+        ({"minimum": 1, "maximum": 4}, "7", "7 is too large", None),
+        ({"minimum": 10}, "9", "9 is too small", None),
+        ({}, "123456789012345678", "a whole number", 123456789012345678),
+        ({"value": 42}, "8", "a whole number", 8),  # typing replaces the proposed number
+        ({"value": 42}, "", "a whole number", 42),
+    ],
+)
+def test_a_number_is_typed_or_scanned(
+    frame: wx.Frame, asked: dict[str, int], typed: str, told: str, number: int | None
+) -> None:
+    """Enter confirms what is allowed; without it Escape is the way out, and the answer None."""
+
+    def operate(pad: Any) -> Iterator[Any]:
+        scan(pad, typed)
+        if number is None:
+            yield lambda: told in texts(pad)
+            assert pad.IsShown()
+            press(pad, wx.WXK_ESCAPE)
+        yield lambda: not pad or not pad.IsShown()
+
+    assert run(operate, message="Number?", **asked) == number
+
+
+def test_wrong_limits_are_refused(app: wx.App) -> None:
+    with pytest.raises(ValueError, match="minimum 5 is above the maximum 1"):
+        input_integer(minimum=5, maximum=1)
