@@ -1,7 +1,8 @@
 """The serial number entry of a cell, and who of several cells gets the keyboard.
 
 The product asks for the focus when a test has ended.  It gets it unless somebody is typing elsewhere; then
-the entry waits for its turn.  An entry that is disabled because its test starts passes the focus on.
+the entry waits for its turn.  An entry that is disabled because its test starts passes the focus on, whether Enter
+or a click on the start button started it: the next scan belongs to the next cell.
 """
 
 from __future__ import annotations
@@ -51,7 +52,8 @@ class SerialEntry(wx.TextCtrl):
         self._copy = ""
 
     def Enable(self, enable: bool = True) -> bool:
-        focused = not enable and self.HasFocus()
+        holder = wx.Window.FindFocus()
+        focused = not enable and holder is not None and holder in (self, self.after_typing)
         result = bool(super().Enable(enable))
         if self.switched is not None:
             self.switched(enable)
