@@ -99,8 +99,8 @@ class IntegerEntry(Box):
         key.SetFont(font(18.0))
         key.SetMinSize(self.FromDIP(wx.Size(*KEY_SIZE)))
         key.SetCanFocus(False)
-        if face == BACK:
-            key.SetToolTip(_("Delete the last digit (Backspace)"))
+        tips = {BACK: _("Delete the last digit (Backspace)"), MINUS: _("Change the sign (-)")}
+        key.SetToolTip(tips.get(face) or _("Digit {digit}; the keyboard works too").format(digit=face))
         key.Bind(wx.EVT_BUTTON, lambda event: self.press(face))
         self.keys[face] = key
         return key

@@ -97,6 +97,7 @@ class Box(TurnDialog):
         button.SetFont(font(HEADING_POINTS))
         size = self.FromDIP(wx.Size(*BUTTON_SIZE))
         button.SetMinSize(wx.Size(max(size.width, button.GetBestSize().width), size.height))
+        button.SetToolTip(_key_tip(text))
         button.Bind(wx.EVT_BUTTON, lambda event: self.EndModal(answer))
         return button
 
@@ -172,3 +173,9 @@ class Box(TurnDialog):
     def _selected_text(self) -> str:
         focus = wx.Window.FindFocus()
         return str(focus.GetStringSelection()) if isinstance(focus, wx.TextCtrl) else ""
+
+
+def _key_tip(label: str) -> str:
+    """How to press a button without the mouse; the label holds its mnemonic."""
+    letter = label.replace("&&", "").partition("&")[2][:1].upper()
+    return _("Keys: Alt+{letter}, or Tab and the space bar").format(letter=letter)
