@@ -86,6 +86,7 @@ class Cell(wx.Panel):
         self.ui_serial_number.changed = self._ui_serial_changed
         self.ui_serial_number.switched = self._ui_entry_switched
         self.ui_gauge.changed = self._ui_progress
+        self.ui_test_logger.changed = self._ui_look_for_fault
         self._ui_details_button.Bind(wx.EVT_BUTTON, self._ui_open_details)
         for window in (self, self.ui_prompt, *self._ui_head.windows()):
             window.Bind(wx.EVT_LEFT_UP, self._ui_open_details)
@@ -107,8 +108,14 @@ class Cell(wx.Panel):
 
     def _ui_entry_switched(self, enabled: bool) -> None:
         self._ui_signs.entry_enabled(enabled, self._ui_pages.last_result())
+        self._ui_look_for_fault()
         if not enabled:
             self._ui_head.serial.SetValue(self.ui_serial_number.GetValue())
+
+    def _ui_look_for_fault(self) -> None:
+        """The traceback of a run may reach the log after its verdict."""
+        if self._ui_signs.wants_fault:
+            self._ui_signs.fault(self.ui_test_logger.last_exception())
 
     def _ui_serial_changed(self, text: str) -> None:
         if not self.ui_serial_number.IsThisEnabled():

@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+from collections.abc import Callable
+
 import wx
 import wx.stc
 
@@ -20,6 +22,7 @@ class LogView(wx.stc.StyledTextCtrl):
         super().__init__(parent, style=wx.BORDER_NONE)
         self._pending: list[str] = []
         self._due = False
+        self.changed: Callable[[], None] | None = None
         self.SetUndoCollection(False)
         self.SetCodePage(wx.stc.STC_CP_UTF8)
         for margin in range(3):
@@ -75,6 +78,14 @@ class LogView(wx.stc.StyledTextCtrl):
         self.SetReadOnly(True)
         if follow:
             self.ScrollToEnd()
+        if self.changed is not None:
+            self.changed()
+
+    def last_exception(self) -> str:
+        """The line of the newest traceback that names the exception, or "" when there is none."""
+        _before, header, traceback = self.GetValue().rpartition("Traceback (most recent call last):\n")
+        lines = traceback.splitlines() if header else []
+        return next((line for line in lines if line.strip() and not line.startswith(" ")), "")
 
     def _at_end(self) -> bool:
         return bool(self.GetFirstVisibleLine() + self.LinesOnScreen() >= self.GetLineCount() - 1)

@@ -16,6 +16,7 @@ from qon_atsui.palette import Shade
 
 # The product's own words on the prompt and on the start button.
 RUNNING = "Running"
+EXCEPTION = "Exception Aborted"
 PAUSE = "Pause"
 RESUME = "Resume"
 _BUSY_LABELS = (PAUSE, RESUME)
@@ -44,6 +45,7 @@ class Told:
     paused: bool = False
     asking: bool = False
     verdict: str = ""
+    fault: str = ""
     phase: bool = False
 
 
@@ -77,7 +79,9 @@ def _ended(told: Told) -> Face | None:
         return Face("ng", "cross", word, "" if _same(told.text, word, "NG") else told.text, palette.RED)
     if told.colour == "cyan":
         verdict = told.verdict or told.text
-        if _same(verdict, "Exception Aborted"):
+        if _same(verdict, EXCEPTION) and told.fault and _same(told.text, EXCEPTION):
+            return Face("exception", "warning", _("EXCEPTION"), told.fault, palette.CYAN)
+        if _same(verdict, EXCEPTION):
             state, word, plain = "exception", _("EXCEPTION"), _same(told.text, verdict) and word_is_english()
         else:
             state, word, plain = "aborted", _("ABORTED"), _same(told.text, "Aborted") and word_is_english()
@@ -140,7 +144,16 @@ class Signs:
         if enabled and self.told.busy:
             self._update(busy=False, paused=False, verdict=verdict)
         elif not enabled:
-            self._update(verdict="")
+            self._update(verdict="", fault="")
+
+    @property
+    def wants_fault(self) -> bool:
+        """The run ended by an exception; what it says has not been found yet."""
+        return self.told.verdict == EXCEPTION and not self.told.fault
+
+    def fault(self, line: str) -> None:
+        """What the exception that ended the run says."""
+        self._update(fault=line)
 
     def question(self, open_boxes: int) -> None:
         self._update(asking=open_boxes > 0)
