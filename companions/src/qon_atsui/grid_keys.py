@@ -29,6 +29,8 @@ class GridKeys:
             self.copy()
         elif event.ControlDown() and key == ord("A"):
             self._grid.SelectAll()
+        elif key == wx.WXK_TAB and not event.ControlDown():
+            self._grid.Navigate(int(not event.ShiftDown()))  # out of the grid; its rows stay selected
         elif event.HasAnyModifiers() or not self._move(key):
             event.Skip()
 
