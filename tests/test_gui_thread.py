@@ -39,15 +39,6 @@ def test_a_call_runs_in_the_gui_thread_and_brings_its_outcome_back(app: wx.App) 
     assert isinstance(pump(in_thread(lambda: gui_thread.call(next, iter(())))), StopIteration)
 
 
-def test_a_post_is_dropped_when_its_window_is_gone(app: wx.App) -> None:
-    frame, titles = wx.Frame(None), []
-    posted = in_thread(lambda: (gui_thread.post(frame.SetTitle, "late"), gui_thread.post(titles.append, 1)))
-    frame.Destroy()
-    pump(lambda: titles and posted())
-    gui_thread.post(titles.append, 2)
-    assert titles == [1, 2]
-
-
 def test_a_call_nobody_will_run_ends_with_a_reason(app: wx.App, monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.setattr(gui_thread, "NO_LOOP_SECONDS", 0.3)
     ran: list[int] = []

@@ -1,12 +1,11 @@
 """Listeners, exception texts and times of qon_handy."""
 
-import re
 import threading
 import weakref
 from typing import Any
 
 import pytest
-from qon_handy import Callback, format_exception, timestamp, timestamp_as_filename
+from qon_handy import Callback, format_exception
 
 
 class Window:
@@ -119,11 +118,3 @@ def test_exception_text_leaves_out_the_outermost_frames_and_keeps_causes() -> No
         assert "ValueError: inner fault" in text and "in _inner" in text
         assert text.endswith("RuntimeError: outer fault\n")
     assert format_exception(1) == []
-
-
-def test_times_as_text() -> None:
-    moment = 1_700_000_000.987
-    assert re.fullmatch(r"2023-11-1[45] \d\d:\d\d:20", timestamp(moment))
-    assert timestamp_as_filename(moment) == timestamp(moment).replace(" ", "_").replace(":", "-")
-    assert not set(timestamp_as_filename()) & set('<>:"/\\|?* ')
-    assert timestamp()[:4] >= "2024"

@@ -9,7 +9,6 @@ import pytest
 import wx
 from layouts import Cell, Frame, press, shown, type_text
 from qon_atsui import palette, sizing
-from qon_atsui.textfit import fit
 from support import pump, pump_for
 
 SCREENS = ((1280, 1024), (1920, 1080))
@@ -94,36 +93,6 @@ def test_widgets_answer_what_they_were_told(frame: Frame) -> None:
         assert (cell.ui_gauge.GetValue(), cell._ui_head.percent.GetValue()) == (value, percent)
     with pytest.raises(ValueError, match="Unknown colour 'no colour'"):
         cell.ui_prompt.SetBackgroundColour("no colour")
-
-
-def test_the_head_keeps_the_serial_number_of_the_last_unit(frame: Frame) -> None:
-    cell = frame.cells[0]
-    cell.ui_serial_number.SetValue("typed")
-    assert cell._ui_head.serial.GetValue() == ""
-    cell.started("SN1")
-    cell.ui_serial_number.SetValue("SN2")  # a script reads it from the unit
-    cell.ended("OK", "green")
-    assert (cell._ui_head.serial.GetValue(), cell.ui_serial_number.GetValue()) == ("SN2", "")
-
-
-def test_a_text_is_as_large_as_it_fits_and_never_lost(app: wx.App) -> None:
-    for text in (
-        "OK",
-        "VOUT_5V_FULL_LOAD_RIPPLE",
-        "请装入电路板，合上夹具盖",
-        "a\nb",
-        "two words",
-        "x" * 300,
-    ):
-        fitted = fit(text, 400, 120, 300, 9)
-        assert "".join(fitted.lines).replace(" ", "") == text.replace(" ", "").replace("\n", "")
-        assert not fitted.cut and 9 <= fitted.points <= 300
-    assert (
-        fit("OK", 400, 120, 300, 9).points > 2 * fit("Close the lid of the fixture", 400, 120, 300, 9).points
-    )
-    assert fit("two words", 100, 400, 300, 9).lines == ("two", "words")  # a word is not torn for size
-    cut = fit("word " * 500, 200, 40, 300, 9)
-    assert cut.cut and cut.lines[-1].endswith("…")
 
 
 # Where things stand.
@@ -271,25 +240,6 @@ def test_a_question_takes_its_cell_alone_into_waiting_and_holds_the_focus_back(f
     pump(lambda: focused(frame) == 2)
     for dialog in (inner, outer):
         dialog.Destroy()
-
-
-def test_a_question_that_another_hook_answers_leaves_nobody_waiting(frame: Frame) -> None:
-    class Answer(wx.ModalDialogHook):
-        def Enter(self, _dialog: wx.Dialog) -> int:
-            return int(wx.ID_OK)
-
-        def Exit(self, _dialog: wx.Dialog) -> None:
-            pass
-
-    frame.cells[0].started()
-    hook = Answer()
-    hook.Register()
-    dialog = wx.TextEntryDialog(frame.cells[0], "Colour?", "Cell 1")
-    assert dialog.ShowModal() == wx.ID_OK
-    hook.Unregister()
-    dialog.Destroy()
-    pump(lambda: not dialog)
-    assert frame.cells[0].state == "testing"
 
 
 def test_a_test_thread_reads_the_serial_number(frame: Frame) -> None:

@@ -188,22 +188,6 @@ def test_keys_and_clicks_select_the_row_before_they_are_heard(grid: RecordGrid) 
     pump(lambda: (0, [0]) in heard)
 
 
-def test_columns_share_the_width_until_one_is_dragged(grid: RecordGrid) -> None:
-    def widths() -> list[int]:
-        return [grid.GetColSize(column) for column in range(6)]
-
-    for width in (400, 700, 1200):
-        grid.GetParent().SetClientSize(width, 300)
-        pump(lambda least=width - 40: sum(widths()) == grid.GetGridWindow().GetClientSize().width > least)
-        assert widths()[0] == max(widths()) and min(widths()) > 30
-    dragged = wx.grid.GridSizeEvent(grid.GetId(), wx.grid.EVT_GRID_COL_SIZE.typeId, grid, 0)
-    grid.ProcessEvent(dragged)
-    before = widths()
-    grid.GetParent().SetClientSize(600, 300)
-    pump_for(0.05)
-    assert widths() == before
-
-
 def test_the_log_keeps_the_order_and_the_newest_of_too_much(app: wx.App) -> None:
     with shown(wx.Frame(None, size=wx.Size(500, 300))) as window:
         log = LogView(window)
@@ -242,23 +226,6 @@ def viewer(app: wx.App) -> Iterator[qon_atsui.TestDataViewerPanel]:
         window.Layout()
         panel.ui_cell_filter.Append("1")
         yield panel
-
-
-def test_a_test_thread_refreshes_a_row_of_the_listing_it_counted_in(
-    viewer: qon_atsui.TestDataViewerPanel,
-) -> None:
-    units, choice = viewer.ui_history, viewer.ui_cell_filter
-    units.AppendRows(3)
-    write = [
-        choice.GetStringSelection,
-        lambda: units.SetCellValue(2, 3, "OK"),
-        lambda: units.SetCellBackgroundColour(2, 3, "green"),
-    ]
-    assert in_thread(*write) == ["all", None, None]
-    assert units.GetCellValue(2, 3) == ""  # not from the thread itself
-    pump(
-        lambda: units.GetCellValue(2, 3) == "OK" and units.GetCellBackgroundColour(2, 3) == wx.Colour("green")
-    )
 
 
 def relist(viewer: qon_atsui.TestDataViewerPanel) -> None:
@@ -301,14 +268,6 @@ def test_a_row_counted_in_an_older_listing_is_not_written(
     in_thread(choice.GetStringSelection, lambda: units.SetCellValue(0, 2, "current"))
     pump_for(0.05)
     assert units.GetNumberRows() == 0 or units.GetCellValue(0, 2) == "current"
-
-
-def test_the_filter_is_current_when_its_handler_runs(viewer: qon_atsui.TestDataViewerPanel) -> None:
-    choice, seen = viewer.ui_cell_filter, []
-    viewer.on_cell_filter_changed = lambda event: seen.extend(in_thread(choice.GetStringSelection))
-    wx.Choice.SetSelection(choice, 1)  # as the operator's click does
-    choice.ProcessEvent(wx.CommandEvent(wx.wxEVT_CHOICE, choice.GetId()))
-    assert seen == ["1"]
 
 
 def test_the_list_has_the_keyboard_and_every_button_a_tool_tip(viewer: qon_atsui.TestDataViewerPanel) -> None:

@@ -56,34 +56,6 @@ def test_every_command_has_a_key_or_a_mnemonic_and_reaches_its_handler(
         assert frame.ui_in_debug_mode.IsCheckable()
 
 
-def test_without_handlers_nothing_happens_and_late_ones_are_found(app: wx.App) -> None:
-    frame = qon_atsui.Frame(None)
-    cell = qon_atsui.Cell(frame.ui_cell_panel)
-    panel = qon_atsui.TestDataViewerPanel(frame)
-    calls: list[str] = []
-    with shown(frame):
-        for window in (cell.ui_start, cell.ui_abort):
-            window.ProcessEvent(wx.CommandEvent(wx.wxEVT_BUTTON, window.GetId()))
-        cell.ui_refresh_timer.StartOnce(0)
-        panel.ui_cell_filter.ProcessEvent(wx.CommandEvent(wx.wxEVT_CHOICE, panel.ui_cell_filter.GetId()))
-        pump_for(0.05)
-        cell.on_refresh_timer_event = lambda _event: calls.append("refresh")
-        cell.on_blink_timer_event = lambda _event: calls.append("blink")
-        frame.on_trigger_initializer = lambda _event: calls.append("initializer")
-        frame.on_ticker_timer_event = lambda _event: calls.append("ticker")
-        timers = (
-            cell.ui_refresh_timer,
-            cell.ui_blink_timer,
-            frame.ui_initializer_trigger,
-            frame.ui_ticker_timer,
-        )
-        for timer, milliseconds in zip(timers, (0, 1.5, 0.2, 10.0), strict=True):
-            assert timer.StartOnce(milliseconds)
-        pump(lambda: len(calls) == 4)
-        frame.on_close_app = lambda event: (calls.append("close"), event.Veto())
-        assert not frame.Close() and calls[-1] == "close"
-
-
 def test_a_destroyed_frame_leaves_no_timer_no_cycle_and_no_object(app: wx.App) -> None:
     frame = Frame(2, 2, (1000, 800))
     cell = frame.cells[0]

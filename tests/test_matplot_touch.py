@@ -1,10 +1,7 @@
 """The plot panel and the number keypad."""
 
-import gc
-import sys
 import threading
 import time
-import weakref
 from collections.abc import Iterator
 from typing import Any
 
@@ -50,19 +47,6 @@ def ink(panel: MatplotPanel) -> int:
 # The plot panel.
 
 
-def test_the_panel_costs_nothing_before_it_plots(frame: wx.Frame) -> None:
-    """Clearing and drawing an unused one included; the import runs beside the window once it is seen."""
-    hidden = MatplotPanel(frame)
-    hidden.Hide()
-    hidden.clear()
-    hidden.draw()
-    assert hidden._plot is None
-    seen = MatplotPanel(frame)
-    frame.SendSizeEvent()
-    pump(lambda: seen._plot is not None, 20.0)
-    assert "matplotlib.pyplot" not in sys.modules and hidden._plot is None
-
-
 def test_each_plot_is_a_fresh_one(panel: MatplotPanel) -> None:
     for values in ([1.0, 3.0, 2.0], [5.0, 4.0]):
         figure, axes = panel.subplots()
@@ -77,13 +61,6 @@ def test_each_plot_is_a_fresh_one(panel: MatplotPanel) -> None:
     assert ink(panel) == 0 < drawn
 
 
-def test_chinese_titles_have_glyphs(panel: MatplotPanel, recwarn: pytest.WarningsRecorder) -> None:
-    _figure, axes = panel.subplots()
-    axes.set_title("输出电压")
-    panel.draw()
-    assert not [warning for warning in recwarn if "Glyph" in str(warning.message)]
-
-
 def test_ten_thousand_points_are_drawn_in_time(panel: MatplotPanel) -> None:
     values = np.random.default_rng(1).normal(5.0, 0.1, POINTS)
     seconds = []
@@ -94,39 +71,6 @@ def test_ten_thousand_points_are_drawn_in_time(panel: MatplotPanel) -> None:
         panel.draw()
         seconds.append(time.thread_time() - begin)
     assert min(seconds) < DRAW_SECONDS
-
-
-def test_the_plot_can_be_zoomed_with_the_keyboard_and_shown_whole_again(panel: MatplotPanel) -> None:
-    _figure, axes = panel.subplots()
-    axes.plot([0, 1, 2], [0, 1, 4])
-    panel.draw()
-    canvas, whole = panel.plot.canvas, axes.get_xlim()
-    canvas.SetFocus()
-    pump(canvas.HasFocus)
-    press(canvas, ord("o"))
-    pump(lambda: panel.plot.toolbar.mode)
-    corner = canvas.GetScreenPosition() + wx.Point(300, 200)
-    simulator = wx.UIActionSimulator()
-    simulator.MouseDragDrop(corner.x, corner.y, corner.x + 200, corner.y + 150)
-    pump(lambda: axes.get_xlim() != whole)
-    press(canvas, ord("h"))
-    pump(lambda: axes.get_xlim() == whole)
-
-
-def test_a_panel_goes_with_its_window(app: wx.App) -> None:
-    windows = [wx.Frame(None, size=wx.Size(600, 400))]
-    windows[0].Show()
-
-    def plotted() -> list[weakref.ref[Any]]:
-        panel = MatplotPanel(windows[0])
-        figure, axes = panel.subplots()
-        axes.plot([1, 2], [1, 2])
-        panel.draw()
-        return [weakref.ref(figure), weakref.ref(panel)]
-
-    held = plotted()
-    windows.pop().Destroy()
-    pump(lambda: gc.collect() is not None and not any(reference() for reference in held), 10.0)
 
 
 def test_other_threads_are_refused(panel: MatplotPanel) -> None:
@@ -211,8 +155,3 @@ def test_a_number_is_typed_or_scanned(
         yield lambda: not pad or not pad.IsShown()
 
     assert run(operate, message="Number?", **asked) == number
-
-
-def test_wrong_limits_are_refused(app: wx.App) -> None:
-    with pytest.raises(ValueError, match="minimum 5 is above the maximum 1"):
-        input_integer(minimum=5, maximum=1)

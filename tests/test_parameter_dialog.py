@@ -1,18 +1,16 @@
 """The editor of the test parameters, operated with keys and mouse: what it shows, refuses, undoes and saves."""
 
-import os
 from collections.abc import Callable, Iterator
 from pathlib import Path
 from typing import Any
 
-import openpyxl
 import pytest
 import wx
 from dialogs import Operator, box, click, press, scan, texts
 from qon_companions import files
 from qon_paratree import ParameterDirectory, ParameterNode
 from qon_wxtools import ParameterTreeDialog
-from qon_wxtools.parameter_editor.table import REMARK, UNIT, UPPER, VALUE, VARIABLE
+from qon_wxtools.parameter_editor.table import REMARK, VALUE, VARIABLE
 from support import parameter_row, pump, write_book
 
 SUPPLY = [
@@ -174,36 +172,6 @@ def test_what_is_wrong_is_said_while_it_is_typed(frame: wx.Frame, folder: Path) 
     assert editor.run(operate) == DISCARDED
 
 
-def test_changes_are_undone_and_made_again_wherever_they_are(frame: wx.Frame, folder: Path) -> None:
-    editor = Editor(frame, folder)
-    dialog = editor.dialog
-
-    def operate() -> Iterator[Any]:
-        yield from editor.type("count", "64")
-        dialog.tree.select(editor.node("volts").parent)
-        yield from editor.type("volts", "x")
-        yield from editor.type("volts", "13.5")
-        shown = [("x", 64), ("12.0", 64), ("12.0", 128)]
-        for text, count in shown:
-            press(dialog, ord("Z"), wx.MOD_CONTROL)
-            yield (
-                lambda text=text, count=count: (
-                    dialog.edits.shown(editor.node("volts")) == text and editor.node("count").value == count
-                )
-            )
-        assert dialog.grid.current() is editor.node("count"), "the undone change is not in view"
-        assert not dialog.directory.changed and not dialog.buttons[wx.ID_UNDO].IsEnabled()
-        for _ in shown:
-            press(dialog, ord("Y"), wx.MOD_CONTROL)
-            yield 0.1
-        assert (editor.node("volts").value, editor.node("count").value) == (13.5, 64)
-        dialog.save()
-        dialog.Close()
-
-    assert editor.run(operate) == SAVED
-    assert stored(folder, "line 3/fixture/pins/count") == 64
-
-
 @pytest.mark.parametrize(
     ("answer", "value", "result"),
     [(wx.ID_SAVE, 6, SAVED), (wx.ID_NO, 5, DISCARDED), (wx.ID_CANCEL, 5, DISCARDED)],
@@ -295,45 +263,3 @@ def test_a_directory_that_cannot_be_edited_says_why(
         press(dialog, wx.WXK_ESCAPE)
 
     assert editor.run(operate) == DISCARDED
-
-
-@pytest.mark.parametrize("formula", [False, True])
-def test_values_that_cannot_be_saved_cannot_be_typed(
-    frame: wx.Frame, folder: Path, monkeypatch: pytest.MonkeyPatch, formula: bool
-) -> None:
-    if formula:
-        book = openpyxl.load_workbook(folder / "bench.xlsx")
-        book["supply"].append(("sum", "=1+1", None, None, "", "sum", "int"))
-        monkeypatch.setattr(
-            "qon_companions.parameters.source.FileSource.results", lambda self, sheet: calculated(self, sheet)
-        )
-        book.save(folder / "bench.xlsx")
-    else:
-        access = os.access
-        monkeypatch.setattr(os, "access", lambda path, mode: "bench" not in str(path) and access(path, mode))
-    editor = Editor(frame, folder)
-    dialog = editor.dialog
-
-    def operate() -> Iterator[Any]:
-        dialog.tree.select(editor.node("samples").parent)
-        yield lambda: ("formula" if formula else "read-only") in editor.row("samples")[REMARK]
-        dialog.grid.go_to(editor.node("samples"))
-        scan(dialog.grid, "9")
-        press(dialog.grid, wx.WXK_F2)
-        yield 0.2
-        assert not dialog.directory.changed and editor.row("samples")[VALUE] == "5"
-        assert editor.row("volts")[UPPER : UNIT + 1] == ["18.0", "V"]
-        dialog.Close()
-
-    assert editor.run(operate) == DISCARDED
-
-
-def calculated(source: Any, sheet: str) -> Any:
-    """The stored result that openpyxl does not write: as a spreadsheet program would have."""
-    rows = {row.number: row for row in source.rows(sheet)}
-    return {
-        number: row._replace(
-            cells=tuple(cell._replace(value=2, kind="n") if cell.kind == "f" else cell for cell in row.cells)
-        )
-        for number, row in rows.items()
-    }

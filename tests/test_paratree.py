@@ -2,19 +2,17 @@
 
 import copy
 import errno
-import os
 import stat
 import threading
 from pathlib import Path
 from typing import Any
 
-import malformed
 import openpyxl
 import pytest
 from openpyxl.comments import Comment
 from openpyxl.styles import Font
 from qon_companions import files
-from qon_paratree import ParameterDirectory, ParameterNode
+from qon_paratree import ParameterDirectory
 from qon_testparameters import BadValueError, WorkbookError
 from support import write_book
 
@@ -157,68 +155,6 @@ def test_a_save_changes_the_values_and_nothing_else(directory: Path) -> None:
     }
 
 
-def test_a_save_elsewhere_makes_a_whole_copy_and_leaves_the_source_unsaved(
-    directory: Path, tmp_path: Path
-) -> None:
-    tree = ParameterDirectory.load(directory)
-    tree.products.board.limits.retries = 9
-    before = (directory / "products" / "board.xlsx").read_bytes()
-    written = tree.save(tmp_path / "copy")
-    assert [file.name for file in written] == ["board.xlsx", "instruments.xlsx"] and tree.changed
-    assert (tmp_path / "copy" / "products" / "empty").is_dir()
-    assert ParameterDirectory.load(tmp_path / "copy").products.board.limits.retries == 9
-    assert (directory / "products" / "board.xlsx").read_bytes() == before
-    os.unlink(directory / "instruments.xlsx")
-    assert len(tree.save()) == 2, "a workbook that somebody deleted is written from what is known"
-    assert ParameterDirectory.load(directory)["instruments/main/psu-voltage"] == 12.0
-
-
-def test_edits_made_meanwhile_in_the_file_are_kept(directory: Path) -> None:
-    tree = ParameterDirectory.load(directory)
-    path = directory / "instruments.xlsx"
-    book = openpyxl.load_workbook(path)
-    book["main"].insert_rows(2, 3)
-    book["load 1"]["B2"] = False
-    book.save(path)
-    tree["instruments/main/psu-voltage"] = 3
-    tree.save()
-    again = ParameterDirectory.load(directory)
-    assert again["instruments/main/psu-voltage"] == 3.0 and again["instruments/load 1/on"] is False
-    book["main"]["F8"] = "renamed"
-    book.save(path)
-    tree["instruments/main/psu-voltage"] = 4
-    whole = path.read_bytes()
-    with pytest.raises(
-        WorkbookError, match='variable "psu-voltage": the parameter is gone from the file; reload'
-    ):
-        tree.save()
-    assert path.read_bytes() == whole and tree.changed
-
-
-def test_a_workbook_with_formulas_is_not_written(directory: Path) -> None:
-    path = directory / "products" / "board.xlsx"
-    book = openpyxl.load_workbook(path)
-    book.active.append(("Time", 5, 1, "=B2*5", "s", "time", "int"))
-    book.save(path)
-    with pytest.raises(
-        WorkbookError, match='row 3, variable "time": "Upper Limit" is a formula without a stored'
-    ):
-        ParameterDirectory.load(directory)
-    members = malformed.unpack(path.read_bytes())
-    name = "xl/worksheets/sheet1.xml"
-    members[name] = members[name].replace(b"<f>B2*5</f><v />", b"<f>B2*5</f><v>10</v>")
-    path.write_bytes(malformed.pack(members))
-    tree = ParameterDirectory.load(directory)
-    assert tree.parameter("products/board/limits/time").up == 10
-    node = next(node for node in tree.root.walk() if node.name == "retries")
-    assert isinstance(node, ParameterNode) and 'variable "time" is a formula' in node.locked
-    node.set_text("4")
-    whole = path.read_bytes()
-    with pytest.raises(WorkbookError, match="change this workbook in a spreadsheet program"):
-        tree.save()
-    assert path.read_bytes() == whole
-
-
 def test_faults_of_all_workbooks_come_together(directory: Path) -> None:
     write_book(directory / "instruments.xlsx", {"main": [("V", 31, 0, 30, "V", "volt", "int")]})
     (directory / "products" / "board.xlsx").write_bytes(b"no workbook")
@@ -278,22 +214,3 @@ def test_values_set_while_a_save_runs_are_not_taken_as_saved(directory: Path) ->
     tree.save()
     last = tree.products.board.limits.retries
     assert ParameterDirectory.load(directory).products.board.limits.retries == last
-
-
-def test_what_loads_from_a_malformed_workbook_is_saved_or_refused(directory: Path) -> None:
-    good, path = directory / "instruments.xlsx", directory / "products" / "board.xlsx"
-    saved = 0
-    for number in range(80):
-        path.write_bytes(malformed.damaged(good, number))
-        try:
-            tree = ParameterDirectory.load(directory)
-            tree["products/board/main/psu_resource"] = "sim::7"
-            tree.save()
-        except (WorkbookError, KeyError):
-            continue
-        saved += 1
-        again = ParameterDirectory.load(directory)
-        assert {n.path: n.value for n in again.root.walk()} == {n.path: n.value for n in tree.root.walk()}, (
-            number
-        )
-    assert saved > 10

@@ -1,6 +1,5 @@
 """The start of a station application: exit codes, explanations, the log file, and faults that nobody caught."""
 
-import logging
 import os
 import subprocess
 import sys
@@ -15,7 +14,6 @@ import qon_station
 import wx
 from dialogs import Operator, box, click, press, texts
 from qon_companions.boxes.keys import GUARD_SECONDS
-from qon_station.explain import explain
 from qon_station.fault_window import FaultWindow
 from qon_station.faults import Faults, Hooks
 from support import pump, pump_for
@@ -78,13 +76,6 @@ def test_a_station_logs_reports_each_kind_of_fault_once_and_goes_on(app: wx.App,
     assert "Uncaught in reader:" in text and "KeyError: 'no meter'" in text
     assert text.count("Traceback") == 2 and "10 times now: ValueError('nothing measured')" in text
     assert done.stderr.count("ValueError: nothing measured") == 1, "the console is flooded"
-
-
-def test_a_station_without_a_place_for_its_log_runs_and_says_so(app: wx.App, tmp_path: Path) -> None:
-    (tmp_path / "log").write_text("a file where the directory should be")
-    done = run_application(tmp_path, tmp_path / "log" / "station.log")
-    assert done.returncode == 0, done.stderr
-    assert done.stdout.split()[1] == "3"  # the log file besides the two others
 
 
 def test_without_a_display_there_is_one_clear_line(tmp_path: Path) -> None:
@@ -153,48 +144,7 @@ def test_a_start_that_fails_tells_the_cause_and_ends_with_1(
     assert all(part in console for part in told)
 
 
-def test_hooks_and_handlers_are_put_back(app: wx.App, tmp_path: Path) -> None:
-    def state() -> Any:
-        return (
-            sys.excepthook,
-            threading.excepthook,
-            list(logging.getLogger().handlers),
-            logging.getLogger().level,
-        )
-
-    before = state()
-
-    def operate() -> Iterator[Any]:
-        yield box
-        assert state() != before
-        box().Close()
-
-    with Operator(operate):
-        qon_station.run(missing_key, log_file=tmp_path / "station.log")
-    assert state() == before
-
-
 # Faults.
-
-
-def raise_in(function: Any) -> Exception:
-    try:
-        function()
-    except Exception as error:  # noqa: BLE001 - what it raised is wanted
-        return error
-    raise AssertionError
-
-
-def test_a_fault_is_one_kind_by_class_and_line(app: wx.App) -> None:
-    faults = Faults()
-    new: list[bool] = []
-    faults.changed = new.append
-    for function in (missing_key, missing_file, missing_key, missing_key, too_strange):
-        faults.add(raise_in(function), "here")
-    assert [fault.count for fault in faults.list()] == [3, 1, 1]
-    assert new == [True, True, False, False, True]
-    faults.forget()
-    assert faults.add(raise_in(missing_key), "here"), "what was forgotten is news again"
 
 
 def test_a_thread_s_fault_names_its_cell_and_exits_are_no_faults(
@@ -213,6 +163,14 @@ def test_a_thread_s_fault_names_its_cell_and_exits_are_no_faults(
             thread.start()
             thread.join(5.0)
     assert [(fault.where, fault.count) for fault in faults.list()] == [("Cell 7", 1)]
+
+
+def raise_in(function: Any) -> Exception:
+    try:
+        function()
+    except Exception as error:  # noqa: BLE001 - what it raised is wanted
+        return error
+    raise AssertionError
 
 
 def test_the_fault_window_leaves_the_keyboard_where_it_is_and_comes_back_for_news(app: wx.App) -> None:
@@ -247,11 +205,3 @@ def test_the_fault_window_leaves_the_keyboard_where_it_is_and_comes_back_for_new
     assert not faults.list()
     frame.Destroy()
     pump_for(0.4)  # a refresh that is still due finds no window
-
-
-def test_explanations_point_into_the_application(app: wx.App) -> None:
-    """Not into the library in which it was raised."""
-    import json
-
-    explanation = explain(raise_in(lambda: json.loads("{")))
-    assert "test_station_start.py" in explanation.place and "Expecting" in explanation.what

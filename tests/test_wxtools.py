@@ -1,8 +1,6 @@
 """Message boxes and questions: answers, threads, turns, and keys that were not meant for them."""
 
-import gc
 import threading
-import weakref
 from collections.abc import Callable, Iterator
 from typing import Any
 
@@ -12,8 +10,7 @@ from dialogs import Operator, box, click, on_screen, press, scan, texts
 from qon_companions import gui_thread
 from qon_companions.boxes import turns
 from qon_companions.boxes.keys import GUARD_SECONDS
-from qon_companions.boxes.wrapping import wrapped
-from qon_wxtools import MB, TrueOrFalseDialog, window_fit_layout
+from qon_wxtools import MB, TrueOrFalseDialog
 from support import pump, pump_for
 
 LONG = "\n".join(f'  File "script_{number}.py", line {number}, in run' for number in range(60))
@@ -111,43 +108,6 @@ def test_a_box_shows_its_texts_and_gives_the_answer(
         assert show() == answer
 
 
-def test_the_text_of_a_box_can_be_copied(frame: wx.Frame) -> None:
-    def operate() -> Iterator[Any]:
-        yield box
-        press(box(), ord("C"), wx.MOD_CONTROL)
-        yield lambda: "script_59.py" in clipboard()
-        press(box(), wx.WXK_ESCAPE)
-
-    with Operator(operate):
-        MB.Error(LONG, title="Cell 1")
-    assert clipboard().startswith("Cell 1\n") and LONG in clipboard()
-
-
-def clipboard() -> str:
-    data = wx.TextDataObject()
-    if wx.TheClipboard.Open():
-        wx.TheClipboard.GetData(data)
-        wx.TheClipboard.Close()
-    return str(data.GetText())
-
-
-@pytest.mark.parametrize(
-    ("text", "width", "lines"),
-    [
-        ("one two three", 7, ["one two", "three"]),
-        ("a\n\n b", 5, ["a", "", " b"]),
-        ("abcdefghij", 4, ["abcd", "efgh", "ij"]),
-        ("请关上盖子，然后开始", 5, ["请关上盖", "子，然后开", "始"]),
-        ("LED亮了（绿色）", 4, ["LED亮", "了（绿", "色）"]),
-        ("", 5, [""]),
-    ],
-)
-def test_lines_break_at_blanks_and_between_chinese_characters(
-    text: str, width: int, lines: list[str]
-) -> None:
-    assert wrapped(text, width, len).split("\n") == lines
-
-
 # Threads and turns.
 
 
@@ -197,47 +157,6 @@ def test_cells_that_ask_at_the_same_time_are_answered_in_turn(frame: wx.Frame) -
     assert got == given and seen == list(given)
 
 
-def test_a_question_waits_until_a_text_that_another_cell_asked_for_is_typed(frame: wx.Frame) -> None:
-    got: list[int] = []
-    entry = wx.TextEntryDialog(frame.cells[0], "Operator?", "Cell 1")
-
-    def operate() -> Iterator[Any]:
-        yield entry.IsShown
-        wx.CallAfter(lambda: got.append(ask(frame.cells[1], "Cell 2")))
-        yield lambda: turns._asked
-        scan(entry, "4711", enter=False)
-        yield lambda: "4711" in texts(entry)
-        assert not on_screen()
-        press(entry, wx.WXK_RETURN)
-        yield box
-        click(box().buttons[wx.ID_OK])
-
-    with Operator(operate):
-        assert entry.ShowModal() == wx.ID_OK
-    assert entry.GetValue() == "4711" and got == [wx.ID_OK]
-    entry.Destroy()
-
-
-def test_a_box_does_not_cut_a_scanned_number_in_two(frame: wx.Frame) -> None:
-    serial = wx.TextCtrl(frame.cells[0])
-    serial.SetFocus()
-    pump(serial.HasFocus)
-
-    def operate() -> Iterator[Any]:
-        for end in range(1, 9):  # a scanner, slowed down so that the question falls into the middle
-            serial.SetValue("SN123456"[:end])
-            if end == 3:
-                wx.CallAfter(ask, frame.cells[1], "Cell 2")
-            yield 0.03
-            assert not on_screen()
-        yield box
-        assert serial.GetValue() == "SN123456"
-        box().Close()
-
-    with Operator(operate):
-        pass
-
-
 @pytest.mark.parametrize("where", ["window", "cell"])
 def test_a_box_of_a_thread_ends_when_its_window_goes(frame: wx.Frame, where: str) -> None:
     """The one that is open and the one that waits for its turn; nobody hangs, nothing crashes."""
@@ -271,16 +190,6 @@ def test_a_box_that_nobody_can_show_any_more_answers_no(
     assert "Cleanup fail: no meter." in caplog.text
     pump_for(0.1)
     assert not on_screen()
-
-
-def test_questions_leave_nothing_behind(frame: wx.Frame) -> None:
-    cell = frame.cells[0]
-    dialogs = [weakref.ref(TrueOrFalseDialog(cell, "Cell 1", f"question {number}?")) for number in range(50)]
-    for dialog in dialogs:
-        dialog().Destroy()
-    pump(lambda: len(cell.GetChildren()) == 0)
-    gc.collect()
-    assert not any(dialog() for dialog in dialogs)
 
 
 # Keys.
@@ -346,22 +255,3 @@ def test_enter_closes_a_notice_but_not_one_that_has_just_come(frame: wx.Frame) -
 
 
 # Window sizes.
-
-
-def test_windows_fit_their_content_and_the_screen(app: wx.App) -> None:
-    area = wx.Display(0).GetClientArea()
-    for side, maximize in ((300, False), (5000, False), (300, True)):
-        window = wx.Frame(None)
-        sizer = wx.BoxSizer()
-        sizer.Add(wx.Panel(window, size=wx.Size(side, side)), 1, wx.EXPAND)
-        window.SetSizer(sizer)
-        window_fit_layout(window, maximize=maximize)
-        window.Show()
-        pump(window.IsShownOnScreen)
-        size = window.GetSize()
-        assert area.Contains(window.GetRect())
-        if maximize or side > area.width:
-            assert size == area.GetSize()
-        else:
-            assert side <= size.width < side + 20
-        window.Destroy()
