@@ -21,7 +21,7 @@ MODULE_SOURCES := CMakeLists.txt pyproject.toml $(shell find ats -name '*.[ch]pp
 COMPANION_SOURCES := companions/pyproject.toml companions/setup.py $(shell find companions -name '*.po')
 CPP := $(filter %.cpp %.hpp,$(MODULE_SOURCES))
 
-.PHONY: run test bench lint setup system clean
+.PHONY: run test bench sanitize wheels lint setup system clean
 
 run: setup
 	@tools/run-station $(BIN)/python
@@ -32,8 +32,23 @@ test: setup $(STAMPS)/test
 bench: setup
 	@tools/virtual-display $(BIN)/python bench/run.py $(BENCH_ARGS)
 
+# The module again, with checks of memory and undefined behaviour, and the suite on it.
+SANITIZERS := -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined
+sanitize: setup $(STAMPS)/test
+	@$(PIP) install --no-build-isolation --no-deps --upgrade --target build/sanitize \
+	    --config-settings build-dir=build/sanitize-objects --config-settings cmake.build-type=RelWithDebInfo \
+	    --config-settings "cmake.define.CMAKE_CXX_FLAGS=$(SANITIZERS)" .
+	@preload="$$(g++ -print-file-name=libasan.so) $$(g++ -print-file-name=libstdc++.so)"; \
+	tools/virtual-display env ASAN_OPTIONS=detect_leaks=0 LD_PRELOAD="$$preload" PYTHONPATH=build/sanitize \
+	    $(BIN)/python -m pytest --capture=sys $(PYTEST_ARGS)
+
+wheels: setup
+	@$(PIP) wheel --no-build-isolation --no-deps --wheel-dir build/wheels . ./companions
+	@ls build/wheels
+
 lint: setup $(STAMPS)/test
 	$(BIN)/ruff check .
+	cd demo && MYPYPATH=../ats:../companions/src ../$(BIN)/mypy *.py scripts/*.py bench_sim
 	@if command -v clang-format >/dev/null; then clang-format --dry-run --Werror $(CPP); \
 	else echo "clang-format is not installed: the layout of the C++ sources was not checked"; fi
 
@@ -44,26 +59,30 @@ system:
 	@tools/system-packages station $(if $(DEBIAN_PYTHON),,wheel)
 
 $(VENV)/pyvenv.cfg: | system
+	@echo "making $(VENV)"; \
 	python=$$(tools/find-python $(PYTHON)); \
 	"$$python" -m venv $(if $(DEBIAN_PYTHON),--system-site-packages) $(VENV)
 
 $(STAMPS)/packages: requirements/build.txt requirements/run.txt $(VENV)/pyvenv.cfg | system
-	$(PIP) install -r requirements/build.txt -r requirements/run.txt
-	$(if $(DEBIAN_PYTHON),,$(PIP) install --only-binary wxPython -r requirements/wxpython.txt)
-	mkdir -p $(STAMPS) && touch $@
+	@echo "installing Python packages into $(VENV)"
+	@$(PIP) install -r requirements/build.txt -r requirements/run.txt
+	@$(if $(DEBIAN_PYTHON),,$(PIP) install --only-binary wxPython -r requirements/wxpython.txt)
+	@$(BIN)/python -c 'import wx'
+	@mkdir -p $(STAMPS) && touch $@
 
 $(STAMPS)/test: requirements/test.txt $(STAMPS)/packages
-	$(PIP) install -r requirements/test.txt
-	touch $@
+	@$(PIP) install -r requirements/test.txt
+	@touch $@
 
 # The build directory stays (pyproject.toml names it), so only what changed is compiled.
 $(STAMPS)/module: $(MODULE_SOURCES) $(STAMPS)/packages
-	$(PIP) install --no-build-isolation --no-deps --config-settings cmake.define.QON_WARNINGS_AS_ERRORS=ON .
-	touch $@
+	@echo "building qon_ats for $(VENV)"
+	@$(PIP) install --no-build-isolation --no-deps --config-settings cmake.define.QON_WARNINGS_AS_ERRORS=ON .
+	@touch $@
 
 $(STAMPS)/companions: $(COMPANION_SOURCES) $(STAMPS)/packages
-	$(PIP) install --no-build-isolation --no-deps --editable companions
-	touch $@
+	@$(PIP) install --no-build-isolation --no-deps --editable companions
+	@touch $@
 
 clean:
 	rm -rf build .venv .venv-* companions/build companions/src/*.egg-info

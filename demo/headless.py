@@ -85,6 +85,7 @@ class HeadlessStation(DemoStation):
             print(f"cell {result.cell_number}: wrong verdict {result.verdict}; the board's defect: {defect}")
         yield from self._shoot("station.png")
         yield from self._tour()
+        print(f"screenshots: {self._output}")
         if self._uncaught:
             raise StationStuck(f"uncaught: {'; '.join(self._uncaught)}")
         self._exit_code = 1 if wrong else 0

@@ -44,7 +44,7 @@ class FixtureWatch:
         self._seen = serial_number
 
 
-class DemoStation(qon_ats.ATSFrame):  # type: ignore[misc]
+class DemoStation(qon_ats.ATSFrame):
     """Starts the simulated bench, and each unit that is put into a fixture."""
 
     def __init__(self, config: str = CONFIG, parameters: str = PARAMETERS, feed: bool = True) -> None:
@@ -97,7 +97,8 @@ class DemoStation(qon_ats.ATSFrame):  # type: ignore[misc]
 
     def _on_cell_started(self, cell: qon_ats.Cell) -> None:
         """Whoever scans a unit also puts it in."""
-        number, serial_number = cell.cell_number, cell.uut.serial_number or ""
+        number = cell.cell_number
+        serial_number = (cell.uut.serial_number if cell.uut else None) or ""
         if self._hands:
             self._hands.fit(number, serial_number)
             serial_number = self._hands.label(number)

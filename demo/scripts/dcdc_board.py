@@ -29,6 +29,8 @@ class CellRunner(CellRunnerBase):
     def __init__(self) -> None:
         super().__init__()
         self._bench: CellBench | None = None
+        self._label = ""
+        self._no_load_volt = 0.0
         self._rating = parameters(self.app_config, "product", "ratings")
         self._timing = parameters(self.app_config, "product", "timing")
 
@@ -77,6 +79,7 @@ class CellRunner(CellRunnerBase):
         if not wanted:
             self.set_serial_number(label)
         self.set_prompt("Testing")
+        self._label = label
         self.print(f"{self.get_cell_name()}: unit {label}, meter {self.bench.meter.identity}")
         self.assert_equal("UNIT_LABEL", label, self.uut.serial_number, category="identity")
 
@@ -98,7 +101,7 @@ class CellRunner(CellRunnerBase):
 
     def _no_load(self) -> None:
         self._apply(self._rating.nominal_volt, 0.0)
-        volt = self._settled_output("VOUT_NO_LOAD", 4.9, 5.1)
+        volt = self._no_load_volt = self._settled_output("VOUT_NO_LOAD", 4.9, 5.1)
         self.assert_percent_limits("VOUT_NO_LOAD", volt, 5.0, 2.0, "V", category="regulation")
         idle = round(self.bench.supply.ampere() * 1000.0, 2)
         self.assert_limits("IDLE_CURRENT", idle, None, 45.0, "mA", category="input")
@@ -111,9 +114,9 @@ class CellRunner(CellRunnerBase):
         firmware, wanted = self.bench.fixture.firmware(), self._rating.firmware
         self.noumenon.logger.info("firmware %s, wanted %s", firmware, wanted)
         self.assert_result("FIRMWARE_VERSION", firmware, firmware == wanted, "", category="identity")
-        self.bench.fixture.store_serial_number(self.uut.serial_number)
+        self.bench.fixture.store_serial_number(self._label)
         stored = self.bench.fixture.stored_serial_number()
-        self.assert_equal("SERIAL_NUMBER_STORED", stored, self.uut.serial_number, category="identity")
+        self.assert_equal("SERIAL_NUMBER_STORED", stored, self._label, category="identity")
 
     def _indicator(self) -> None:
         self.set_prompt("Is the green LED lit?")
@@ -137,7 +140,7 @@ class CellRunner(CellRunnerBase):
         try:
             volt = self._settled_output("VOUT_FULL_LOAD", 4.88, 5.1)
             self.assert_limits("VOUT_FULL_LOAD", volt, 4.88, 5.1, "V", category="regulation")
-            drop = (1.0 - volt / self._recorded("VOUT_NO_LOAD")) * 100.0
+            drop = (1.0 - volt / self._no_load_volt) * 100.0
             self.assert_limits("LOAD_REGULATION", round(drop, 3), None, 1.5, "%", category="regulation")
             ripple = round(self.bench.meter.ripple_volt(CHANNEL_OUTPUT) * 1000.0, 2)
             self.assert_limits("RIPPLE", ripple, None, 50.0, "mV", category="regulation")
@@ -209,10 +212,6 @@ class CellRunner(CellRunnerBase):
         output = self.bench.meter.volt(CHANNEL_OUTPUT) * self.bench.load.ampere()
         drawn = self.bench.meter.volt(CHANNEL_INPUT) * self.bench.supply.ampere()
         return round(100.0 * output / drawn, 2)
-
-    def _recorded(self, name: str) -> float:
-        assertion = self.uut.get_assertion_by_name(name)
-        return float(assertion.value)
 
     def _log_margins(self) -> None:
         """How far each regulated output is from the nearer limit."""
