@@ -122,21 +122,6 @@ def test_the_constructor_judges_through_update() -> None:
     assert assertion.is_ng()
 
 
-def test_views_follow_overridden_properties() -> None:
-    class Scaled(Assertion):
-        @property
-        def value(self) -> Any:
-            return super().value * 1000
-
-        @property
-        def result(self) -> str:
-            return "?"
-
-    assertion = Scaled("x", 2)
-    assert (assertion.get_value(), assertion.get_result()) == (2000, "?")
-    assert assertion.export_config().value == 2000
-
-
 def test_verdict_words_can_be_changed_for_all_records(monkeypatch: pytest.MonkeyPatch) -> None:
     old = Assertion("x", 1)
     monkeypatch.setattr(Assertion, "OK_STR", "合格")

@@ -6,8 +6,8 @@ from typing import Any
 
 import pytest
 from hostcell import Host, HostCell
-from qon_ats import UUT, CellBase
-from support import write_book, write_limits
+from qon_ats import UUT
+from support import write_limits
 
 
 @pytest.fixture
@@ -126,11 +126,6 @@ def test_the_configured_file_name_is_stripped(value: str, loaded: bool, host: Ho
     path = write_limits(tmp_path / "l.xlsx", {"v": (1, 2)})
     cell = host(assertion_config_file=value.format(path))
     assert (cell.assertion_configs is not None) is loaded
-
-
-def test_only_the_first_sheet_is_read(tmp_path: Path) -> None:
-    rows = {"first": {"b": 1.0, "a": 2.0}, "second": {"c": 3.0}}
-    assert list(CellBase.load_assertion_configs(str(write_book(tmp_path / "l.xlsx", rows)))) == ["b", "a"]
 
 
 def test_a_missing_limits_workbook_keeps_the_cell_from_being_built(host: Host, tmp_path: Path) -> None:

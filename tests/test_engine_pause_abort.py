@@ -83,21 +83,6 @@ def test_an_abort_while_the_script_unwinds_is_not_complete(host: Host) -> None:
     assert cell.finish().is_aborted()
 
 
-def test_an_abort_before_the_script_runs_is_seen_by_its_first_check(host: Host) -> None:
-    class Gate(HostCell):
-        @property
-        def runner_class_name(self) -> str:
-            self.meet()
-            return super().runner_class_name
-
-    cell = host("self.sleep(60)\nself.append_ok('a', 1)", cell_type=Gate)
-    cell.start()
-    cell.wait_reached()
-    cell.abort()
-    cell.go.set()
-    assert (cell.finish().is_aborted(), cell.cleanups, cell.names) == (True, 1, [])
-
-
 def test_checking_for_an_abort_belongs_to_the_test_thread(host: Host) -> None:
     cell = host()
     calls: list[Callable[[], Any]] = [cell.check_abort, cell.abortable(print), lambda: cell.sleep(0.0)]
@@ -149,15 +134,6 @@ def test_slices_of_a_sleep(
     cell.sleep(*arguments)
     assert clock.slept == pytest.approx(slices)
     assert cell.checks == len(slices)
-
-
-def test_arguments_of_a_sleep(host: Host) -> None:
-    cell = host(cell_type=Sleeper)
-    with pytest.raises(ZeroDivisionError, match="^float division$"):
-        cell.sleep(1, 0)
-    for wrong in (("1",), (None,), (1, "0.1"), (1, None)):
-        with pytest.raises(TypeError):
-            cell.sleep(*wrong)
 
 
 def test_order_of_the_checks_around_a_call(host: Host) -> None:

@@ -1,7 +1,6 @@
 """One run of a cell from the start request to the end of its thread."""
 
 import contextlib
-import logging
 import os
 import queue
 import sys
@@ -216,21 +215,6 @@ def test_when_an_ng_stops(configured: bool | None, argument: bool | None, stops:
     assert cell._assertion_queue.qsize() == len(cell.names)
 
 
-def test_appending_outside_a_run_raises_in_the_caller(host: Host) -> None:
-    cell = host(none_unit="pcs")
-    with pytest.raises(AttributeError):
-        cell.append(Assertion("x", 1))
-    cell.uut = UUT()
-    item = Assertion("x", 5, upper=1, unit=None)
-    with pytest.raises(Exception, match="^x$") as caught:
-        cell.append(item)
-    assert type(caught.value).__name__ == "_NGException" and caught.value.args == ("x",)
-    assert (item.unit, cell.uut.assertions, cell.fetch_an_assertion()) == ("pcs", [item], item)
-    for wrong in ((None,), ("x",), (item, "yes"), (item, 1)):
-        with pytest.raises(TypeError):
-            cell.append(*wrong)
-
-
 def test_the_queue_is_a_standard_queue_that_loses_nothing(host: Host) -> None:
     """Producers and consumers that wait, poll and look on, switched as often as the interpreter can."""
     cell = host()
@@ -295,29 +279,6 @@ def test_elapse_time_follows_the_clock_until_the_end(host: Host, monkeypatch: py
     cell.finish()
     now[0] = 2000.0
     assert cell.get_elapse_time() == 12.5
-
-
-def test_output_of_the_engine_goes_to_standard_output(host: Host, capsys: pytest.CaptureFixture[str]) -> None:
-    cell = qon_ats.CellBase(1, host().cell_config)
-    cell.print("a")
-    cell.print(5, end="|")
-    cell.debug_print("hidden")
-    assert capsys.readouterr().out == "a\n5|"
-
-    loud = host()
-    loud.is_in_debug_mode = lambda: True  # type: ignore[method-assign]
-    loud.debug_print("shown", "!")
-    assert loud.text == "shown!"
-
-
-def test_names_and_states_of_a_cell(host: Host) -> None:
-    cell = qon_ats.CellBase(12, host().cell_config)
-    assert (cell.name, cell.get_cell_name(), cell.cell_number) == ("Cell 12", "Cell 12", 12)
-    assert cell.logger is logging.getLogger("Cell 12")
-    cell.running_state = 5
-    assert (cell.running_state, cell.is_running(), cell.is_ready()) == (5, False, False)
-    with pytest.raises(AssertionError, match="^$"):
-        cell.uut_type = Assertion
 
 
 def test_configurations_a_cell_can_be_built_from(in_tmp: Path) -> None:

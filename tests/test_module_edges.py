@@ -32,17 +32,6 @@ RECORDS: list[Any] = [
 ]
 
 
-def test_control_exceptions() -> None:
-    for cls in (qon_ats._DoneException, qon_ats._UserAbortException):
-        assert cls().args == () and isinstance(cls(), Exception)
-        with pytest.raises(TypeError):
-            cls("text")
-    assert (qon_ats._NGException("v").args, str(qon_ats._NGException("v"))) == (("v",), "v")
-    assert qon_ats._default_ats_config_path == "ats_config.xlsx"
-    columns = [("Name", 300), *((title, 200) for title in ("Value", "Lower", "Upper", "Unit", "Result"))]
-    assert [tuple(column) for column in qon_ats._DefaultColumnInfo] == columns
-
-
 @pytest.mark.parametrize("make", RECORDS)
 def test_records_are_ordinary_objects(make: Any) -> None:
     record = make()
@@ -66,21 +55,6 @@ def test_cycles_through_records_are_collected(make: Any) -> None:
     del plain, sub
     gc.collect()
     assert [ref() for ref in alive] == [None, None]
-
-
-@pytest.mark.parametrize("field", ["value", "lower", "upper", "result", "elapse"])
-def test_cycles_through_the_fields_of_an_assertion_are_collected(field: str) -> None:
-    class Holder:
-        record: Assertion
-
-    holder = Holder()
-    assertion = Assertion("a")
-    assertion.set_elapse_time(holder) if field == "elapse" else assertion.update(**{field: holder})
-    holder.record = assertion
-    alive = weakref.ref(holder)
-    del holder, assertion
-    gc.collect()
-    assert alive() is None
 
 
 def test_a_record_grown_into_a_cycle_after_collections_is_collected() -> None:

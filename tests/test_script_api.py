@@ -152,25 +152,6 @@ def test_arguments_of_a_wrong_type_do_not_reach_the_cell(call: str) -> None:
     assert recorder.calls == []
 
 
-def test_what_a_script_reads_from_its_cell(cell: HostCell) -> None:
-    runner = runner_of(cell)
-    assert runner.noumenon is cell and runner._cell is cell
-    assert runner.frame_noumenon is cell.main_frame and runner._frame is cell.main_frame
-    assert runner.app_config is cell.main_frame.app_config
-    assert (runner.cell_config, runner.assertion_configs) == (cell.cell_config, None)
-    assert (runner.uut, runner.cell_name, runner.cell_number) == (cell.uut, "Cell 1", 1)
-    assert runner.abort_event is None and runner._abort_event is None
-    runner.runner_class_name, runner.script = "Other", "other.py"
-    assert (cell.runner_class_name, runner.script) == ("Other", cell.script)
-    runner.set_shared_obj("meter", 5)
-    assert runner.get_shared_obj("meter") == 5
-    with pytest.raises(KeyError):
-        runner.get_shared_obj("none")
-    for attribute in ("noumenon", "uut", "cell_number", "abort_event", "app_config"):
-        with pytest.raises(AttributeError):
-            setattr(runner, attribute, None)
-
-
 def test_overrides_of_the_cell_and_of_the_script_are_honoured(cell: HostCell) -> None:
     class Own(Script):
         def assert_limits(self, name: str, *args: Any, **kwargs: Any) -> Assertion:
@@ -229,13 +210,6 @@ def test_a_runner_is_built_in_a_test_thread_only() -> None:
         with pytest.raises(TypeError, match=missing):
             incomplete()
     assert CellRunnerBase.__abstractmethods__ == {"run", "cleanup"} and issubclass(CellRunnerBase, abc.ABC)
-
-
-def test_the_default_script_greets(cell: HostCell) -> None:
-    runner = runner_of(cell)
-    runner.run()
-    runner.cleanup()
-    assert cell.text == "Hello, this is Cell 1.\n"
 
 
 def test_a_call_and_its_result() -> None:

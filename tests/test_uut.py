@@ -100,16 +100,6 @@ def test_done_is_told_once_and_for_ever() -> None:
     assert [a.name for a in uut.assertions] == ["item0"]
 
 
-def test_the_list_is_the_record_itself() -> None:
-    uut = unit(OK)
-    second = Assertion("item0", **NG)
-    uut.assertions.append(second)
-    assert uut.assertions is uut.assertions
-    assert uut.get_assertion_by_name("item0") is uut.assertions[0]
-    assert uut.first_ng is second
-    assert uut.get_assertion_by_name("none") is None
-
-
 def test_verdicts_are_asked_of_the_assertions_as_they_are_overridden() -> None:
     class Odd(Assertion):
         def is_ng(self) -> bool:
