@@ -1,0 +1,224 @@
+"""Whole stations for tests: the real frame of a real workbook, scripts in real test threads, an operator."""
+
+import threading
+from collections.abc import Callable, Iterator, Mapping
+from contextlib import contextmanager
+from pathlib import Path
+from textwrap import dedent
+from typing import Any, Self
+from unittest import mock
+
+import qon_ats
+import wx
+import wx.grid
+from support import pump, pump_for, script_text, write_book, write_script
+
+SECONDS = 10.0
+COLOURS = ("white", "green", "red", "cyan", "yellow", "gray")
+BEGIN = "cell, meet = self.noumenon, self.get_shared_obj('meetings')[self.cell_number]\n"
+
+
+def named(colour: wx.Colour) -> str:
+    """The name of a state colour."""
+    return next((name for name in COLOURS if colour == wx.Colour(name)), str(colour))
+
+
+def texts(grid: wx.grid.Grid) -> list[list[str]]:
+    columns = range(grid.GetNumberCols())
+    return [[grid.GetCellValue(row, col) for col in columns] for row in range(grid.GetNumberRows())]
+
+
+def colours(grid: wx.grid.Grid, row: int) -> list[str]:
+    return [named(grid.GetCellBackgroundColour(row, col)) for col in range(grid.GetNumberCols())]
+
+
+def prompt(cell: qon_ats.Cell) -> tuple[str, str]:
+    return cell.ui_prompt.GetLabel(), named(cell.ui_prompt.GetBackgroundColour())
+
+
+def counters(owner: qon_ats.Cell | qon_ats.ATSFrame) -> list[str]:
+    return [field.GetValue() for field in (owner.ui_ok_count, owner.ui_ng_count, owner.ui_ok_percent)]
+
+
+def unit(serial_number: str, cell: int = 1, *items: qon_ats.Assertion, done: bool = True) -> qon_ats.UUT:
+    uut = qon_ats.UUT(serial_number, cell)
+    for item in items or (qon_ats.Assertion("a", 1),):
+        uut.append_assertion(item)
+    uut.done = done
+    return uut
+
+
+def choose(panel: qon_ats.TestDataViewerPanel, text: str) -> None:
+    """The operator chooses a cell, or "all"."""
+    choice = panel.ui_cell_filter
+    choice.SetStringSelection(text)
+    event = wx.CommandEvent(wx.wxEVT_CHOICE, choice.GetId())
+    event.SetEventObject(choice)
+    event.SetString(text)
+    choice.GetEventHandler().ProcessEvent(event)
+
+
+def click_row(station: "Station", grid: wx.grid.Grid, row: int) -> None:
+    pump_for(0.02)  # the grid hears of its rows
+    place = grid.CellToRect(row, 0)
+    station.click(grid.GetGridWindow(), wx.Point(place.x + 5, place.y + place.height // 2))
+    pump(lambda: list(grid.GetSelectedRows()) == [row])
+
+
+class Meeting:
+    """Where a cell's script waits for its test: `meet()` in the script, `arrived` and `go_on` in the test."""
+
+    def __init__(self) -> None:
+        self._reached = threading.Event()
+        self._go = threading.Event()
+        self._over = False
+        self.notes: list[Any] = []
+
+    def __call__(self) -> None:
+        self._reached.set()
+        assert self._go.wait(SECONDS), "the test did not answer"
+        if not self._over:
+            self._go.clear()
+
+    def arrived(self, events: bool = True) -> None:
+        """Wait for the script, with or without running the event loop meanwhile."""
+        if events:
+            pump(self._reached.is_set, SECONDS, "the script comes to its meeting")
+        assert self._reached.wait(SECONDS), "the script did not come to its meeting"
+        self._reached.clear()
+
+    def go_on(self, for_good: bool = False) -> None:
+        self._over = self._over or for_good
+        self._go.set()
+
+
+class Station:
+    """Makes frames in a folder; none of their threads and windows outlives the test."""
+
+    def __init__(self, folder: Path) -> None:
+        self.folder = folder
+        self.book = folder / "ats_config.xlsx"
+        self.frame: qon_ats.ATSFrame | None = None
+        self.meetings: dict[int, Meeting] = {}
+        self.simulator = wx.UIActionSimulator()
+
+    def __call__(
+        self,
+        *runs: str,
+        cleanup: str = "",
+        main: Mapping[str, Any] | None = None,
+        frame_type: type[qon_ats.ATSFrame] = qon_ats.ATSFrame,
+        **keys: Any,
+    ) -> qon_ats.ATSFrame:
+        """A frame with a cell for each script body; in it `cell` and `meet` are the cell and its meeting."""
+        sheets: dict[str, Any] = {"main": {"cell_count": len(runs) or 1, "column_count": 2, **(main or {})}}
+        for number, run in enumerate(runs or ["self.append_ok('item', 1)"], 1):
+            script = write_script(self.folder, self.script(run, cleanup))
+            sheets[f"cell{number}"] = {"script": str(script), "show_debug_shell": False, **keys}
+        write_book(self.book, sheets)
+        return self.build(frame_type)
+
+    @staticmethod
+    def script(run: str, cleanup: str = "") -> str:
+        """The text of a whole script."""
+        return script_text(BEGIN + dedent(run), BEGIN + dedent(cleanup))
+
+    def build(
+        self, frame_type: type[qon_ats.ATSFrame] = qon_ats.ATSFrame, title: str = ""
+    ) -> qon_ats.ATSFrame:
+        """A frame of the workbook in the folder."""
+        return self.use(frame_type(None, title, str(self.book), str(self.folder / "app_config")))
+
+    def use(self, frame: qon_ats.ATSFrame) -> qon_ats.ATSFrame:
+        """Show a frame; its cells' scripts find their meetings."""
+        self.frame = frame
+        self.meetings = {cell.cell_number: Meeting() for cell in frame.cells}
+        frame.set_shared_obj("meetings", self.meetings)
+        frame.Show()
+        pump(frame.IsShownOnScreen)
+        return frame
+
+    # What an operator does.
+
+    def click(self, window: wx.Window, at: wx.Point | None = None) -> None:
+        at = at or wx.Point(*(window.GetClientSize() / 2))
+        self.simulator.MouseMove(window.ClientToScreen(at))
+        self.simulator.MouseClick()
+
+    def type(self, entry: wx.TextCtrl, text: str) -> None:
+        """Types a text and Enter, as a scanner does."""
+        entry.SetFocus()
+        pump(entry.HasFocus)
+        self.simulator.Text(text.encode())
+        pump(lambda: entry.GetValue() == text)
+        self.simulator.Char(wx.WXK_RETURN)
+
+    # Runs.
+
+    def finish(self, *cells: qon_ats.Cell) -> None:
+        """Let the runs end and the panels show it."""
+        for cell in cells or self.frame.cells:
+            self.meetings[cell.cell_number].go_on(for_good=True)
+            pump(cell.is_ready, SECONDS, f"{cell.name} ends")
+
+    def run(self, cell: qon_ats.Cell, serial_number: str = "SN1") -> qon_ats.Cell:
+        """One whole run."""
+        cell.start(serial_number)
+        pump(cell.is_running)
+        self.finish(cell)
+        return cell
+
+    def close(self) -> None:
+        for cell in self.frame.cells if self.frame else []:
+            thread = cell._test_thread
+            cell.abort()
+            self.meetings[cell.cell_number].go_on(for_good=True)
+            if thread is not None:
+                pump(lambda thread=thread: not thread.is_alive(), SECONDS, f"the thread of {cell.name} ends")
+        for window in wx.GetTopLevelWindows():
+            if window:
+                window.Destroy()
+        pump(lambda: not wx.GetTopLevelWindows())
+
+
+class Answers:
+    """While it is open, each modal dialog that comes up is handed to `act`, inside the dialog's own loop."""
+
+    def __init__(self, act: Callable[[wx.Dialog], Any]) -> None:
+        self.titles: list[str] = []
+        self.parents: list[wx.Window] = []
+        self._act = act
+        self._seen: list[wx.Dialog] = []
+        self._timer = wx.Timer()
+        self._timer.Bind(wx.EVT_TIMER, self._look)
+
+    def _look(self, _event: wx.TimerEvent) -> None:
+        for window in wx.GetTopLevelWindows():
+            if isinstance(window, wx.Dialog) and window.IsModal() and window not in self._seen:
+                self._seen.append(window)
+                self.titles.append(window.GetTitle())
+                self.parents.append(window.GetParent())
+                try:
+                    self._act(window)
+                except BaseException:
+                    window.EndModal(wx.ID_CANCEL)
+                    raise
+
+    def __enter__(self) -> Self:
+        self._timer.Start(10)
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self._timer.Stop()
+        pump(lambda: not any(self._seen), what="the dialogs are destroyed")
+
+
+@contextmanager
+def file_dialog(path: Path | None) -> Iterator[mock.Mock]:
+    """Stands for `wx.FileDialog`: answered with a path, or cancelled."""
+    dialog = mock.Mock(spec=wx.FileDialog)
+    dialog.ShowModal.return_value = wx.ID_CANCEL if path is None else wx.ID_OK
+    dialog.GetPath.return_value = str(path or "")
+    with mock.patch.object(wx, "FileDialog", return_value=dialog) as asked:
+        yield asked
+    assert dialog.Destroy.called is asked.called

@@ -1,0 +1,237 @@
+"""The panel of a cell: what the operator sees and does, from the scan to the verdict."""
+
+import builtins
+import threading
+import time
+from typing import Any
+
+import pytest
+import qon_ats
+import wx
+from conftest import Uncaught
+from station import Answers, Station, colours, counters, named, prompt, texts
+from support import Boxes, pump, pump_for
+
+pytest_plugins = ["stationplugin"]
+
+
+def test_from_the_scan_through_a_running_test(station: Station) -> None:
+    cell = station("""
+        self.assert_limits('VOUT', 5.01, 4.9, 5.1, 'V')
+        self.append_ok('版本', '1.0')
+        self.assert_limits('RIPPLE', 7, None, 5, 'mV', stop_if_ng=False)
+        self.assert_limits('LATER', None, 0, 1)
+        meet()
+        self.set_prompt('Fit the board', 'white')
+        meet()
+        self.pause()
+        meet()""").cells[0]
+    meeting = station.meetings[1]
+    station.type(cell.ui_serial_number, "SN-4711")
+    meeting.arrived()
+    assert not cell.ui_serial_number.IsEnabled() and prompt(cell) == ("Running", "gray")
+    pump(lambda: cell.ui_start.GetLabel() == "Pause")
+    assert named(cell.ui_start.GetBackgroundColour()) == "yellow"
+    assert texts(cell.ui_assertions) == [
+        ["VOUT", "5.01", "4.9", "5.1", "V", "OK"],
+        ["版本", "1.0", "", "", "", "OK"],
+        ["RIPPLE", "7", "", "5", "mV", "NG"],
+        ["LATER", "", "0", "1", "", "TBD"],
+    ]
+    shades = ["".join({*colours(cell.ui_assertions, row)}) for row in range(4)]
+    assert shades == ["white", "white", "red", "white"]
+    uut = cell.uut
+    station.click(cell.ui_start)  # "Pause" on it does not pause, and nothing starts
+    meeting.go_on()
+    meeting.arrived()
+    pump(lambda: prompt(cell) == ("Fit the board", "white"))
+    for colour in ("yellow", "gray", "yellow"):  # the words stay
+        cell.on_blink_timer_event()
+        assert prompt(cell) == ("Fit the board", colour)
+    for seconds, text in ((3725.9, "01:02:05"), (100000.5, "27:46:40")):
+        cell._start_time = time.time() - seconds
+        cell.on_refresh_timer_event()
+        assert cell.ui_elapse_time.GetValue() == text
+    meeting.go_on()
+    pump(lambda: cell.ui_start.GetLabel() == "Resume")
+    for _ in range(2):
+        cell.on_blink_timer_event()
+        assert prompt(cell)[1] == "yellow"
+    cell.start("SN2")  # resumes nothing
+    pump_for(0.05)
+    assert cell.is_paused()
+    station.click(cell.ui_start)
+    meeting.arrived()
+    assert cell.uut is uut and cell.is_busy() and uut.serial_number == cell.get_serial_number() == "SN-4711"
+
+
+EXCEPTION = "Exception Aborted"
+UNDECIDED = "self.assert_limits('LED', None, 0, 1)\n"
+PASSED, FAILED = ["1", "0", "100.00%"], ["0", "1", "0.00%"]
+# Body of run(); result, prompt, colour, counted, gauge, description, part of the log.
+VERDICTS: dict[str, tuple[Any, ...]] = {
+    "ok": ("", "OK", "OK", "green", PASSED, 100, "", ""),
+    "ng": ("self.append_ng('V', 9)", "NG", "V", "red", FAILED, 100, "V", ""),
+    "ng_goes_on": ("self.append_ng('V', 9, False)", "NG", "NG", "red", FAILED, 100, "", ""),
+    "aborted": ("self.abort('why')", "Aborted", "Aborted", "cyan", None, 30, "", ""),
+    "exception": ("raise OSError('电源')", EXCEPTION, EXCEPTION, "cyan", None, 30, "", "OSError: 电源"),
+    "undecided": (UNDECIDED, EXCEPTION, EXCEPTION, "cyan", None, 30, "", '"LED" is still in "TBD"'),
+    "done": (UNDECIDED + "self.done()", "TBD", "TBD", "red", FAILED, 100, "", '"LED" is still in'),
+}
+
+
+@pytest.mark.parametrize("case", VERDICTS)
+def test_verdict(case: str, station: Station) -> None:
+    body, result, words, colour, counted, gauge, description, log = VERDICTS[case]
+    frame = station(f"self.append_ok('first', 1)\nself.update_percentage(30)\n{body}")
+    cell = frame.cells[0]
+    cell.ui_start.SetFocus()
+    station.run(cell, "SN1")
+    assert prompt(cell) == (words, colour)
+    [[begin, end, *rest]] = texts(cell.ui_history_grid)
+    assert rest == ["SN1", result, description] and texts(cell.ui_assertions)[0][0] == "first"
+    assert begin <= end and len(begin) == len(end) == 19 and begin[10] == " "
+    assert colours(cell.ui_history_grid, 0)[2:] == ["white", colour, "white"]
+    pump(lambda: cell.ui_gauge.GetValue() == gauge)
+    assert log in cell.ui_test_logger.GetValue() and bool(log) is bool(cell.ui_test_logger.GetValue())
+    assert counters(cell) == counters(frame) == (counted or ["0", "0", "0.00%"])
+    assert cell._statistics.get_total() == frame._statistics.get_total() == bool(counted)
+    assert (cell.ui_serial_number.IsEnabled(), cell.ui_serial_number.GetValue()) == (True, "")
+    pump(cell.ui_serial_number.HasFocus)
+    assert (cell.ui_start.GetLabel(), named(cell.ui_start.GetBackgroundColour())) == ("Start", "green")
+    cell.on_blink_timer_event()
+    assert prompt(cell) == (words, colour) and cell._test_thread is None  # blinking leaves a verdict alone
+
+
+def test_a_burst_is_shown_100_rows_a_tick_and_whole_at_the_end(station: Station) -> None:
+    burst = "for i in range(250): self.append_ok(f'i{i}', i)\n"
+    cell = station(f"{burst}meet()\n{burst}").cells[0]
+    cell.do_start("SN1")
+    station.meetings[1].arrived(events=False)
+    shown = []
+    for _ in range(4):
+        cell.on_refresh_timer_event()
+        shown.append(cell.ui_assertions.GetNumberRows())
+    assert shown == [100, 200, 250, 250]
+    station.meetings[1].go_on()
+    cell._test_thread.join(10)
+    cell.on_refresh_timer_event()
+    assert [row[0] for row in texts(cell.ui_assertions)] == [f"i{i}" for i in range(250)] * 2
+
+
+def test_what_a_test_thread_shows(station: Station, monkeypatch: pytest.MonkeyPatch) -> None:
+    cell = station("""
+        meet.notes.append(self.uut.serial_number)
+        for percent in (-5, 150, 42.5, 90): self.update_percentage(percent)
+        self.increase_percentage(30)
+        self.print('中文'); self.print('b', end=''); cell.print(None)
+        self.debug_print('not in debug mode')
+        self.append_ok('a', 1)
+        self.set_serial_number('SN-NEW')
+        meet.notes.append(self.uut.serial_number)
+        try: cell.set_serial_number(123)
+        except TypeError as error: meet.notes.append(str(error))""").cells[0]
+    gauge: list[float] = []
+    monkeypatch.setattr(cell.ui_gauge, "SetValue", gauge.append)
+    monkeypatch.setattr(cell.ui_gauge, "GetValue", lambda: gauge[-1])
+    for _ in range(2):
+        thread = threading.Thread(target=lambda: (cell.start("A"), cell.start("B")))
+        thread.start()
+        thread.join(10)
+        assert not cell.is_running()  # it is the GUI thread that starts, once
+        pump(cell.is_running)
+        station.finish()
+        assert station.meetings[1].notes == ["A", "SN-NEW", "Serial number must be a str object."]
+        assert texts(cell.ui_history_grid)[-1][2] == cell.uut.serial_number == "SN-NEW"
+        assert gauge == [0, 0, 100, 42.5, 90, 100, 100]
+        assert cell.ui_test_logger.GetValue() == "中文\nb\n" and len(texts(cell.ui_assertions)) == 1
+        gauge.clear()  # the second run begins with nothing left of the first
+        station.meetings[1].notes.clear()
+    cell.ui_serial_number.SetValue("  typed ")
+    assert cell.get_serial_number() == "typed"
+    cell.set_serial_number(None)
+    pump(lambda: cell.ui_serial_number.GetValue() == "")
+    assert cell.uut.serial_number == "" and len(texts(cell.ui_history_grid)) == 2
+
+
+def test_questions_to_the_operator(station: Station, boxes: Boxes) -> None:
+    cell = station("""
+        for _ in range(3): meet.notes.append(self.ask_true_or_false('LED lit?', 'Lit', 'Dark'))
+        for _ in range(3): meet.notes.append(self.input_text('Batch?'))
+        meet.notes.append(self.notice_box('Take the unit out'))
+        self.append_ok('a', 1)""").cells[0]
+    press, text = station.simulator.Char, station.simulator.Text
+    answers = iter([
+        lambda dialog: station.click(dialog.FindWindow(wx.ID_OK)),
+        lambda dialog: press(wx.WXK_ESCAPE),
+        wx.Dialog.Close,
+        lambda dialog: (text(b"B-17"), press(wx.WXK_RETURN)),
+        lambda dialog: press(wx.WXK_RETURN),
+        lambda dialog: (text(b"B-18"), press(wx.WXK_ESCAPE)),
+    ])  # fmt: skip
+    with Answers(lambda dialog: next(answers)(dialog)) as shown:
+        station.run(cell)
+    assert station.meetings[1].notes == [True, False, False, "B-17", "", None, None]
+    assert shown.parents[:3] == [cell] * 3 and all("Cell 1" in title for title in shown.titles)
+    assert [box.kwargs for box in boxes.shown] == [{"message": "Take the unit out", "title": "Cell 1"}]
+
+
+def test_functions_run_in_the_gui_thread_for_a_script(station: Station, uncaught: Uncaught) -> None:
+    cell = station("""
+        meet.notes.append(self.call_user_function(sorted, [1, 2], reverse=True))
+        info = self.call_user_function_delay_wait(threading.current_thread)
+        info.wait()
+        meet.notes.append(info.result is threading.main_thread())
+        meet.notes.append(self.call_user_function_no_wait(meet.notes.append, 'first'))
+        self.call_user_function(int)
+        meet.notes.append(self.call_user_function_delay_wait(int, 'x'))
+        meet()
+        meet.notes[-1].wait()""").cells[0]
+    cell.start()
+    station.meetings[1].arrived()
+    pump(lambda: uncaught.errors)
+    uncaught.take(ValueError)  # out of the event loop; who waits for the result goes on waiting
+    *notes, info = station.meetings[1].notes
+    assert notes == [[2, 1], True, None, "first"]
+    station.meetings[1].go_on()
+    pump_for(0.05)
+    assert (cell.is_busy(), info.result, info.event.is_set()) == (True, None, False)
+    info.event.set()
+
+
+class OwnCell(qon_ats.Cell):
+    def clear_last_test_data(self) -> None:
+        self.notes = ["cleared"]
+
+    def print(self, message: str, end: str = "\n") -> None:
+        super().print(message.upper(), end)
+
+    def _show_an_assertion(self, assertion: qon_ats.Assertion) -> None:
+        self.notes.append(assertion.name)
+
+    def is_in_debug_mode(self) -> bool:
+        return True
+
+
+def test_a_subclass_of_the_cell_is_asked(station: Station, monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setattr(qon_ats, "Cell", OwnCell)
+    cell = station.run(station("self.debug_print('hello')\nself.append_ok('item', 1)").cells[0])
+    assert (cell.notes, texts(cell.ui_assertions)) == (["cleared", "item"], [])
+    assert cell.ui_test_logger.GetValue() == "HELLO\n"
+
+
+def test_own_columns_and_the_debug_shell(station: Station) -> None:
+    before = {name: getattr(builtins, name, None) for name in ("exit", "quit", "close")}
+    columns = [["Result", 90], ["Name", 120], ["Elapse_Time", 60]]
+    frame = station("self.append_ng('b', 1)", "", column_info=columns, show_debug_shell=True)
+    grid = station.run(frame.cells[0]).ui_assertions
+    assert [grid.GetColLabelValue(col) for col in range(3)] == ["Result", "Name", "Elapse_Time"]
+    assert (texts(grid), colours(grid, 0)) == ([["NG", "b", "None"]], ["red"] * 3)
+    for cell in frame.cells:
+        book = cell.ui_view_notebook
+        titles = [book.GetPageText(page) for page in range(book.GetPageCount())]
+        assert titles.count("Debug Shell") == 1 and titles[-1] == "Debug Shell"
+        shell = book.GetPage(book.GetPageCount() - 1)
+        shell.push("found = (cell, frame, wx.ID_OK)", silent=True)
+        assert shell.interp.locals["found"] == (cell, frame, wx.ID_OK)
+    assert {name: getattr(builtins, name, None) for name in before} == before

@@ -1,0 +1,173 @@
+"""The station's window: its cells, totals, hooks, shared objects and closing."""
+
+import os
+from collections.abc import Iterator
+from typing import Any
+
+import pytest
+import qon_ats
+import wx
+from station import Station, counters, texts
+from support import Boxes, pump, pump_for
+
+pytest_plugins = ["stationplugin"]
+
+NAME = "Veltrano自动化测试系统"
+
+
+def test_titles_and_cells_by_index_and_by_number(station: Station) -> None:
+    frame = station("meet()\nself.append_ok('a', 1)", "")
+    for title, shown in (("@Line 3", "Line 3"), ("Line 3", f"{NAME} - Line 3"), ("@", ""), ("", NAME)):
+        frame = station.build(title=title)
+        assert frame.GetTitle() == shown
+    assert frame.get_cell() is frame.get_cell(-2) is frame.cells[0] and frame.get_cell_count() == 2
+    for refused, error in (
+        (lambda: frame.get_cell(2), IndexError),
+        (lambda: frame.start_cell("1"), TypeError),
+    ):
+        with pytest.raises(error):
+            refused()
+    for number in (0, 3, -1):
+        assert frame.start_cell(number, "SN") is None
+    pump_for(0.02)
+    assert not frame.is_running()
+    frame.start_cell(1, "SN1")
+    station.meetings[1].arrived()
+    assert [frame.is_running(n) for n in (None, 0, 1, 2, 3, -1)] == [True, False, True, False, False, False]
+    assert frame.cells[0].uut.serial_number == "SN1"
+
+
+def test_start_all_abort_all_totals_and_clearing(station: Station, boxes: Boxes) -> None:
+    long = "self.append_ok('a', 1)\nself.sleep(60)"
+    bad = "meet()\nself.append_ng('VOUT', 1)"
+    frame = station("self.append_ok('a', 1)\nmeet()", bad, long, "meet()\n" + long)
+    viewer = frame._ATSFrame__test_data_viewer
+    assert not viewer.IsShown()
+    frame.on_show_test_data_window(None)
+    assert viewer.IsShown()
+    listed = viewer.test_data_viewer_panel.ui_history
+    told: list[Any] = []
+    frame.cell_start_event.subscribe(told.append)
+    frame.on_start_all(None)
+    for number in (1, 2, 4):
+        station.meetings[number].arrived()
+    assert told == frame.cells and len({cell._test_thread for cell in frame.cells}) == 4
+    pump(lambda: [row[3] for row in texts(listed)] == ["TBD"] * 4)  # as they start
+    station.finish(*frame.cells[:2])
+    frame.on_abort_all(None)
+    station.finish(*frame.cells[2:])
+    results = [cell.ui_history_grid.GetCellValue(0, 3) for cell in frame.cells]
+    assert results == ["OK", "NG", "Aborted", "Aborted"]
+    pump(lambda: [row[3:] for row in texts(listed)] == [["OK", ""], ["NG", "VOUT"], ["OK", ""], ["OK", ""]])
+    assert viewer.get_uut_list() == [cell.uut for cell in frame.cells]
+    for answer, units in ((wx.NO, 4), (wx.YES, 0)):
+        boxes.answer = answer
+        frame.on_clear_statistics(None)
+        none = ["0", "0", "0.00%"]
+        assert counters(frame) == (["1", "1", "50.00%"] if units else none)
+        assert counters(frame.cells[1]) == (["0", "1", "0.00%"] if units else none)
+        assert [cell.ui_history_grid.GetNumberRows() for cell in frame.cells] == [units // 4] * 4
+        assert len(viewer.get_uut_list()) == units
+    assert boxes.of("Confirm") == ["Are you sure to clear statistics data?\nIt's not reversible!"] * 2
+
+
+@pytest.fixture
+def verdict_words() -> Iterator[tuple[str, str]]:
+    words = qon_ats.Assertion.OK_STR, qon_ats.Assertion.NG_STR
+    yield "合格", "不良"
+    qon_ats.Assertion.OK_STR, qon_ats.Assertion.NG_STR = words
+
+
+def test_own_words_for_ok_and_ng(station: Station, verdict_words: tuple[str, str]) -> None:
+    frame = station("self.append_ok('a', 1)", "self.append_ng('a', 1)")
+    frame.ok_str, frame.ng_str = verdict_words
+    assert (frame.ok_str, frame.ng_str) == verdict_words
+    assert (frame.ui_ok_count_label.GetLabel(), frame.ui_ng_count_label.GetLabel()) == verdict_words
+    for cell, word in zip(frame.cells, verdict_words, strict=True):
+        station.run(cell)
+        assert cell.ui_history_grid.GetCellValue(0, 3) == cell.ui_assertions.GetCellValue(0, 5) == word
+    grid = frame._ATSFrame__test_data_viewer.test_data_viewer_panel.ui_history
+    pump(lambda: tuple(row[3] for row in texts(grid)) == verdict_words)
+
+
+def test_what_scripts_share_with_their_frame(station: Station) -> None:
+    frame = station(
+        "self.set_shared_obj('lock', threading.Lock())\nself.debug_print('detail')\nself.append_ok('a', 1)",
+        "self.append_ok('a', self.get_shared_obj('lock').locked())\n"
+        "meet.notes.append(self.frame_noumenon.is_in_ui_thread())",
+    )
+    with pytest.raises(KeyError):
+        frame.get_shared_obj("lock")
+    for debug, log in ((True, "detail\n"), (False, "")):
+        frame.ui_in_debug_mode.Check(debug)
+        frame.on_change_debug_mode(None)
+        assert [cell.is_in_debug_mode() for cell in frame.cells] == [debug, debug]
+        assert station.run(frame.cells[0]).ui_test_logger.GetValue() == log
+    assert station.run(frame.cells[1]).uut.is_ok
+    assert station.meetings[2].notes == [False] and frame.is_in_ui_thread()
+
+
+class Hooked(qon_ats.ATSFrame):
+    """Hooks that take part in the test; with an `error` they raise it."""
+
+    error: Exception | None = None
+
+    def __init__(self, *args: Any) -> None:
+        self.calls: list[str] = []
+        super().__init__(*args)
+        self._hook("built")
+
+    def startup_initializer(self) -> None:
+        self._hook("started")
+
+    def exit_finalizer(self) -> None:
+        self._hook("ended")
+
+    def _hook(self, name: str) -> None:
+        self.calls.append(name)
+        if self.error:
+            raise self.error
+
+
+@pytest.fixture
+def exits(monkeypatch: pytest.MonkeyPatch) -> list[int]:
+    codes: list[int] = []
+    monkeypatch.setattr(os, "_exit", codes.append)
+    return codes
+
+
+@pytest.mark.parametrize("error", [None, OSError("no fixture on COM3")])
+def test_hooks(error: Exception | None, station: Station, boxes: Boxes, exits: list[int]) -> None:
+    frame = station(frame_type=Hooked)
+    calls = frame.calls
+    pump_for(0.05)
+    assert calls == ["built", "started"]  # once, from the event loop
+    frame.error = error
+    frame.on_trigger_initializer(None)
+    assert ["OSError: no fixture on COM3" in text for text in boxes.of("Error")] == [True] * bool(error)
+    boxes.shown.clear()
+    frame.Close()  # no test is running: not asked
+    assert calls[3:] == ["ended"] and exits == [0]
+    told = [f"Exit finalizer function raise exception: {error}. Exit anyway."] if error else []
+    assert boxes.texts == told and pump(lambda: not frame)
+
+
+@pytest.mark.parametrize("force", [False, True])
+def test_closing_a_running_station(force: bool, station: Station, boxes: Boxes, exits: list[int]) -> None:
+    frame = station("meet()\nself.append_ok('a', 1)", frame_type=Hooked)
+    cell = frame.cells[0]
+    cell.start("SN1")
+    station.meetings[1].arrived()
+    boxes.answer = wx.NO
+    assert frame.Close(force) is force  # a forced close cannot be vetoed, only declined
+    assert (exits, "ended" in frame.calls, frame.IsShown()) == ([], False, True)
+    [box] = boxes.shown
+    assert box.args == ("Test is still running...\nAre you sure to exit?", "Info")
+    assert box.kwargs == {"style": wx.YES_NO | wx.ICON_QUESTION}
+    station.finish(cell)  # the run went on
+    assert cell.ui_history_grid.GetCellValue(0, 3) == "OK"
+    cell.start("SN2")
+    pump(cell.is_running)
+    boxes.answer = wx.YES
+    frame.Close(force)
+    assert exits == [0]  # at once, whatever the thread does

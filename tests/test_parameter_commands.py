@@ -1,0 +1,136 @@
+"""Commands on the test parameters and on the limits: edit, reload, save, export."""
+
+import shutil
+from pathlib import Path
+from typing import Any
+from unittest import mock
+
+import openpyxl
+import pytest
+import qon_touch
+import wx
+from qon_ats import ATSFrame
+from qon_paratree import ParameterDirectory
+from station import Answers, Station, file_dialog
+from support import HEADER, Boxes, write_book
+
+pytest_plugins = ["stationplugin"]
+
+
+@pytest.fixture
+def bench(station: Station) -> Path:
+    """The workbook of a parameters directory."""
+    (station.folder / "app_config").mkdir()
+    return write_book(station.folder / "app_config" / "bench.xlsx", {"supply": {"volts": 12.0}})
+
+
+def volts(frame: ATSFrame) -> Any:
+    return frame.app_config["bench/supply/volts"]
+
+
+@pytest.mark.parametrize("edit", [False, True])
+def test_reload_and_edit(edit: bool, bench: Path, station: Station, boxes: Boxes) -> None:
+    frame = station()
+    command = frame.on_edit_test_parameters if edit else frame.on_reload_test_parameters
+    edits = (lambda: write_book(bench, {"supply": {"volts": 13.5}}), lambda: bench.write_bytes(b"half a wor"))
+    for write in edits:
+        with Answers(lambda dialog, write=write: (write(), dialog.Close())) as shown:
+            edit or write()  # while the editor is open, or before
+            command(None)
+        assert len(shown.titles) == edit and volts(frame) == 13.5  # what was loaded stays
+    *reloaded, failed = boxes.shown
+    assert [box.text for box in reloaded] == ([] if edit else ["参数重新加载完成"])
+    assert (
+        failed.kind == "Error"
+        and failed.text.startswith("参数重新加载失败：")
+        and "bench.xlsx" in failed.text
+    )
+
+
+def test_save(bench: Path, station: Station, boxes: Boxes) -> None:
+    frame = station()
+    frame.app_config["bench/supply/volts"] = 5.5
+    frame.on_save_test_parameters(None)
+    assert ParameterDirectory.load(bench.parent)["bench/supply/volts"] == 5.5
+    shutil.rmtree(bench.parent)
+    bench.parent.write_text("a file in the way")
+    with pytest.raises(OSError, match="app_config"):
+        frame.on_save_test_parameters(None)
+    assert volts(frame) == 5.5
+    for directory in ("", "nowhere"):
+        station.use(ATSFrame(None, "", str(station.book), directory)).on_save_test_parameters(None)
+    assert [(box.kind, box.text) for box in boxes.shown] == [
+        ("Notice", "参数保存成功。"),
+        ("Error", "程序未提供有效的参数存储路径，保存操作无法执行。"),
+        ("Error", "尚未加载有效参数，保存操作无法执行。"),
+    ]
+
+
+ITEMS = """
+    self.assert_limits('VOUT', 5.012, 4.9, 5.1, 'V')
+    self.assert_limits('RIPPLE', 7, None, 9, 'mV')
+    self.assert_equal('版本', '1.0.2', '1.0.2')
+    self.append_ok('LED', True)
+    self.append_ok('NONE', None)
+    self.assert_limits('NG', -3.5, 0, None, 'Ω', stop_if_ng=False)"""
+
+
+def export(frame: ATSFrame, path: Path | None) -> dict[str, Any]:
+    """Export the limits: what the file dialog was asked for, {} without one."""
+    with file_dialog(path) as asked:
+        frame.on_export_assertion_config(None)
+    return dict(asked.call_args.kwargs, message=asked.call_args.args[1]) if asked.called else {}
+
+
+def test_exported_limits_are_read_back(station: Station, boxes: Boxes) -> None:
+    frame = station(ITEMS)
+    cell = station.run(frame.cells[0])
+    path = station.folder / "new.xlsx"
+    assert export(frame, path) == {
+        "message": "请输入设置参数保存的文件名", "defaultFile": "limits.xlsx", "defaultDir": ".",
+        "wildcard": "Excel File(*.xlsx)|*.xlsx", "style": wx.FD_SAVE | wx.FD_OVERWRITE_PROMPT,
+    }  # fmt: skip
+    rows = list(openpyxl.load_workbook(path).active.values)
+    assert rows[0] == HEADER and [row[1] for row in rows[1:]] == [5.012, 7, "1.0.2", True, None, -3.5]
+    cell.set_assertion_config_file(str(path))
+    read = [(p.name, p.low, p.up, p.unit, p.type) for p in cell.assertion_configs.values()]
+    assert read == [
+        ("VOUT", 4.9, 5.1, "V", "float"),
+        ("RIPPLE", None, 9, "mV", "int"),
+        ("版本", "1.0.2", "1.0.2", "", "str"),
+        ("LED", None, None, "", "bool"),
+        ("NONE", None, None, "", "str"),
+        ("NG", 0, None, "Ω", "float"),
+    ]
+    station.run(cell)
+    export(frame, path)
+    assert list(openpyxl.load_workbook(path).active.values) == rows
+    assert boxes.texts == ["保存测试项参数设置成功。"] * 2
+
+
+def test_exports_refused_cancelled_and_failed(
+    station: Station, boxes: Boxes, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    input_integer = mock.Mock(side_effect=[2, None, 2, 2, 2, 2])
+    monkeypatch.setattr(qon_touch, "input_integer", input_integer)
+    export(station(main={"cell_count": 0}), None)
+    frame = station("", "self.append_ok('list', [1, 2])", "", assertion_config_file=" ")
+    cell = frame.cells[1]
+    export(frame, None)
+    assert boxes.texts == [
+        "要导出测试项设置参数，必须要有一个测试工位（Cell），并且执行了测试（最好执行了完整的全部测试内容）。",
+        "要导出测试项设置参数，必须要先执行一次测试，最好是执行了完整的、全部的测试内容。",
+    ]
+    station.run(cell)
+    cell.cell_config.get_parameter("assertion_config_file").value = "sub/board.xlsx"
+    assert export(frame, None) == {}  # no cell was given
+    input_integer.assert_called_with(minimum=1, maximum=3, message="请输入测试工位号（Cell Number）:")
+    asked = export(frame, None)
+    assert (asked["defaultDir"], asked["defaultFile"]) == ("sub", "board.xlsx") and len(boxes.shown) == 2
+    export(frame, station.folder / "list.xlsx")  # a cell cannot hold a list
+    cell.uut.assertions[0].update(1)
+    for path in (station.folder / "missing" / "limits.xlsx", station.folder):
+        export(frame, path)
+    failures = boxes.of("Error")[2:]
+    assert [text.startswith("保存测试项参数设置到文件时发生异常：") for text in failures] == [True] * 3
+    assert "missing/limits.xlsx" in failures[1] and len(boxes.shown) == 5
