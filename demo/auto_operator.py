@@ -148,7 +148,7 @@ class AutoOperator:
                 next(self._work)
         except StopIteration:
             self._end(None)
-        except Exception as error:
+        except Exception as error:  # noqa: BLE001 - whatever it is, the run has to end
             self._end(error)
 
     def _end(self, error: Exception | None) -> None:

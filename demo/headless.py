@@ -167,7 +167,7 @@ def main() -> int:
     def build() -> HeadlessStation:
         try:
             return HeadlessStation(str(own / PARAMETERS), output)
-        except Exception:  # the window that shows this to a person would wait for ever
+        except Exception:  # noqa: BLE001 - the window that shows it to a person would wait for ever
             traceback.print_exc()
             os._exit(1)
 

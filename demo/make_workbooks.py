@@ -18,7 +18,7 @@ from qon_testparameters import Parameter, write_sheet
 
 HERE = Path(__file__).parent
 CELLS = 4
-FIRST_PORT = 47100
+FIRST_PORT = 15100
 EPOCH = "2000-01-01T00:00:00Z"
 
 Sheets = dict[str, list[Parameter]]

@@ -1,4 +1,4 @@
-"""`python -m bench_sim --cells 4 --port 47100`: the bench as a process, until its input ends."""
+"""`python -m bench_sim --cells 4 --port 15100`: the bench as a process, until its input ends."""
 
 import argparse
 import asyncio
@@ -11,7 +11,7 @@ from .server import BenchServer
 def main() -> int:
     parser = argparse.ArgumentParser(description="simulated bench of the demonstration station")
     parser.add_argument("--cells", type=int, default=4)
-    parser.add_argument("--port", type=int, default=47100, help="first port; ten are set aside for each cell")
+    parser.add_argument("--port", type=int, default=15100, help="first port; ten are set aside for each cell")
     arguments = parser.parse_args()
     try:
         asyncio.run(_serve_while_input_open(BenchServer(arguments.cells, arguments.port)))

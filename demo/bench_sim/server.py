@@ -1,9 +1,11 @@
 """Serves the simulated instruments as SCPI sockets on the loopback interface, each on its own port."""
 
 import asyncio
+import os
 import socket
 import threading
 import time
+from collections import deque
 from collections.abc import Awaitable, Callable
 from typing import Self
 
@@ -13,6 +15,8 @@ from .scpi import ScpiInstrument
 HOST = "127.0.0.1"
 KINDS = ("supply", "load", "meter", "fixture")
 MEASURE_SECONDS = 0.015
+# Below the ports that the system gives to outgoing connections.
+FREE_PORTS = range(15200, 32000)
 
 
 def port(first_port: int, cell_number: int, kind: str) -> int:
@@ -23,7 +27,9 @@ def port(first_port: int, cell_number: int, kind: str) -> int:
 def free_port(cell_count: int) -> int:
     """A first port whose followers nobody uses, for a bench beside others."""
     size = 10 * cell_count
-    for first in range(47200, 60000, size):
+    candidates = deque(range(FREE_PORTS.start, FREE_PORTS.stop, size))
+    candidates.rotate(-os.getpid())  # two that look at the same moment find different ones
+    for first in candidates:
         try:
             for number in range(first, first + size):
                 with socket.socket() as probe:
