@@ -49,6 +49,11 @@ class CellBench:
             self.fixture = connect("fixture", Fixture)
             self._sessions = opening.pop_all()
 
+    def unit_in_place(self, wanted: str) -> str:
+        """The label of the unit in the fixture, "" while it is not the wanted one; any will do when none is."""
+        label = self.fixture.label()
+        return label if label == (wanted or label) else ""
+
     def outputs_off(self) -> None:
         """The load first, so that it never pulls on a unit without supply; the supply in any case."""
         try:

@@ -50,7 +50,12 @@ def station_sheets() -> Sheets:
 
 def recheck_sheets() -> Sheets:
     """One cell that repeats the few items for which boards come back from the field."""
-    main = [row("cell_count", 1, "Number of cells", 1, 20), row("show_toolbar", True, "Show the tool bar")]
+    main = [
+        row("cell_count", 1, "Number of cells", 1, 20),
+        row("show_toolbar", True, "Show the tool bar"),
+        row("run_ticker", True, "Watch the fixture for units from the start"),
+        row("ticker_interval", 500, "Interval of that watch", 0, 60000, "ms"),
+    ]
     return {"main": main, "cell1": cell_rows("scripts/dcdc_recheck.py", stop_if_ng=False)}
 
 

@@ -72,9 +72,9 @@ class CellRunner(CellRunnerBase):
 
     def _wait_for_unit(self) -> None:
         """The scanned unit has to lie in the fixture; nothing scanned, the label there counts."""
-        wanted = self.uut.serial_number
-        self.set_prompt(f"Fit the board {wanted or ''}, close the lid")
-        while not (label := self.bench.fixture.label()) or label != (wanted or label):
+        wanted = self.uut.serial_number or ""
+        self.set_prompt(f"Fit the board {wanted}, close the lid")
+        while not (label := self.bench.unit_in_place(wanted)):
             self.sleep(0.2)
         if not wanted:
             self.set_serial_number(label)

@@ -37,9 +37,11 @@ class CellRunner(CellRunnerBase):
 
     def run(self) -> None:
         self._bench = CellBench(self.app_config, self.cell_number)
-        while self._bench.fixture.label() != self.uut.serial_number:
-            self.set_prompt(f"Fit the board {self.uut.serial_number}, close the lid")
+        wanted = self.uut.serial_number or ""
+        self.set_prompt(f"Fit the board {wanted}, close the lid")
+        while not (label := self._bench.unit_in_place(wanted)):
             self.sleep(0.2)
+        self.set_serial_number(label)
         self._bench.supply.set(self._rating.nominal_volt, self._rating.limit_ampere)
         self._bench.supply.switch(True)
         items = self.items(self._bench)
@@ -77,4 +79,4 @@ class CellRunner(CellRunnerBase):
         bench.load.switch(ampere > 0.0)
 
     def _ripple(self, bench: CellBench) -> float:
-        return bench.meter.ripple_volt(CHANNEL_OUTPUT) * 1000.0
+        return round(bench.meter.ripple_volt(CHANNEL_OUTPUT) * 1000.0, 2)
