@@ -40,7 +40,9 @@ APPLICATION = """
 
         def end(self):
             shown = [w for w in wx.GetTopLevelWindows() if w is not self and w.IsShown()]
-            print([type(w).__name__ for w in shown], shown[0].list.GetItemCount(), shown[0].list.GetItemText(0))
+            kinds = shown[0].list.GetItemCount()
+            counts = [int(shown[0].list.GetItemText(row)) for row in range(kinds)]
+            print([type(w).__name__ for w in shown], kinds, max(counts))
             self.Close()
 
     sys.exit(qon_station.run(Station, log_file=sys.argv[1]))
