@@ -29,7 +29,7 @@ class CellPages(wx.Notebook):
         self.history.always_newest = True
         self.log_page = wx.Panel(self)
         self.log = LogView(self.log_page)
-        self.browse = wx.Button(self.log_page, label=_("Choose &script\u2026"), style=wx.BU_EXACTFIT)
+        self.browse = wx.Button(self.log_page, label=_("Choos&e script\u2026"), style=wx.BU_EXACTFIT)
         self.browse.SetToolTip(_("Choose the test script of this cell, where the application offers it"))
         column = wx.BoxSizer(wx.VERTICAL)
         column.Add(self.log, 1, wx.EXPAND)

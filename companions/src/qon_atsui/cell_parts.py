@@ -62,4 +62,4 @@ def abort_button(parent: wx.Window) -> CommandButton:
 
 
 def details_button(parent: wx.Window) -> CommandButton:
-    return CommandButton(parent, _("&Details"), _("Show items, history and log of this cell"))
+    return CommandButton(parent, _("Deta&ils"), _("Show items, history and log of this cell"))

@@ -87,7 +87,7 @@ def menus() -> tuple[Menu, ...]:
             ),
         ),
         (
-            _("&Parameters"),
+            _("Para&meters"),
             (
                 Command(
                     "on_edit_test_parameters",
