@@ -33,6 +33,8 @@ from bench_sim.server import BenchThread, free_port
 from cell_bench import CellBench
 from scpi_instruments import InstrumentError, Supply
 
+sys.path.remove(str(DEMO))  # other tests must not find its modules
+
 CELLS = len(DEFECTS) + 1
 GOOD = "4711-000002"
 FIRST_FAILED = {
@@ -82,9 +84,12 @@ class Bench:
 
 
 @pytest.fixture
-def in_demo(monkeypatch: pytest.MonkeyPatch, import_state: None) -> None:
-    """Paths in the configuration workbook are relative to the station's folder."""
+def in_demo(monkeypatch: pytest.MonkeyPatch, import_state: None) -> Iterator[None]:
+    """As started from the station's folder, where its workbook's paths begin and its modules lie."""
     monkeypatch.chdir(DEMO)
+    sys.path.append(str(DEMO))
+    yield
+    sys.modules.pop("manual_operation_dialog", None)
 
 
 @pytest.fixture
