@@ -80,6 +80,7 @@ class Cell(wx.Panel):
             wx.EVT_TEXT_ENTER, lambda event: None if self.ui_serial_number.is_echo() else start(event)
         )
         bind(self, self.ui_abort, wx.EVT_BUTTON, "on_abort_cell_test")
+        self.ui_abort.Bind(wx.EVT_BUTTON, self._ui_on_abort)
         bind(self, self._ui_pages.browse, wx.EVT_BUTTON, "on_browse_script")
         self.ui_start.changed = self._ui_start_changed
         self.ui_serial_number.after_typing = self.ui_start
@@ -111,6 +112,11 @@ class Cell(wx.Panel):
         self._ui_look_for_fault()
         if not enabled:
             self._ui_head.serial.SetValue(self.ui_serial_number.GetValue())
+
+    def _ui_on_abort(self, event: wx.Event) -> None:
+        """Seen at once; the test may take a while to its next check point."""
+        event.Skip()
+        self._ui_signs.abort_asked()
 
     def _ui_look_for_fault(self) -> None:
         """The traceback of a run may reach the log after its verdict."""

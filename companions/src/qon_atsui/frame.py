@@ -5,6 +5,7 @@ from __future__ import annotations
 import wx
 
 from qon_atsui import palette
+from qon_atsui.cell import Cell
 from qon_atsui.commands import CommandBars
 from qon_atsui.handlers import relay
 from qon_atsui.icons import window_icon
@@ -32,6 +33,7 @@ class Frame(wx.Frame):
         self._ui_create()
         self.ui_initializer_trigger = OneShotTimer(self, "on_trigger_initializer")
         self.ui_ticker_timer = OneShotTimer(self, "on_ticker_timer_event")
+        self.Bind(wx.EVT_MENU, self._ui_on_abort_all, bars.menu_items["on_abort_all"])
         self.Bind(wx.EVT_ACTIVATE, self._ui_on_activate)
         self.Bind(wx.EVT_CLOSE, relay(self, "on_close_app", otherwise=wx.Event.Skip))
 
@@ -62,6 +64,11 @@ class Frame(wx.Frame):
         self._ui_is_new = False
         if not isinstance(wx.Window.FindFocus(), SerialEntry):
             next_entry(self)
+
+    def _ui_on_abort_all(self, event: wx.CommandEvent) -> None:
+        for cell in self.ui_cell_panel.GetChildren():
+            if isinstance(cell, Cell):
+                cell._ui_on_abort(event)
 
     def _ui_next_cell(self, _event: wx.CommandEvent) -> None:
         next_entry(self)

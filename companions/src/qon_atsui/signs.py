@@ -43,6 +43,7 @@ class Told:
     colour: str = "white"
     busy: bool = False
     paused: bool = False
+    aborting: bool = False
     asking: bool = False
     verdict: str = ""
     fault: str = ""
@@ -65,6 +66,8 @@ def _busy(told: Told) -> Face:
         shade = palette.GRAY if told.phase else palette.GRAY_DIM
         return Face("paused", "pause", _("PAUSED"), text, shade)
     shade = palette.SLATE if told.phase else palette.SLATE_DIM
+    if told.aborting:
+        return Face("testing", "progress", _("TESTING"), _("Aborting at the next check point"), shade, "text")
     if told.colour not in (*_BLINK, "white"):
         shade = palette.shade_of(told.colour)  # a script's own colour, until the next blink
     return Face("testing", "progress", _("TESTING"), text, shade, "text" if text else "word")
@@ -142,9 +145,13 @@ class Signs:
         """The entry is disabled for the length of a test; `verdict` is the history's word for its end."""
         self.entry_disabled = not enabled
         if enabled and self.told.busy:
-            self._update(busy=False, paused=False, verdict=verdict)
+            self._update(busy=False, paused=False, aborting=False, verdict=verdict)
         elif not enabled:
             self._update(verdict="", fault="")
+
+    def abort_asked(self) -> None:
+        """The operator wants the test to end; until it does the product says nothing about it."""
+        self._update(aborting=self.told.busy)
 
     @property
     def wants_fault(self) -> bool:
