@@ -406,7 +406,7 @@ class CellBase:
 
         For the owner of a cell without a window, once `has_done()` is true.
         """
-    def start(self, serial_number: str | None = "") -> None:
+    def start(self, serial_number: str = "") -> None:
         """Start a run; a cell that runs ignores it, paused or not.  serial_number: None when there is none."""
     def handle_start_request(self, serial_number: str | None = "") -> None:
         """What the start button does: start a run when ready, resume a paused one, else nothing."""
@@ -814,7 +814,7 @@ class Cell(CellBase, _CellUIBase):
         """The main frame of the station."""
     def is_in_debug_mode(self) -> bool:
         """Whether the station is in debug mode.  Any thread."""
-    def start(self, serial_number: str | None = "") -> None:
+    def start(self, serial_number: str = "") -> None:
         """Start a run; a cell that runs ignores it, paused or not.  Any thread.
 
         serial_number: None when there is none.
@@ -1021,7 +1021,7 @@ class ATSFrame(_Frame):
     def __init__(
         self,
         parent: wx.Window | None = None,
-        title: str = "",
+        title: str | None = "",
         config_file: str = "ats_config.xlsx",
         app_config_dir: str | None = "app_config",
     ) -> None:
@@ -1037,7 +1037,7 @@ class ATSFrame(_Frame):
         """A cell by its index from 0; IndexError when there is none."""
     def get_cell_count(self) -> int:
         """The number of cells."""
-    def start_cell(self, cell_number: int, serial_number: str | None = "") -> None:
+    def start_cell(self, cell_number: int, serial_number: str = "") -> None:
         """Start a run in a cell by its number from 1; other numbers do nothing.  Any thread."""
     def is_running(self, cell_number: int | None = None) -> bool:
         """Whether the cell of this number from 1 runs.  None: any cell.  0: the ticker function.  Any thread."""

@@ -180,7 +180,7 @@ EXAMPLE = """
         def ticker_function(self) -> None:
             for cell in self.cells:
                 if cell.is_ready() and self._ticker_interval > 0:
-                    cell.start(None)
+                    cell.start("SN 1")
 
         def startup_initializer(self) -> None:
             with self.ticker_blocker(0.5):

@@ -5,6 +5,8 @@
 namespace ats {
 namespace {
 
+constexpr char kNoExit[] = "Close the station's window to leave the application.";
+
 // The shell replaces these builtins for the whole process; they are put back when it is built.
 class KeptBuiltins {
   public:
@@ -37,6 +39,9 @@ void offer_names(nb::handle shell, nb::handle cell) {
     space["cell"] = cell;
     space["frame"] = cell.attr("main_frame");
     space["wx"] = python_module<"wx">();
+    space["shell"] = shell;
+    // Typed into the prompt, the interpreter's own would end the station.
+    for (const char* each : {"exit", "quit", "close"}) space[each] = kNoExit;
     nb::setattr(interpreter, "locals", space);
 }
 

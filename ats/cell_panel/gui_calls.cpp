@@ -2,6 +2,7 @@
 #include "cell_panel/cell_panel.hpp"
 #include "module/fields.hpp"
 #include "module/imports.hpp"
+#include "module/shown_dialog.hpp"
 
 namespace ats {
 namespace {
@@ -19,11 +20,6 @@ nb::object result_of(const nb::object& info) {
     call_after(info);
     info.attr("wait")();
     return info.attr("result");
-}
-
-nb::object dialog_answer(const nb::object& dialog) {
-    nb::object answer = dialog.attr("ShowModal")();
-    return answer;
 }
 
 bool confirmed(nb::handle answer) { return answer.equal(python_module<"wx">().attr("ID_OK")); }
@@ -53,10 +49,10 @@ nb::object ask_true_or_false(nb::handle self, const Arguments& args) {
 nb::object do_ask_true_or_false(nb::handle self, const Arguments& args) {
     const nb::tuple rest = nb::borrow<nb::tuple>(args[0]);
     const nb::kwargs keywords = nb::borrow<nb::kwargs>(args[1]);
-    const nb::object dialog =
-        imported<"TrueOrFalseDialog">()(self, self.attr("get_cell_name")(), *rest, **keywords);
-    const nb::object answer = dialog_answer(dialog);
-    dialog.attr("Destroy")();
+    ShownDialog dialog(
+        imported<"TrueOrFalseDialog">()(self, self.attr("get_cell_name")(), *rest, **keywords));
+    const nb::object answer = dialog.show();
+    dialog.destroy();
     return nb::bool_(confirmed(answer));
 }
 
@@ -75,11 +71,11 @@ nb::object input_text(nb::handle self, const Arguments& args) {
 nb::object do_input_text(nb::handle self, const Arguments& args) {
     const nb::object wx = python_module<"wx">();
     const nb::object style = wx.attr("OK") | wx.attr("CANCEL") | wx.attr("CENTRE");
-    const nb::object dialog = wx.attr("TextEntryDialog")(
-        self, nb::arg("message") = args[0], nb::arg("caption") = args[1], nb::arg("style") = style);
-    const nb::object answer = dialog_answer(dialog);
-    nb::object text = dialog.attr("GetValue")();
-    dialog.attr("Destroy")();
+    ShownDialog dialog(wx.attr("TextEntryDialog")(self, nb::arg("message") = args[0],
+                                                  nb::arg("caption") = args[1], nb::arg("style") = style));
+    const nb::object answer = dialog.show();
+    nb::object text = dialog.get().attr("GetValue")();
+    dialog.destroy();
     return confirmed(answer) ? text : nb::none();
 }
 

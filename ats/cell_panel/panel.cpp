@@ -30,7 +30,7 @@ void add_columns(nb::handle self) {
 
 nb::object init(nb::handle self, const Arguments& args) {
     cell_base_class().attr("__init__")(self, nb::arg("number") = args[2], nb::arg("cell_config") = args[3]);
-    imported<"_CellUIBase">().attr("__init__")(self, args[0]);
+    own_name<"_CellUIBase">().attr("__init__")(self, args[0]);
     set_field<"_the_frame">(self, args[1]);
     self.attr("ui_cell_name").attr("SetLabel")(self.attr("name"));
     if (truth(self.attr("cell_config").attr("get")("show_debug_shell", true))) add_debug_shell(self);
@@ -140,7 +140,7 @@ constexpr Member kMembers[] = {
     property("main_frame", main_frame),
     method("is_in_debug_mode()", is_in_debug_mode),
     // starting and its buttons
-    method("start(serial_number: str? = '')", start),
+    method("start(serial_number: str = '')", start),
     method("do_start(serial_number: str?)", do_start),
     method("clear_last_test_data()", clear_last_test_data),
     method("on_start_cell_test(event)", on_start_cell_test),

@@ -69,9 +69,14 @@ void label_start_button(nb::handle self) {
 
 // Hours go on counting after a day.
 void show_elapsed_time(nb::handle self) {
-    const long long t = nb::cast<long long>(nb::int_(nb::object(self.attr("get_elapse_time")())));
+    const nb::object t = nb::int_(nb::object(self.attr("get_elapse_time")()));
+    const auto over = [&](int seconds) { return nb::object(t.attr("__floordiv__")(seconds)); };
+    const auto within = [](const nb::object& count, int base) {
+        return nb::object(count.attr("__mod__")(base));
+    };
     const nb::object text =
-        nb::str("%02d:%02d:%02d").attr("__mod__")(nb::make_tuple(t / 3600, t / 60 % 60, t % 60));
+        nb::str("%02d:%02d:%02d")
+            .attr("__mod__")(nb::make_tuple(over(3600), within(over(60), 60), within(t, 60)));
     self.attr("ui_elapse_time").attr("SetValue")(text);
 }
 

@@ -142,7 +142,7 @@ constexpr Member kMembers[] = {
     method("is_in_cell_test_thread()", is_in_cell_test_thread),
     method("reset_state()", reset_state),
     // a run
-    method("start(serial_number: str? = '')", start),
+    method("start(serial_number: str = '')", start),
     method("handle_start_request(serial_number: str? = '')", handle_start_request),
     method("do_start(serial_number: str?)", do_start),
     method("_run_script(script)", run_script),

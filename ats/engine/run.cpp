@@ -58,6 +58,20 @@ void clean_up(nb::handle runner) {
     }
 }
 
+// The unit and the thread of a run.  A run that cannot even begin leaves the cell ready for the next attempt.
+void begin_run(nb::handle self, nb::handle serial_number, nb::handle script) {
+    try {
+        set_field<"_start_time">(self, nb::float_(now()));
+        set_field<"_CellBase__uut">(self,
+                                    self.attr("uut_type")(nb::arg("serial_number") = serial_number,
+                                                          nb::arg("cell_number") = self.attr("cell_number")));
+        self.attr("_run_script")(script);
+    } catch (const nb::python_error&) {
+        set_field<"running_state">(self, field<"CellStateStop">(self));
+        throw;
+    }
+}
+
 }  // namespace
 
 bool in_test_thread(nb::handle cell) {
@@ -83,11 +97,7 @@ nb::object do_start(nb::handle self, const Arguments& args) {
     self.attr("clear_last_test_data")();
     self.attr("reset_state")();
     set_field<"running_state">(self, field<"CellStateBusy">(self));
-    set_field<"_start_time">(self, nb::float_(now()));
-    set_field<"_CellBase__uut">(self,
-                                self.attr("uut_type")(nb::arg("serial_number") = args[0],
-                                                      nb::arg("cell_number") = self.attr("cell_number")));
-    self.attr("_run_script")(script);
+    begin_run(self, args[0], script);
     return nb::none();
 }
 

@@ -20,8 +20,13 @@ void finalize(nb::handle self) {
     }
 }
 
-// An event that cannot be vetoed must not be: wx asserts.
-bool can_veto(nb::handle event) { return !nb::hasattr(event, "CanVeto") || truth(event.attr("CanVeto")()); }
+// A close that the system forces must not be vetoed: wx asserts.
+bool can_veto(nb::handle event) {
+    const nb::object close_event = nb::getattr(python_module<"wx">(), "CloseEvent", nb::none());
+    if (!PyType_Check(close_event.ptr()) || PyObject_IsInstance(event.ptr(), close_event.ptr()) != 1)
+        return true;
+    return truth(event.attr("CanVeto")());
+}
 
 }  // namespace
 

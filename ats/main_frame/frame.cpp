@@ -70,7 +70,7 @@ void arm_timers(nb::handle self, nb::handle book) {
 }
 
 nb::object init(nb::handle self, const Arguments& args) {
-    imported<"_Frame">().attr("__init__")(self, args[0]);
+    own_name<"_Frame">().attr("__init__")(self, args[0]);
     set_field<"_manual_module">(self, nb::none());
     const nb::object book = imported<"BookParameters">()(args[2]);
     book.attr("load_sheet")("main");
@@ -143,14 +143,14 @@ nb::object on_show_test_data_window(nb::handle self, const Arguments&) {
 }
 
 constexpr Member kMembers[] = {
-    method("__init__(parent = None, title: str = '', config_file = _default_ats_config_path, "
+    method("__init__(parent = None, title = '', config_file = _default_ats_config_path, "
            "app_config_dir: str? = 'app_config')",
            init),
     // cells
     property("cells", get<"_cells">),
     method("get_cell(index: int = 0)", get_cell),
     method("get_cell_count()", get_cell_count),
-    method("start_cell(cell_number: int, serial_number: str? = '')", start_cell),
+    method("start_cell(cell_number: int, serial_number: str = '')", start_cell),
     method("is_running(cell_number = None)", is_running),
     property("cell_start_event", get<"_ATSFrame__cell_start_event">),
     method("_ATSFrame__on_start_cell_text(cell)", on_start_cell_text),

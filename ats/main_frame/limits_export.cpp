@@ -3,6 +3,7 @@
 #include "module/errors.hpp"
 #include "module/fields.hpp"
 #include "module/imports.hpp"
+#include "module/shown_dialog.hpp"
 
 namespace ats {
 namespace {
@@ -25,8 +26,9 @@ nb::object choose_cell(nb::handle self) {
     if (nb::len(cells) > 1)
         number = imported<"input_integer">()(nb::arg("minimum") = 1, nb::arg("maximum") = nb::len(cells),
                                              nb::arg("message") = kAskCell);
-    if (number.is_none()) return nb::none();
-    return cells[number - nb::int_(1)];
+    const bool chosen =
+        PyLong_Check(number.ptr()) && number > nb::int_(0) && !(number > nb::int_(nb::len(cells)));
+    return chosen ? nb::object(cells[number - nb::int_(1)]) : nb::none();
 }
 
 // None when the operator closed the dialog.
@@ -38,13 +40,13 @@ nb::object choose_file(nb::handle self, nb::handle cell) {
     if (proposed.is_none()) proposed = nb::str("limits.xlsx");
     nb::object directory = os_path.attr("dirname")(proposed);
     if (!truth(directory)) directory = nb::str(".");
-    const nb::object dialog = wx.attr("FileDialog")(
+    ShownDialog dialog(wx.attr("FileDialog")(
         self, kAskFile, nb::arg("defaultFile") = os_path.attr("basename")(proposed),
         nb::arg("defaultDir") = directory, nb::arg("wildcard") = "Excel File(*.xlsx)|*.xlsx",
-        nb::arg("style") = wx.attr("FD_SAVE") | wx.attr("FD_OVERWRITE_PROMPT"));
-    const nb::object answer = dialog.attr("ShowModal")();
-    nb::object path = dialog.attr("GetPath")();
-    dialog.attr("Destroy")();
+        nb::arg("style") = wx.attr("FD_SAVE") | wx.attr("FD_OVERWRITE_PROMPT")));
+    const nb::object answer = dialog.show();
+    nb::object path = dialog.get().attr("GetPath")();
+    dialog.destroy();
     return answer.equal(wx.attr("ID_OK")) ? path : nb::none();
 }
 

@@ -4,6 +4,7 @@
 #include "module/fields.hpp"
 #include "module/imports.hpp"
 #include "module/reloading.hpp"
+#include "module/shown_dialog.hpp"
 
 namespace ats {
 namespace {
@@ -27,21 +28,6 @@ class TickerBlock {
     bool held_;
 };
 
-class ShownDialog {
-  public:
-    explicit ShownDialog(nb::object dialog) : dialog_(std::move(dialog)) {}
-    ~ShownDialog() {
-        const nb::object done = nb::steal(PyObject_CallMethodNoArgs(dialog_.ptr(), name<"Destroy">()));
-        if (!done.is_valid()) PyErr_WriteUnraisable(dialog_.ptr());
-    }
-    ShownDialog(const ShownDialog&) = delete;
-    ShownDialog& operator=(const ShownDialog&) = delete;
-    void show() { dialog_.attr("ShowModal")(); }
-
-  private:
-    nb::object dialog_;
-};
-
 // The application's dialog class as its file stands now; None when there is no such module or class.
 nb::object user_dialog_class(nb::handle self) {
     const nb::object loaded = field<"_manual_module">(self);
@@ -62,8 +48,14 @@ nb::object user_dialog_class(nb::handle self) {
     return suits ? found : nb::none();
 }
 
+void show_and_destroy(nb::object dialog) {
+    ShownDialog shown(std::move(dialog));
+    shown.show();
+    shown.destroy();
+}
+
 nb::object init(nb::handle self, const Arguments& args) {
-    imported<"ManualDlg">().attr("__init__")(self, args[0]);
+    own_name<"ManualDlg">().attr("__init__")(self, args[0]);
     if (!args[1].equal(nb::str(""))) self.attr("ui_message").attr("SetValue")(args[1]);
     return nb::none();
 }
@@ -78,17 +70,17 @@ nb::object on_show_manual_operation_dialog(nb::handle self, const Arguments&) {
     const TickerBlock block(self, flag<"_mop_block_ticker">(self));
     nb::object dialog_class = user_dialog_class(self);
     if (dialog_class.is_none()) dialog_class = own_name<"ManualOperationDialog">();
-    ShownDialog(dialog_class(self)).show();
+    show_and_destroy(dialog_class(self));
     return nb::none();
 }
 
 nb::object on_show_about_dialog(nb::handle self, const Arguments&) {
-    ShownDialog(imported<"AboutDialog">()(self)).show();
+    show_and_destroy(imported<"AboutDialog">()(self));
     return nb::none();
 }
 
 void init_manual_operation_dialog(nb::module_& module) {
-    build_class(module, "ManualOperationDialog", nb::make_tuple(imported<"ManualDlg">()), kDialog);
+    build_class(module, "ManualOperationDialog", nb::make_tuple(own_name<"ManualDlg">()), kDialog);
 }
 
 }  // namespace ats

@@ -3,6 +3,7 @@
 #include "module/errors.hpp"
 #include "module/fields.hpp"
 #include "module/imports.hpp"
+#include "module/shown_dialog.hpp"
 
 namespace ats {
 namespace {
@@ -35,10 +36,10 @@ nb::object reload_app_config(nb::handle self, const Arguments&) {
 }
 
 nb::object on_edit_test_parameters(nb::handle self, const Arguments&) {
-    const nb::object dialog = imported<"_ParaEditorDlg">()(
-        nb::arg("parent") = self, nb::arg("path") = field<"_ATSFrame__app_config_dir">(self));
-    dialog.attr("ShowModal")();
-    dialog.attr("Destroy")();
+    ShownDialog dialog(imported<"_ParaEditorDlg">()(
+        nb::arg("parent") = self, nb::arg("path") = field<"_ATSFrame__app_config_dir">(self)));
+    dialog.show();
+    dialog.destroy();
     reload_or_report(self);
     return nb::none();
 }

@@ -5,6 +5,7 @@
 #include "module/errors.hpp"
 #include "module/fields.hpp"
 #include "module/imports.hpp"
+#include "module/shown_dialog.hpp"
 
 namespace ats {
 namespace {
@@ -19,9 +20,13 @@ constexpr double kPollPeriod = 0.05;  // seconds
 // The lock that guards the block count; another thread may hold it only for a moment.
 class CountLock {
   public:
-    explicit CountLock(nb::handle frame) : lock_(field<"_ticker_locker">(frame)) { lock_.attr("acquire")(); }
+    explicit CountLock(nb::handle frame) : lock_(field<"_ticker_locker">(frame)) {
+        lock_.attr("__enter__")();
+    }
     ~CountLock() {
-        const nb::object released = nb::steal(PyObject_CallMethodNoArgs(lock_.ptr(), name<"release">()));
+        PyObject* arguments[] = {lock_.ptr(), Py_None, Py_None, Py_None};
+        const nb::object released =
+            nb::steal(PyObject_VectorcallMethod(name<"__exit__">(), arguments, 4, nullptr));
         if (!released.is_valid()) PyErr_WriteUnraisable(lock_.ptr());
     }
     CountLock(const CountLock&) = delete;
@@ -52,10 +57,10 @@ void arm(nb::handle self) { self.attr("ui_ticker_timer").attr("StartOnce")(field
 
 // Shows what went wrong; true when the operator lets the ticker go on.
 bool operator_continues(nb::handle self) {
-    const nb::object dialog = imported<"TickerExceptionDialog">()(self);
-    dialog.attr("ui_exception_trace").attr("SetValue")(formatted_exception(1));
-    const nb::object answer = dialog.attr("ShowModal")();
-    dialog.attr("Destroy")();
+    ShownDialog dialog(imported<"TickerExceptionDialog">()(self));
+    dialog.get().attr("ui_exception_trace").attr("SetValue")(formatted_exception(1));
+    const nb::object answer = dialog.show();
+    dialog.destroy();
     return answer.equal(python_module<"wx">().attr("ID_OK"));
 }
 
@@ -140,7 +145,13 @@ nb::object block_ticker(nb::handle self, const Arguments& args) {
     }
     const double timeout = PyFloat_AS_DOUBLE(args[0].ptr());
     const double deadline = timeout > 0.0 ? now() + timeout : std::numeric_limits<double>::infinity();
-    while (flag<"_in_ticker">(self) && now() <= deadline) python_module<"time">().attr("sleep")(kPollPeriod);
+    try {
+        while (flag<"_in_ticker">(self) && now() <= deadline)
+            python_module<"time">().attr("sleep")(kPollPeriod);
+    } catch (const nb::python_error&) {
+        self.attr("unblock_ticker")();  // who did not get the block does not give it back
+        throw;
+    }
     if (flag<"_in_ticker">(self)) {
         self.attr("unblock_ticker")();
         raise(PyExc_TimeoutError, kTimeout);

@@ -20,18 +20,25 @@ void drop_stale_bytecode(nb::handle source) {
     }
 }
 
+namespace {
+
+nb::object importlib_with_fresh_caches() {
+    nb::object importlib = python_module<"importlib">();
+    if (nb::hasattr(importlib, "invalidate_caches")) importlib.attr("invalidate_caches")();
+    return importlib;
+}
+
+}  // namespace
+
 nb::object import_module(nb::handle module_name) {
-    const nb::object importlib = python_module<"importlib">();
-    importlib.attr("invalidate_caches")();
+    const nb::object importlib = importlib_with_fresh_caches();
     return importlib.attr("import_module")(module_name);
 }
 
 nb::object reload_module(nb::handle module) {
     const nb::object source = nb::getattr(module, "__file__", nb::none());
     if (!source.is_none()) drop_stale_bytecode(source);
-    const nb::object importlib = python_module<"importlib">();
-    importlib.attr("invalidate_caches")();
-    return importlib.attr("reload")(module);
+    return importlib_with_fresh_caches().attr("reload")(module);
 }
 
 }  // namespace ats

@@ -20,9 +20,11 @@ void show(nb::handle self, const char* attribute, nb::handle value) {
 
 // The list itself where the property is the record's own, else whatever a subclass offers.
 nb::object assertions_of(nb::handle uut) {
-    if (Py_TYPE(uut.ptr()) == record_types.uut)
-        return nb::borrow(reinterpret_cast<Uut*>(uut.ptr())->assertions);
-    return uut.attr("assertions");
+    PyObject* own =
+        Py_TYPE(uut.ptr()) == record_types.uut ? reinterpret_cast<Uut*>(uut.ptr())->assertions : nullptr;
+    if (own) return nb::borrow(own);
+    nb::object offered = uut.attr("assertions");
+    return PyList_Check(offered.ptr()) ? offered : nb::object(nb::list(offered));
 }
 
 // Texts are compared without the interpreter: names of one item are mostly the same object, and different
@@ -47,7 +49,7 @@ bool is_named(PyObject* assertion, PyObject* wanted) {
 void gather(nb::handle uut, PyObject* wanted, nb::list& found) {
     constexpr Py_ssize_t kAhead = 12;
     const nb::object assertions = assertions_of(uut);
-    if (!PyList_Check(assertions.ptr())) return;
+
     for (Py_ssize_t i = 0; i < PyList_GET_SIZE(assertions.ptr()); ++i) {
         if (i + kAhead < PyList_GET_SIZE(assertions.ptr()))
             __builtin_prefetch(PyList_GET_ITEM(assertions.ptr(), i + kAhead));

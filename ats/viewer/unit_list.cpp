@@ -42,8 +42,7 @@ nb::object colour_of(nb::handle summer) {
 
 }  // namespace
 
-CellFilter::CellFilter(nb::handle text)
-    : everything_(text.equal(nb::str(kEverything))), text_(nb::borrow(text)) {
+CellFilter::CellFilter(nb::handle text) : everything_(text.equal(nb::str(kEverything))) {
     if (!everything_) cell_number_ = nb::steal(PyNumber_Long(text.ptr()));
     if (!everything_ && !cell_number_.is_valid()) throw nb::python_error();
 }
@@ -60,7 +59,8 @@ nb::object append_uut(nb::handle self, const Arguments& args) {
     const nb::str cell(nb::object(uut.attr("cell_number")));
     const nb::object shown = filter_text(self);
     const bool listed = shown.equal(nb::str(kEverything)) || shown.equal(cell);
-    const bool was_done = truth(uut.attr("done"));
+    const auto is_done = [&] { return truth(nb::getattr(uut, "done", nb::bool_(false))); };
+    const bool was_done = is_done();
     nb::object row;
     if (listed) {
         const nb::object grid = self.attr("ui_history");
@@ -70,7 +70,7 @@ nb::object append_uut(nb::handle self, const Arguments& args) {
     }
     uut.attr("done_event").attr("subscribe")(self.attr("_uut_done_event_handler"));
     // A unit that ended between the writing of its row and the subscription would stay undecided on screen.
-    if (listed && !was_done && truth(uut.attr("done"))) self.attr("_update_uut_summer")(uut, row);
+    if (listed && !was_done && is_done()) self.attr("_update_uut_summer")(uut, row);
     const nb::object choice = self.attr("ui_cell_filter");
     if (!contains(choice.attr("GetItems")(), cell)) choice.attr("Append")(cell);
     return nb::none();

@@ -1,6 +1,7 @@
 // unit_report.cpp - the report workbook of one unit.
 #include "module/fields.hpp"
 #include "module/imports.hpp"
+#include "module/shown_dialog.hpp"
 #include "viewer/viewer.hpp"
 
 namespace ats {
@@ -38,14 +39,13 @@ nb::object on_save_single_uut_test_data(nb::handle self, const Arguments&) {
     }
     const nb::object uut = field<"_uut_list">(self)[nb::object(rows[0])];
     const nb::object wx = python_module<"wx">();
-    const nb::object dialog = wx.attr("FileDialog")(
+    ShownDialog dialog(wx.attr("FileDialog")(
         self, nb::arg("message") = "Give a file name to save", nb::arg("defaultDir") = "",
         nb::arg("defaultFile") = proposed_file(uut), nb::arg("wildcard") = "Excel File(*.xlsx)|*.xlsx",
-        nb::arg("style") = wx.attr("FD_SAVE") | wx.attr("FD_OVERWRITE_PROMPT"));
-    const nb::object answer = dialog.attr("ShowModal")();
-    const bool confirmed = answer.equal(wx.attr("ID_OK"));
-    const nb::object path = confirmed ? nb::object(dialog.attr("GetPath")()) : nb::none();
-    dialog.attr("Destroy")();
+        nb::arg("style") = wx.attr("FD_SAVE") | wx.attr("FD_OVERWRITE_PROMPT")));
+    const bool confirmed = dialog.show().equal(wx.attr("ID_OK"));
+    const nb::object path = confirmed ? nb::object(dialog.get().attr("GetPath")()) : nb::none();
+    dialog.destroy();
     if (confirmed)
         own_name<"TestDataViewerPanel">().attr("_TestDataViewerPanel__generate_test_report")(uut, path);
     return nb::none();

@@ -14,9 +14,7 @@ class CellFilter {
 
   private:
     bool everything_;
-    nb::object
-        cell_number_;  // read when a unit is asked about, so that a text that is no number is told then
-    nb::object text_;
+    nb::object cell_number_;
 };
 
 nb::object filter_text(nb::handle panel);

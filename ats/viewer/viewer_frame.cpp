@@ -7,7 +7,7 @@ namespace ats {
 namespace {
 
 nb::object init(nb::handle self, const Arguments& args) {
-    imported<"_TestDataViewerFrame">().attr("__init__")(self, args[0]);
+    own_name<"_TestDataViewerFrame">().attr("__init__")(self, args[0]);
     self.attr("SetTitle")(args[1]);
     const nb::object panel = args[2](self);
     set_field<"test_data_viewer_panel">(self, panel);

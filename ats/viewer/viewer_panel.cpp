@@ -9,7 +9,7 @@ namespace {
 constexpr char kNotImplemented[] = "This function has not been implemented yet.";
 
 nb::object init(nb::handle self, const Arguments& args) {
-    imported<"_TestDataViewerPanel">().attr("__init__")(self, args[0]);
+    own_name<"_TestDataViewerPanel">().attr("__init__")(self, args[0]);
     const nb::object wx = python_module<"wx">();
     const nb::object plot = imported<"_MatplotPanel">()(self.attr("ui_statistics_and_analyze_panel"));
     set_field<"_TestDataViewerPanel__matplot_panel">(self, plot);
