@@ -46,6 +46,10 @@ RUNS: dict[str, tuple[Callable[[Cell], Any], tuple[str, str, str]]] = {
         lambda c: (c.started(), c.ended("Exception Aborted", "cyan", "no meter")),
         ("exception", "EXCEPTION", "no meter"),
     ),
+    "over before its first blink": (
+        lambda c: (c.ui_serial_number.Disable(), c.prompt("Running"), c.ended("Exception Aborted", "cyan")),
+        ("exception", "EXCEPTION", ""),
+    ),
     "again": (
         lambda c: (c.started(), c.ended("NG", "red"), c.started(), c.button("Pause")),
         ("testing", "TESTING", ""),

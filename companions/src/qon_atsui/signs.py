@@ -130,7 +130,8 @@ class Signs:
             self.changed()
 
     def prompt_text(self, text: str) -> None:
-        self._update(text=text)
+        """A test may be over before its first blink: its first word tells that it runs."""
+        self._update(text=text, busy=self.told.busy or (self.entry_disabled and _same(text, RUNNING)))
 
     def prompt_colour(self, name: str) -> None:
         """A blinking colour while the entry is disabled: a test runs.  Each call is one beat."""
