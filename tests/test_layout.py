@@ -47,8 +47,13 @@ RUNS: dict[str, tuple[Callable[[Cell], Any], tuple[str, str, str]]] = {
         ("exception", "EXCEPTION", "no meter"),
     ),
     "over before its first blink": (
-        lambda c: (c.ui_serial_number.Disable(), c.prompt("Running"), c.ended("Exception Aborted", "cyan")),
-        ("exception", "EXCEPTION", ""),
+        lambda c: (
+            c.ui_serial_number.Disable(),
+            c.prompt("Running"),
+            c.ui_test_logger.AppendText("Traceback (most recent call last):\nOSError: gone\n"),
+            c.ended("Exception Aborted", "cyan"),
+        ),
+        ("exception", "EXCEPTION", "OSError: gone"),
     ),
     "again": (
         lambda c: (c.started(), c.ended("NG", "red"), c.started(), c.button("Pause")),
