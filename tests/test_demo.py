@@ -105,10 +105,10 @@ def bench(tmp_path: Path, in_demo: None) -> Iterator[Bench]:
 def station(app: wx.App, tmp_path: Path, in_demo: None) -> Iterator[Any]:
     """The demonstration station itself, with a bench in a process of its own."""
     make_workbooks.write_all(tmp_path, free_port(make_workbooks.CELLS))
-    specification = importlib.util.spec_from_file_location("demo_station", DEMO / "station.py")
-    assert specification and specification.loader
-    module = importlib.util.module_from_spec(specification)
-    specification.loader.exec_module(module)
+    origin = importlib.util.spec_from_file_location("demo_station", DEMO / "station.py")
+    assert origin and origin.loader
+    module = importlib.util.module_from_spec(origin)
+    origin.loader.exec_module(module)
     frame = module.DemoStation(str(DEMO / module.CONFIG), str(tmp_path / "app_config"), feed=False)
     frame.Show()
     pump(lambda: frame.bench_is_up, 10.0)
