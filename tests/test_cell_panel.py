@@ -116,6 +116,7 @@ def test_a_burst_is_shown_100_rows_a_tick_and_whole_at_the_end(station: Station)
     station.meetings[1].go_on()
     cell._test_thread.join(10)
     cell.on_refresh_timer_event()
+    cell.ui_refresh_timer.Stop()  # was armed by the ticks before
     assert [row[0] for row in texts(cell.ui_assertions)] == [f"i{i}" for i in range(250)] * 2
 
 
@@ -130,7 +131,8 @@ def test_what_a_test_thread_shows(station: Station, monkeypatch: pytest.MonkeyPa
         self.set_serial_number('SN-NEW')
         meet.notes.append(self.uut.serial_number)
         try: cell.set_serial_number(123)
-        except TypeError as error: meet.notes.append(str(error))""").cells[0]
+        except TypeError as error: meet.notes.append(str(error))
+        meet()""").cells[0]
     gauge: list[float] = []
     monkeypatch.setattr(cell.ui_gauge, "SetValue", gauge.append)
     monkeypatch.setattr(cell.ui_gauge, "GetValue", lambda: gauge[-1])
@@ -139,8 +141,10 @@ def test_what_a_test_thread_shows(station: Station, monkeypatch: pytest.MonkeyPa
         thread.start()
         thread.join(10)
         assert not cell.is_running()  # it is the GUI thread that starts, once
-        pump(cell.is_running)
-        station.finish()
+        station.meetings[1].arrived()
+        pump(lambda: cell.get_serial_number() == "SN-NEW")
+        station.meetings[1].go_on()
+        pump(cell.is_ready)
         assert station.meetings[1].notes == ["A", "SN-NEW", "Serial number must be a str object."]
         assert texts(cell.ui_history_grid)[-1][2] == cell.uut.serial_number == "SN-NEW"
         assert gauge == [0, 0, 100, 42.5, 90, 100, 100]
