@@ -88,6 +88,5 @@ def test_script_path_and_class_name_of_a_cell(host: Host, monkeypatch: pytest.Mo
     cell.script = "other.py"
     cell.runner_class_name = "Other"
     assert (cell.script, cell.runner_class_name) == (str(host.folder / "other.py"), "Other")
-    for attribute in ("script", "runner_class_name"):
-        with pytest.raises(TypeError):
-            setattr(cell, attribute, 5)
+    with pytest.raises(TypeError):
+        cell.script = 5

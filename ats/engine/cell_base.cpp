@@ -63,7 +63,7 @@ nb::object set_script(nb::handle self, const Arguments& args) {
 }
 
 nb::object cell_name(nb::handle self, const Arguments&) {
-    return nb::str("Cell {}").attr("format")(field<"_number">(self));
+    return nb::str("Cell %d").attr("__mod__")(field<"_number">(self));
 }
 
 nb::object logger(nb::handle self, const Arguments&) {
@@ -71,7 +71,7 @@ nb::object logger(nb::handle self, const Arguments&) {
 }
 
 nb::object set_serial_number(nb::handle self, const Arguments& args) {
-    const nb::object uut = field<"_CellBase__uut">(self);
+    const nb::object uut = field<"uut">(self);
     if (!uut.is_none()) nb::setattr(uut, "serial_number", args[0]);
     return nb::none();
 }
@@ -81,7 +81,7 @@ nb::object no_ng_item(nb::handle self, const Arguments&) {
 }
 
 nb::object is_ok(nb::handle self, const Arguments&) {
-    return nb::bool_(truth(field<"_CellBase__uut">(self).attr("is_ok")));
+    return nb::bool_(truth(field<"uut">(self).attr("is_ok")));
 }
 
 nb::object get_assertions(nb::handle self, const Arguments& args) {
@@ -122,9 +122,9 @@ constexpr Member kMembers[] = {
     property("uut", get<"_CellBase__uut">, "value", set<"_CellBase__uut">),
     property("cell_config", get<"_CellBase__cell_config">),
     property("assertion_configs", get<"_assertion_configs">),
-    property("runner_class_name", get<"_CellBase__cell_runner_class_name">, "value: str",
+    property("runner_class_name", get<"_CellBase__cell_runner_class_name">, "value",
              set<"_CellBase__cell_runner_class_name">),
-    property("script", get<"_CellBase__script">, "script_path: str", set_script),
+    property("script", get<"_CellBase__script">, "script_path", set_script),
     static_method("load_assertion_configs(filename: str)", load_assertion_configs_method),
     method("set_assertion_config_file(filename: str?)", set_assertion_config_file),
     method("export_assertion_config()", export_assertion_config),

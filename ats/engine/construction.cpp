@@ -40,7 +40,7 @@ nb::object sheet_for(nb::handle config, nb::handle number) {
     if (source.is_none()) source = own_name<"_default_ats_config_path">();
     if (PyUnicode_Check(source.ptr())) source = imported<"BookParameters">()(source);
     if (is_instance(source, imported<"BookParameters">()))
-        return sheet_of_book(source, nb::str("cell{}").attr("format")(number));
+        return sheet_of_book(source, nb::object(nb::str("cell%d").attr("__mod__")(number)));
     if (!is_instance(source, imported<"SheetParameters">()))
         raise_formatted(PyExc_TypeError, kWrongConfig, nb::object(source.type().attr("__name__")).ptr());
     return source;
@@ -54,7 +54,7 @@ void read_configuration(nb::handle self, nb::handle config, nb::handle number) {
                                                    config.attr("get")("runner_class_name", "CellRunner"));
     set_field<"_cell_runner_module">(self, nb::none());
     set_field<"_assertion_configs">(self, nb::none());
-    nb::object limits = config.attr("get")("assertion_config_file");
+    nb::object limits = config.attr("get")("assertion_config_file", nb::none());
     if (limits.is_none()) return;
     limits = limits.attr("strip")();
     if (truth(limits))

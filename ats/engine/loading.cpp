@@ -33,15 +33,13 @@ void bring_up_to_date(nb::handle cell, nb::handle script) {
 
 // An import error names a module; the note under it names the file, for whoever has to mend it.
 void tell_script(const nb::python_error& error, nb::handle script) {
-    const bool exists = truth(python_module<"os">().attr("path").attr("exists")(script));
+    const bool exists = truth(nb::module_::import_("os.path").attr("exists")(script));
     const char* text = exists ? "The test script \"{}\" could not be loaded; mend it and start again."
                               : "The test script \"{}\" does not exist; mend the key \"script\" of the cell.";
     error.value().attr("add_note")(nb::str(text).attr("format")(script));
 }
 
-}  // namespace
-
-nb::object load_runner_class(nb::handle cell, nb::handle script) {
+nb::object find_runner_class(nb::handle cell, nb::handle script) {
     const nb::object class_name = cell.attr("runner_class_name");
     try {
         bring_up_to_date(cell, script);
@@ -57,6 +55,19 @@ nb::object load_runner_class(nb::handle cell, nb::handle script) {
     if (derived < 0) throw nb::python_error();
     if (!derived) raise_formatted(PyExc_TypeError, kWrongClass, class_name.ptr());
     return runner_class;
+}
+
+}  // namespace
+
+// The traceback tells the step, as it does for an error inside the script.
+nb::object load_runner_class(nb::handle cell, nb::handle script) {
+    try {
+        return find_runner_class(cell, script);
+    } catch (nb::python_error& error) {
+        error.restore();
+        add_traceback_entry("_load_runner_class", __LINE__);
+        throw nb::python_error();
+    }
 }
 
 }  // namespace ats

@@ -6,6 +6,7 @@
 #include "engine/engine.hpp"
 #include "module/errors.hpp"
 #include "module/fields.hpp"
+#include "module/imports.hpp"
 #include "records/control.hpp"
 #include "records/uut.hpp"
 
@@ -39,7 +40,10 @@ nb::object judged(nb::handle cell, const Judgement& judgement) {
     Measurement measurement = judgement.measurement;
     measurement.lower = limits.lower.ptr();
     measurement.upper = limits.upper.ptr();
-    return new_assertion(judgement.item_name, measurement);
+    if (makes_plain_assertions()) return new_assertion(judgement.item_name, measurement);
+    return own_name<"Assertion">()(nb::handle(judgement.item_name), nb::handle(measurement.value),
+                                   nb::handle(measurement.lower), nb::handle(measurement.upper),
+                                   nb::handle(measurement.unit), nb::handle(measurement.result));
 }
 
 nb::object record(nb::handle cell, const Judgement& judgement) {

@@ -62,9 +62,8 @@ void clean_up(nb::handle runner) {
 void begin_run(nb::handle self, nb::handle serial_number, nb::handle script) {
     try {
         set_field<"_start_time">(self, nb::float_(now()));
-        set_field<"_CellBase__uut">(self,
-                                    self.attr("uut_type")(nb::arg("serial_number") = serial_number,
-                                                          nb::arg("cell_number") = self.attr("cell_number")));
+        set_field<"uut">(self, self.attr("uut_type")(nb::arg("serial_number") = serial_number,
+                                                     nb::arg("cell_number") = self.attr("cell_number")));
         self.attr("_run_script")(script);
     } catch (const nb::python_error&) {
         set_field<"running_state">(self, field<"CellStateStop">(self));
@@ -104,6 +103,7 @@ nb::object do_start(nb::handle self, const Arguments& args) {
 nb::object run_script(nb::handle self, const Arguments& args) {
     const nb::object thread = python_module<"threading">().attr("Thread")(
         nb::arg("target") = self.attr("_do_run_script"), nb::arg("args") = nb::make_tuple(args[0]));
+    nb::setattr(thread, "daemon", nb::bool_(false));
     set_field<"_test_thread">(self, thread);
     thread.attr("start")();
     return nb::none();

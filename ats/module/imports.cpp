@@ -88,7 +88,8 @@ double now() {
         PyDict_GetItem(time_namespace, name<"time">()) == original_clock) {
         timespec clock{};
         ::timespec_get(&clock, TIME_UTC);
-        return static_cast<double>(clock.tv_sec) + static_cast<double>(clock.tv_nsec) * 1e-9;
+        // As time.time() rounds, so that times taken by both compare as they were taken.
+        return static_cast<double>(clock.tv_sec * 1'000'000'000LL + clock.tv_nsec) / 1e9;
     }
     return nb::cast<double>(nb::float_(python_module<"time">().attr("time")()));
 }

@@ -317,6 +317,12 @@ nb::object new_assertion(PyObject* name, const Measurement& m) {
     return owner;
 }
 
+bool makes_plain_assertions() {
+    return PyDict_GetItem(module_namespace().ptr(), name<"Assertion">()) ==
+               reinterpret_cast<PyObject*>(record_types.assertion) &&
+           native_body(_PyType_Lookup(record_types.assertion, name<"update">())) == update;
+}
+
 bool is_ng(nb::handle assertion) {
     if (is_plain_assertion(assertion.ptr())) return verdict_of(assertion) == Verdict::ng;
     return nb::cast<bool>(nb::bool_(assertion.attr("is_ng")()));

@@ -76,6 +76,9 @@ struct Measurement {
 // What `Assertion(name, value, lower, upper, unit, result)` makes, without calling through the interpreter.
 nb::object new_assertion(PyObject* name, const Measurement& measurement);
 
+// Whether calling the class `Assertion` would do no more than `new_assertion` does.
+bool makes_plain_assertions();
+
 // The following honour overrides in subclasses.
 bool is_ng(nb::handle assertion);
 bool is_tbd(nb::handle assertion);

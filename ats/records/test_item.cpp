@@ -36,7 +36,7 @@ nb::object get(nb::handle self, const Arguments&) {
 }
 
 constexpr Member kMembers[] = {
-    method("__init__(name: str, assertion: Assertion, test_func, before_test = None, after_test = None, "
+    method("__init__(name: str, assertion, test_func, before_test = None, after_test = None, "
            "retry_count: int = 0, retry_interval: float = 0.0)",
            init),
     property("name", get<&TestItem::name>),
