@@ -1,6 +1,5 @@
 """The default layouts: what the operator reads, where it stands, who gets the keyboard."""
 
-import inspect
 import threading
 from collections.abc import Callable, Iterator
 from typing import Any
@@ -8,7 +7,7 @@ from typing import Any
 import pytest
 import wx
 from layouts import Cell, Frame, press, shown, type_text
-from qon_atsui import palette, sizing
+from qon_atsui import sizing
 from support import pump, pump_for
 
 SCREENS = ((1280, 1024), (1920, 1080))
@@ -76,34 +75,6 @@ def test_the_band_says_the_state(app: wx.App, monkeypatch: pytest.MonkeyPatch, n
         assert cell.ui_abort.IsEnabled() is (state in ("testing", "paused"))
 
 
-def luminance(colour: str) -> float:
-    parts = [part / 255 for part in wx.Colour(colour).Get(False)]
-    parts = [part / 12.92 if part <= 0.04045 else ((part + 0.055) / 1.055) ** 2.4 for part in parts]
-    return 0.2126 * parts[0] + 0.7152 * parts[1] + 0.0722 * parts[2]
-
-
-def test_every_shade_can_be_read() -> None:
-    shades = [shade for _name, shade in inspect.getmembers(palette) if isinstance(shade, palette.Shade)]
-    for shade in [*shades, palette.shade_of("#123456"), palette.shade_of("#FEDCBA")]:
-        dark, bright = sorted((luminance(shade.ground), luminance(shade.ink)))
-        assert (bright + 0.05) / (dark + 0.05) >= 4.5, shade
-
-
-def test_widgets_answer_what_they_were_told(frame: Frame) -> None:
-    cell = frame.cells[0]
-    for widget in (cell.ui_prompt, cell.ui_start):
-        for colour in ("green", "red", "cyan", "yellow", "gray", wx.Colour(1, 2, 3)):
-            widget.SetBackgroundColour(colour)
-            assert widget.GetBackgroundColour() == wx.Colour(colour)
-        widget.SetLabel("Resume")
-        assert widget.GetLabel() == "Resume"
-    for value, percent in ((33.4, "33 %"), (-5, "0 %"), (130.5, "100 %")):
-        cell.ui_gauge.SetValue(value)
-        assert (cell.ui_gauge.GetValue(), cell._ui_head.percent.GetValue()) == (value, percent)
-    with pytest.raises(ValueError, match="Unknown colour 'no colour'"):
-        cell.ui_prompt.SetBackgroundColour("no colour")
-
-
 # Where things stand.
 
 
@@ -153,31 +124,6 @@ def test_cells_of_any_number_stay_usable(
                 field.SetValue(text)
         pump_for(0.05)
         assert visible_parts(cell) == parts  # nothing moves for a text
-
-
-def test_a_cell_too_small_for_its_notebook_lends_it_to_a_window(app: wx.App) -> None:
-    with shown(Frame(2, 2, (640, 300))) as window:
-        cell, book = window.cells[0], window.cells[0].ui_view_notebook
-        cell.ui_assertions.AppendRows(200)
-        cell.ui_assertions.MakeCellVisible(199, 0)
-        assert not book.IsShown()
-        for close in (lambda details: details.Close(), lambda details: press(wx.WXK_ESCAPE, details)):
-            wx.PostEvent(cell.ui_prompt, wx.MouseEvent(wx.wxEVT_LEFT_UP))
-            details = pump(lambda: cell._ui_details)
-            pump(book.IsShownOnScreen)
-            assert book.GetParent() is details and "Cell 1" in details.GetTitle()
-            pump(lambda: cell.ui_assertions.IsVisible(199, 0, False))
-            pump(lambda: wx.Window.FindFocus() is not None)
-            close(details)
-            pump(lambda: cell._ui_details is None)
-            assert book.GetParent() is cell and not book.IsShown()
-        wx.PostEvent(
-            cell._ui_details_button, wx.CommandEvent(wx.wxEVT_BUTTON, cell._ui_details_button.GetId())
-        )
-        details = pump(lambda: cell._ui_details)
-        window.SetSize(1200, 900)  # now there is room
-        pump(lambda: not details and book.IsShownOnScreen() and book.GetParent() is cell)
-        assert book.GetRect().GetTop() > cell.ui_serial_number.GetRect().GetBottom()
 
 
 # Who gets the keyboard.

@@ -109,19 +109,6 @@ def test_a_burst_reaches_the_window_in_one_message(grid: RecordGrid, monkeypatch
     assert messages == [500] and wx.grid.Grid.GetNumberRows(grid) == 500
 
 
-@pytest.mark.parametrize(
-    "text", ["lone \udc80 surrogate", "x" * 2_000_000, "NUL \0 in it", "two\nlines", "中文 🙂"]
-)
-def test_any_text_is_drawn_and_kept(grid: RecordGrid, text: str) -> None:
-    add(grid, 1, ng=(0,))
-    grid.SetCellValue(0, 1, text)
-    grid.SelectRow(0)
-    pump_for(0.05)
-    grid.Refresh()
-    grid.Update()
-    assert grid.GetCellValue(0, 1) == text
-
-
 def test_the_newest_row_stays_in_view_until_the_operator_looks_elsewhere(grid: RecordGrid) -> None:
     add(grid, 100)
     pump(lambda: in_view(grid, 99))
@@ -268,19 +255,3 @@ def test_a_row_counted_in_an_older_listing_is_not_written(
     in_thread(choice.GetStringSelection, lambda: units.SetCellValue(0, 2, "current"))
     pump_for(0.05)
     assert units.GetNumberRows() == 0 or units.GetCellValue(0, 2) == "current"
-
-
-def test_the_list_has_the_keyboard_and_every_button_a_tool_tip(viewer: qon_atsui.TestDataViewerPanel) -> None:
-    top = wx.GetTopLevelParent(viewer)
-    top.Hide()
-    top.Show()
-    pump(lambda: wx.Window.FindFocus() is viewer.ui_history)
-    kinds = (wx.Button, wx.TextCtrl, wx.Choice)
-    controls = [child for child in descendants(viewer) if isinstance(child, kinds)]
-    assert len(controls) == 14 and all(control.GetToolTipText() for control in controls)
-    viewer.ui_single_item_variance.SetValue("0.1234567890123456789")
-    assert viewer.ui_single_item_variance.GetToolTipText().startswith("0.1234567890123456789\n")
-
-
-def descendants(window: wx.Window) -> list[wx.Window]:
-    return [part for child in window.GetChildren() for part in (child, *descendants(child))]

@@ -8,7 +8,7 @@ from typing import Any
 import numpy as np
 import pytest
 import wx
-from dialogs import Operator, box, click, press, scan, texts
+from dialogs import Operator, box, click, texts
 from qon_companions.boxes.keys import GUARD_SECONDS
 from qon_matplot import MatplotPanel
 from qon_touch import input_integer
@@ -126,32 +126,3 @@ def test_a_number_is_entered_with_fingers(frame: wx.Frame) -> None:
         click(ok)
 
     assert run(operate, minimum=1, maximum=12, message="请输入测试工位号（Cell Number）:") == 12
-
-
-@pytest.mark.parametrize(
-    ("asked", "typed", "told", "number"),
-    [
-        ({"minimum": 1, "maximum": 4}, "3", "1 to 4", 3),
-        ({"minimum": -20}, "-7", "-20 or more", -7),
-        ({"maximum": 5}, "-", "5 or less", None),
-        ({"minimum": 1, "maximum": 4}, "7", "7 is too large", None),
-        ({"minimum": 10}, "9", "9 is too small", None),
-        ({}, "123456789012345678", "a whole number", 123456789012345678),
-        ({"value": 42}, "8", "a whole number", 8),  # typing replaces the proposed number
-        ({"value": 42}, "", "a whole number", 42),
-    ],
-)
-def test_a_number_is_typed_or_scanned(
-    frame: wx.Frame, asked: dict[str, int], typed: str, told: str, number: int | None
-) -> None:
-    """Enter confirms what is allowed; without it Escape is the way out, and the answer None."""
-
-    def operate(pad: Any) -> Iterator[Any]:
-        scan(pad, typed)
-        if number is None:
-            yield lambda: told in texts(pad)
-            assert pad.IsShown()
-            press(pad, wx.WXK_ESCAPE)
-        yield lambda: not pad or not pad.IsShown()
-
-    assert run(operate, message="Number?", **asked) == number

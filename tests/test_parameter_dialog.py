@@ -144,34 +144,6 @@ def test_a_value_is_edited_checked_and_saved_with_the_keyboard_alone(frame: wx.F
     assert (stored(folder, "bench/supply/volts"), stored(folder, "bench/supply/samples")) == (17.5, 7)
 
 
-def test_what_is_wrong_is_said_while_it_is_typed(frame: wx.Frame, folder: Path) -> None:
-    editor = Editor(frame, folder)
-    dialog = editor.dialog
-
-    def operate() -> Iterator[Any]:
-        dialog.tree.select(editor.node("volts").parent)
-        cell = dialog.grid.CellToRect(1, VALUE)
-        simulator = wx.UIActionSimulator()
-        at = wx.Point(cell.x + 10, cell.y + 10)
-        simulator.MouseMove(dialog.grid.GetGridWindow().ClientToScreen(at))
-        simulator.MouseDblClick()
-        yield dialog.grid.IsCellEditControlShown
-        scan(dialog.grid.GetGridWindow(), "abc", enter=False)
-        yield lambda: '"abc" is not a whole number' in texts(dialog)
-        press(dialog.grid, wx.WXK_ESCAPE)  # gives the typed text up, not the dialog
-        yield lambda: not dialog.grid.IsCellEditControlShown()
-        assert editor.row("samples")[VALUE] == "5"
-        press(dialog.grid, wx.WXK_DOWN)
-        yield lambda: dialog.grid.current() is editor.node("remote")
-        press(dialog.grid, wx.WXK_SPACE)  # a yes/no value changes over
-        yield lambda: editor.row("remote")[VALUE] == "False"
-        click(dialog.buttons[wx.ID_REVERT])
-        yield lambda: editor.row("remote")[VALUE] == "True"
-        dialog.Close()
-
-    assert editor.run(operate) == DISCARDED
-
-
 @pytest.mark.parametrize(
     ("answer", "value", "result"),
     [(wx.ID_SAVE, 6, SAVED), (wx.ID_NO, 5, DISCARDED), (wx.ID_CANCEL, 5, DISCARDED)],

@@ -3,7 +3,6 @@
 import copy
 import errno
 import stat
-import threading
 from pathlib import Path
 from typing import Any
 
@@ -193,24 +192,3 @@ def test_a_failing_save_names_the_file_and_leaves_every_old_one_whole(
             tree.save()
     assert before == {file: file.read_bytes() for file in directory.rglob("*") if file.is_file()}
     assert tree.changed and len(tree.save()) == 2
-
-
-def test_values_set_while_a_save_runs_are_not_taken_as_saved(directory: Path) -> None:
-    tree = ParameterDirectory.load(directory)
-    stop = threading.Event()
-
-    def script() -> None:
-        number = 0
-        while not stop.is_set():
-            number = (number + 1) % 1000
-            tree.products.board.limits.retries = number
-
-    thread = threading.Thread(target=script)
-    thread.start()
-    for _ in range(10):
-        tree.save()
-    stop.set()
-    thread.join(10)
-    tree.save()
-    last = tree.products.board.limits.retries
-    assert ParameterDirectory.load(directory).products.board.limits.retries == last

@@ -9,7 +9,6 @@ import subprocess
 import sys
 from operator import attrgetter
 from pathlib import Path
-from textwrap import dedent
 
 import pytest
 import qon_ats
@@ -124,80 +123,3 @@ def test_help_shows_the_docstrings() -> None:
 
 
 # What has to be refused carries a "type: ignore"; mypy complains about one that is not needed.
-EXAMPLE = """
-    from typing import assert_type
-    import qon_ats
-    from qon_testparameters import SheetParameters
-
-
-    def read_volt(channel: int, samples: int = 1) -> float:
-        return float(channel * samples)
-
-
-    class CellRunner(qon_ats.CellRunnerBase):
-        def __init__(self) -> None:
-            super().__init__()
-            self.resource = str(self.app_config.instruments.main.psu)
-
-        def run(self) -> None:
-            assert_type(self.assert_limits("VOUT", 5.0, 4.9, None, "V", category="output"), qon_ats.Assertion)
-            assert_type(self.cell_config, SheetParameters)
-            assert_type(self.call_user_function(read_volt, 1, samples=2), float)
-            assert_type(self.abortable(read_volt)(1), float)
-            info = self.call_user_function_delay_wait(print, "x", end="")
-            info.wait()
-            if self.ask_true_or_false("LED lit?", false="Dark"):
-                self.uut.done_event.subscribe(print)
-            text = self.input_text("Label")
-            text.upper()  # type: ignore[union-attr]
-            self.noumenon.set_prompt("Close the lid", "yellow")
-            self.frame_noumenon.start_cell(2, "SN1")
-            self.assert_limits("VOUT", 5.0)  # type: ignore[call-arg]
-            self.assert_limits(5.0, "VOUT", 1, 2)  # type: ignore[arg-type]
-            self.call_user_function(read_volt, "1")  # type: ignore[arg-type]
-            self.uut.begin_time = 0.0  # type: ignore[misc]
-
-        def cleanup(self) -> None:
-            pass
-
-
-    class Half(qon_ats.CellRunnerBase):
-        def run(self) -> None: ...
-
-
-    Half()  # type: ignore[abstract]
-
-
-    class BenchCell(qon_ats.CellBase):
-        def print(self, message: object, end: str = "\\n") -> None:
-            self.output = f"{message}{end}"
-
-        def summary(self) -> tuple[int, str, list[qon_ats.Assertion], BaseException | None]:
-            return self._state, self._result_description, self._ng_items, self._exception_object
-
-
-    class Station(qon_ats.ATSFrame):
-        def ticker_function(self) -> None:
-            for cell in self.cells:
-                if cell.is_ready() and self._ticker_interval > 0:
-                    cell.start("SN 1")
-
-        def startup_initializer(self) -> None:
-            with self.ticker_blocker(0.5):
-                self.ok_str = "PASS"
-            self.ok_str = None  # type: ignore[assignment]
-
-
-    unit = qon_ats.UUT("SN1", cell_number=2)
-    unit.append_assertion(qon_ats.Assertion("a", 1, 0, 2))
-    unit.done = True
-    assert_type(unit.first_ng, qon_ats.Assertion | None)
-    BenchCell(1, 5)  # type: ignore[arg-type]
-"""
-
-
-@needs_mypy
-def test_a_strict_type_check_accepts_scripts_and_finds_their_mistakes(tmp_path: Path) -> None:
-    (tmp_path / "example.py").write_text(dedent(EXAMPLE))
-    done = run_mypy("mypy", tmp_path, "--strict", "--config-file", "mypy.ini", "example.py")
-    assert done.returncode == 0, done.stdout + done.stderr

@@ -11,7 +11,7 @@ from qon_companions import gui_thread
 from qon_companions.boxes import turns
 from qon_companions.boxes.keys import GUARD_SECONDS
 from qon_wxtools import MB, TrueOrFalseDialog
-from support import pump, pump_for
+from support import pump
 
 LONG = "\n".join(f'  File "script_{number}.py", line {number}, in run' for number in range(60))
 
@@ -178,20 +178,6 @@ def test_a_box_of_a_thread_ends_when_its_window_goes(frame: wx.Frame, where: str
     pump(lambda: not [window for window in wx.GetTopLevelWindows() if window is not frame])
 
 
-def test_a_box_that_nobody_can_show_any_more_answers_no(
-    frame: wx.Frame, monkeypatch: pytest.MonkeyPatch, caplog: pytest.LogCaptureFixture
-) -> None:
-    """No event loop runs: the main loop has ended, or was never started.  The text is in the log."""
-    monkeypatch.setattr(gui_thread, "NO_LOOP_SECONDS", 0.3)
-    threads = [Asked(lambda: MB.Error("Cleanup fail: no meter.")), Asked(lambda: MB.Confirm("Go on?"))]
-    for thread in threads:
-        thread.join(10.0)
-    assert [thread.result for thread in threads] == [wx.OK, wx.NO]
-    assert "Cleanup fail: no meter." in caplog.text
-    pump_for(0.1)
-    assert not on_screen()
-
-
 # Keys.
 
 
@@ -239,19 +225,6 @@ def test_the_keyboard_alone_answers(
 
     with Operator(operate):
         assert ask(frame.cells[0], "Cell 1", **labels) == answer
-
-
-def test_enter_closes_a_notice_but_not_one_that_has_just_come(frame: wx.Frame) -> None:
-    def operate() -> Iterator[Any]:
-        yield box
-        press(box(), wx.WXK_RETURN)
-        yield GUARD_SECONDS + 0.1
-        assert box(), "an Enter for the window below closed it"
-        press(box(), wx.WXK_RETURN)
-        yield lambda: not box()
-
-    with Operator(operate):
-        MB.Notice("Put it in")
 
 
 # Window sizes.
