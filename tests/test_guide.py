@@ -1,0 +1,109 @@
+"""The programs in the test engineer's guide run as they stand there."""
+
+import re
+from collections.abc import Callable, Iterator
+from pathlib import Path
+from threading import Lock
+from typing import Any
+
+import pytest
+import wx
+from hostcell import Host, HostCell
+from qon_ats import CallUserFunctionInfo
+from qon_paratree import ParameterDirectory
+from station import Station
+from support import pump, script_text, write_book
+
+pytest_plugins = ["stationplugin"]
+
+ROOT = Path(__file__).parent.parent
+GUIDE = (ROOT / "docs" / "test-engineer.md").read_text(encoding="utf-8")
+PYTHONS_OWN = ("Can't instantiate", "'>=' not supported", "'NoneType' object", "could not convert")
+
+
+def programs(language: str) -> Iterator[tuple[str, str]]:
+    """The code blocks with the heading they stand under."""
+    heading = ""
+    for title, block in re.findall(
+        rf"^#+ ([^\n]*)$|^```{language}\n(.*?)^```$", GUIDE, re.MULTILINE | re.DOTALL
+    ):
+        heading = title or heading
+        if block:
+            yield heading, block
+
+
+PROGRAMS = list(programs("python"))
+SCRIPTS = [
+    program for program in PROGRAMS if not re.search(r"class (Station|ManualOperationDialog)", program[1])
+]
+
+
+class GuideCell(HostCell):
+    """An engine cell with an operator who agrees to everything."""
+
+    def set_prompt(self, message: str, bg_color: Any = None) -> None:
+        self.notes.append(message)
+
+    update_percentage = increase_percentage = notice_box = set_prompt
+
+    def ask_true_or_false(self, question: str, true: str = "Yes", false: str = "No") -> bool:
+        return True
+
+    def input_text(self, prompt: str) -> str:
+        return "B-17"
+
+    def call_user_function_delay_wait(self, function: Callable[..., Any], *args: Any) -> CallUserFunctionInfo:
+        info = CallUserFunctionInfo(function, True, *args)
+        info()
+        return info
+
+    call_user_function_no_wait = call_user_function_delay_wait
+
+    def call_user_function(self, function: Callable[..., Any], *args: Any) -> Any:
+        return self.call_user_function_delay_wait(function, *args).result
+
+
+@pytest.mark.parametrize(("heading", "program"), SCRIPTS, ids=[heading for heading, _ in SCRIPTS])
+def test_script(heading: str, program: str, host: Host, app: wx.App, tmp_path: Path) -> None:
+    [(_, bench)] = programs("yaml")
+    (tmp_path / "bench.yaml").write_text(bench, encoding="utf-8")
+    meter = {"library": f"{tmp_path / 'bench.yaml'}@sim", "resource": "TCPIP::meter::5025::SOCKET"}
+    (tmp_path / "app_config").mkdir()
+    write_book(tmp_path / "app_config" / "bench.xlsx", {"supply": {"volts": 12.0}, "meter": meter})
+    cell = host.from_text(program if "class " in program else script_text(program), cell_type=GuideCell)
+    cell.main_frame.app_config = ParameterDirectory.load(tmp_path / "app_config")
+    cell.main_frame.set_shared_obj("scanner lock", Lock())
+    cell.run()
+    assert cell.uut.done and cell.uut.assertions, cell.text
+    assert {item.name for item in cell.uut.assertions if not item.is_ok()} <= {"COSMETIC"}
+
+
+def defined(name: str) -> Any:
+    """The class of the one program in the guide that defines it."""
+    names: dict[str, Any] = {}
+    [program] = [program for _, program in PROGRAMS if f"class {name}" in program]
+    exec(program, names)  # noqa: S102 - the guide is ours
+    return names[name]
+
+
+def test_hooks_and_manual_operation(station: Station) -> None:
+    main = {"run_ticker": True, "ticker_interval": 1}
+    frame = station("self.append_ok('item', 1)", frame_type=defined("Station"), main=main)
+    fixture = pump(lambda: frame._shared_objs.get("fixture"), what="the start-up hook")
+    fixture["lid"] = "closed"
+    pump(lambda: frame._shared_objs.get("last") == ("4711-000123", "OK"), what="the unit's end")
+    frame.exit_finalizer()
+    frame.stop_ticker()
+    dialog = defined("ManualOperationDialog")(frame)
+    assert dialog.valve.GetToolTipText() and dialog.GetEscapeId() == wx.ID_ANY
+    pump(frame.cells[0].is_ready)
+
+
+def test_the_messages_in_the_table_are_the_programs_own() -> None:
+    files = [*(ROOT / "ats").rglob("*.cpp"), *(ROOT / "companions" / "src").rglob("*.py")]
+    texts = "".join(path.read_text(encoding="utf-8") for path in files).replace('\\"', '"')
+    messages = re.findall(r"^\| `(.*?)`", GUIDE, re.MULTILINE)
+    assert len(messages) > 20
+    for message in messages:
+        parts = re.split(r"\"CellRunner\"|'name'|str, not int|of cell$", message)  # what the program fills in
+        assert message.startswith(PYTHONS_OWN) or all(part.strip() in texts for part in parts), message
