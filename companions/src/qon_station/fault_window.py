@@ -82,7 +82,7 @@ class FaultWindow(wx.Frame):
             self.list.DeleteItem(0)
         for row, fault in enumerate(self._shown):
             when = time.strftime("%H:%M:%S", time.localtime(fault.last))
-            texts = (str(fault.count), when, fault.where, fault.what.split("\n")[0])
+            texts = (str(fault.count), when, fault.where, " ".join(fault.what.split()))
             if row >= self.list.GetItemCount():
                 self.list.InsertItem(row, "")
             for column, text in enumerate(texts):
