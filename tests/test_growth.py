@@ -1,0 +1,136 @@
+"""Nothing grows over the runs of a station with windows, and the collector finds every cycle."""
+
+import gc
+import json
+import os
+import subprocess
+import sys
+import threading
+import weakref
+from collections import Counter
+from pathlib import Path
+from typing import Any
+
+import wx
+from qon_companions.boxes import turns
+from station import Answers, Station
+from support import pump
+
+RUNS = int(os.environ.get("QON_GROWTH_RUNS", "64"))
+SANITIZED = "asan" in os.environ.get("LD_PRELOAD", "")  # freed memory is kept back there
+CELLS = 8
+CLEAR_AFTER = 4  # rounds
+
+# Whatever may leave something behind: a cycle through the runner's fresh class, the cell, the frame, a closure and
+# a record; every end of a run; posted calls, a thread, an exception with its frames, a dialog.
+BODY = """
+import weakref
+self.cycle = lambda: (self, cell, self.frame_noumenon, meet)
+for index in range(20):
+    self.assert_limits(f"V{index}", 1.5, 1, 2, "V", category="power")
+self.uut.assertions[0].runner = self
+self.uut.runner = self.uut.assertions
+self.uut.done_event.subscribe(lambda uut: self.cycle)
+self.call_user_function_no_wait(meet.notes.append, self.call_user_function(len, "x"))
+self.print("第一步")
+self.set_prompt("Fit the board")
+thread = threading.Thread(target=self.append_ok, args=("helper", 1))
+thread.start()
+thread.join(10)
+self.get_shared_obj("seen").extend(map(weakref.ref, (self, type(self), self.uut, self.uut.assertions[0])))
+end = (self.get_shared_obj("rounds")[0] + cell.cell_number) % 8
+if end == 0: self.ask_true_or_false("LED lit?")
+if end == 1: self.append_ng("bad", 1)
+if end == 2: self.abort("why")
+if end == 3: raise OSError("the meter does not answer")
+if end == 4: self.done()
+"""
+
+
+class Subject:
+    """A station in a process of its own."""
+
+    def __init__(self, folder: str) -> None:
+        turns.PAUSE_SECONDS = 0.0
+        self.app = wx.App(False)
+        self.station = Station(Path(folder))
+        self.frame = self.station(*[BODY] * CELLS)
+        self.seen: list[weakref.ref[Any]] = []
+        self.rounds = [0]
+        self.frame.set_shared_obj("seen", self.seen)
+        self.frame.set_shared_obj("rounds", self.rounds)
+
+    def run(self, count: int) -> None:
+        """So many runs, a round of all cells after the other; what they recorded is forgotten now and then."""
+        answers = Answers(lambda dialog: dialog.EndModal(wx.ID_OK))
+        with answers:
+            for _ in range(count // CELLS):
+                self.rounds[0] += 1
+                self.frame.on_start_all(None)
+                pump(self.have_ended, 30)
+                if self.rounds[0] % CLEAR_AFTER == 0:
+                    self.frame.clear_statistics()
+        answers._timer.Unbind(wx.EVT_TIMER)  # else the timer keeps them, and they the dialogs
+        for meeting in self.station.meetings.values():
+            meeting.notes.clear()
+
+    def have_ended(self) -> bool:
+        rows = (self.rounds[0] - 1) % CLEAR_AFTER + 1
+        return all(cell.ui_history_grid.GetNumberRows() == rows for cell in self.frame.cells)
+
+    def figures(self) -> Counter[str]:
+        self.alive()
+        objects = gc.get_objects()
+        kinds = Counter(f"object {type(each).__name__}" for each in objects)
+        pages = int(Path("/proc/self/statm").read_text().split()[1])
+        return kinds + Counter({
+            "objects": len(objects),
+            "memory blocks": sys.getallocatedblocks(),
+            "threads": threading.active_count(),
+            "files": len(os.listdir("/proc/self/fd")),
+            "windows": sum(issubclass(type(each), wx.Window) for each in objects),
+            "timers": sum(issubclass(type(each), wx.Timer | wx.PyTimer) for each in objects),
+            "posted events": sum(issubclass(type(each), wx.PyEvent) for each in objects),
+            "resident KiB": pages * (os.sysconf("SC_PAGE_SIZE") // 1024),
+        })  # fmt: skip
+
+    def alive(self) -> int:
+        """How much of all that ran is still there."""
+        gc.collect()
+        self.seen[:] = [ref for ref in self.seen if ref() is not None]
+        return len(self.seen)
+
+    def go(self) -> None:
+        self.seen.extend(map(weakref.ref, (self.frame, *self.frame.cells)))
+        self.station.close()
+        del self.station, self.frame
+        for name in [name for name in sys.modules if name.startswith("script_")]:
+            del sys.modules[name]
+
+
+def main(folder: str, runs: int) -> None:
+    subject = Subject(folder)
+    subject.run(64)
+    before = subject.figures()
+    subject.run(runs)
+    grown = subject.figures() - before
+    alive = subject.alive()
+    subject.go()
+    print(json.dumps({"grown": grown, "alive": alive, "left": subject.alive()}))
+
+
+def test_nothing_grows_and_every_cycle_is_collected(tmp_path: Path) -> None:
+    code = f"import test_growth; test_growth.main({str(tmp_path)!r}, {RUNS})"
+    where: dict[str, Any] = {"cwd": Path(__file__).parent, "timeout": 100 + RUNS}
+    command = [sys.executable, "-c", code]
+    done = subprocess.run(command, capture_output=True, text=True, check=False, **where)
+    assert done.returncode == 0, done.stderr
+    print(done.stdout)
+    figures = json.loads(done.stdout)
+    grown = {name: more for name, more in figures["grown"].items() if not name.startswith("object ")}
+    slack = {"objects": 100, "memory blocks": 600, "resident KiB": 8 * 1024}
+    if SANITIZED:
+        del grown["resident KiB"]
+    too_much = {name: more for name, more in grown.items() if more > slack.get(name, 0)}
+    assert not too_much, figures["grown"]
+    assert figures["alive"] <= 4 * CELLS and figures["left"] == 0  # each cell keeps its last run
