@@ -1,7 +1,8 @@
 # make run: the demonstration station.  make test: the test suite.  Both do all set-up themselves.
 #
 # PYTHON chooses the interpreter; the default is Debian's, because only that has wxPython.  Another one gets a virtual
-# environment of its own and takes wxPython from where pip is told to look (PIP_FIND_LINKS).
+# environment of its own and takes wxPython from where pip is told to look (PIP_FIND_LINKS).  WINDOWS=no is for an
+# interpreter without any wxPython: `make test` then runs what opens no window.
 
 SHELL := bash
 .SHELLFLAGS := -eu -o pipefail -c
@@ -10,7 +11,9 @@ MAKEFLAGS += --no-builtin-rules --no-print-directory
 
 PYTHON := /usr/bin/python3
 DEBIAN_PYTHON := $(filter /usr/bin/python3,$(PYTHON))
-VENV := $(if $(DEBIAN_PYTHON),.venv,.venv-$(patsubst python%,%,$(notdir $(PYTHON))))
+WINDOWS := yes
+WINDOWLESS := $(filter no,$(WINDOWS))
+VENV := $(if $(DEBIAN_PYTHON),.venv,.venv-$(patsubst python%,%,$(notdir $(PYTHON))))$(if $(WINDOWLESS),-windowless)
 BIN := $(VENV)/bin
 STAMPS := $(VENV)/stamps
 PIP := $(BIN)/pip --quiet --disable-pip-version-check --no-input
@@ -27,7 +30,8 @@ run: setup
 	@tools/run-station $(BIN)/python
 
 test: setup $(STAMPS)/test
-	@tools/virtual-display $(BIN)/python -m pytest $(PYTEST_ARGS)
+	@$(if $(WINDOWLESS),PYTHONPATH=tests,tools/virtual-display) $(BIN)/python -m pytest \
+	    $(if $(WINDOWLESS),-p windowless) $(PYTEST_ARGS)
 
 bench: setup
 	@tools/virtual-display $(BIN)/python bench/run.py $(BENCH_ARGS)
@@ -56,7 +60,7 @@ setup: $(STAMPS)/module $(STAMPS)/companions
 
 # Asked for each time: it answers at once when nothing is missing, and a package may have been removed.
 system:
-	@tools/system-packages station $(if $(DEBIAN_PYTHON),,wheel)
+	@tools/system-packages station $(if $(DEBIAN_PYTHON)$(WINDOWLESS),,wheel)
 
 $(VENV)/pyvenv.cfg: | system
 	@echo "making $(VENV)"; \
@@ -66,8 +70,8 @@ $(VENV)/pyvenv.cfg: | system
 $(STAMPS)/packages: requirements/build.txt requirements/run.txt $(VENV)/pyvenv.cfg | system
 	@echo "installing Python packages into $(VENV)"
 	@$(PIP) install -r requirements/build.txt -r requirements/run.txt
-	@$(if $(DEBIAN_PYTHON),,$(PIP) install --only-binary wxPython -r requirements/wxpython.txt)
-	@$(BIN)/python -c 'import wx'
+	@$(if $(DEBIAN_PYTHON)$(WINDOWLESS),,$(PIP) install --only-binary wxPython -r requirements/wxpython.txt)
+	@$(if $(WINDOWLESS),,$(BIN)/python -c 'import wx')
 	@mkdir -p $(STAMPS) && touch $@
 
 $(STAMPS)/test: requirements/test.txt $(STAMPS)/packages
@@ -80,8 +84,9 @@ $(STAMPS)/module: $(MODULE_SOURCES) $(STAMPS)/packages
 	@$(PIP) install --no-build-isolation --no-deps --config-settings cmake.define.QON_WARNINGS_AS_ERRORS=ON .
 	@touch $@
 
+# One environment at a time: the catalogues are compiled beside their sources.
 $(STAMPS)/companions: $(COMPANION_SOURCES) $(STAMPS)/packages
-	@$(PIP) install --no-build-isolation --no-deps --editable companions
+	@mkdir -p build && flock build/companions.lock $(PIP) install --no-build-isolation --no-deps --editable companions
 	@touch $@
 
 clean:
