@@ -11,7 +11,7 @@ import threading
 from importlib.machinery import ModuleSpec
 from pathlib import Path
 from types import ModuleType
-from typing import Any
+from typing import Any, ClassVar
 
 import pytest
 
@@ -35,7 +35,7 @@ class Nothing(type):
 class StandIn(ModuleType):
     """A module of wx."""
 
-    __path__: list[str] = []
+    __path__: ClassVar[list[str]] = []
 
     def __getattr__(self, name: str) -> Any:
         if name.startswith("__"):
