@@ -120,6 +120,19 @@ def test_a_burst_is_shown_100_rows_a_tick_and_whole_at_the_end(station: Station)
     assert [row[0] for row in texts(cell.ui_assertions)] == [f"i{i}" for i in range(250)] * 2
 
 
+def test_what_a_script_posts_last_does_not_cover_the_verdict(station: Station) -> None:
+    cell = station("""
+        self.append_ok('first', 1)
+        self.set_serial_number('SN2')
+        self.set_prompt('Take it out', 'white')""").cells[0]
+    cell.do_start("SN1")
+    cell._test_thread.join(10)
+    cell.ui_refresh_timer.Notify()  # a due timer is served before posted calls
+    pump(cell.is_ready)
+    assert prompt(cell) == ("OK", "green") and cell.ui_serial_number.GetValue() == ""
+    assert texts(cell.ui_history_grid)[0][2:4] == ["SN2", "OK"]
+
+
 def test_what_a_test_thread_shows(station: Station, monkeypatch: pytest.MonkeyPatch) -> None:
     cell = station("""
         meet.notes.append(self.uut.serial_number)

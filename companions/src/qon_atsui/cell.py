@@ -58,7 +58,7 @@ class Cell(wx.Panel):
         self.ui_ok_count = self._ui_totals.ok.value
         self.ui_ng_count = self._ui_totals.ng.value
         self.ui_ok_percent = self._ui_totals.share.value
-        self.ui_refresh_timer = OneShotTimer(self, "on_refresh_timer_event")
+        self.ui_refresh_timer = OneShotTimer(self, "on_refresh_timer_event", behind_posted_calls="has_done")
         self.ui_blink_timer = OneShotTimer(self, "on_blink_timer_event")
         parts = Parts(
             self._ui_head,

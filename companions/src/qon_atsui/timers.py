@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import weakref
+
 import wx
 
 from qon_atsui.handlers import relay
@@ -12,13 +14,20 @@ class OneShotTimer(wx.Timer):
 
     Owned by its window: once the window is destroyed the timer is stopped and cannot be armed any more, since
     an event for a dead window ends the process.
+
+    Where the owner's predicate `behind_posted_calls` holds, the event takes its turn behind the calls posted
+    so far.  A due timer is served before those: without this, what a test thread posts last would be handled
+    after the tick that sees the thread done, and stand over the verdict.
     """
 
-    def __init__(self, owner: wx.Window, handler: str) -> None:
+    def __init__(self, owner: wx.Window, handler: str, behind_posted_calls: str = "") -> None:
         super().__init__(owner)
         self._ended = False
         self._owner_id = owner.GetId()
-        owner.Bind(wx.EVT_TIMER, relay(owner, handler), self)
+        self._owner = weakref.ref(owner)
+        self._forward = relay(owner, handler)
+        self._waits = behind_posted_calls
+        owner.Bind(wx.EVT_TIMER, self._on_due, self)
         owner.Bind(wx.EVT_WINDOW_DESTROY, self._on_destroy)
 
     def StartOnce(self, milliseconds: float = -1) -> bool:
@@ -28,6 +37,13 @@ class OneShotTimer(wx.Timer):
         if milliseconds >= 0:
             milliseconds = max(1, round(milliseconds))
         return bool(super().StartOnce(int(milliseconds)))
+
+    def _on_due(self, event: wx.TimerEvent) -> None:
+        waits = getattr(self._owner(), self._waits, None) if self._waits else None
+        if waits is not None and waits():
+            wx.CallAfter(self._forward, event.Clone())  # wx frees the one at hand on return
+        else:
+            self._forward(event)
 
     def _on_destroy(self, event: wx.WindowDestroyEvent) -> None:
         event.Skip()
