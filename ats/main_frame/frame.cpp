@@ -24,12 +24,34 @@ struct Grid {
     nb::object column_count;
 };
 
-Grid read_main_sheet(nb::handle self, nb::handle book) {
+// An error that leads whoever wrote the workbook to the row that is wrong.
+[[noreturn]] void raise_for_key(PyObject* type, nb::handle file, const char* key, nb::handle value,
+                                const char* needed) {
+    raise_formatted(type, "\"%S\", sheet \"main\": \"%s\" must be %s, not %R.", file.ptr(), key, needed,
+                    value.ptr());
+}
+
+nb::object count_of(nb::handle book, nb::handle file, const char* key) {
+    const nb::object count = book.attr("get")(key, 1);
+    constexpr char needed[] = "a whole number from 1 on";
+    if (!PyIndex_Check(count.ptr())) raise_for_key(PyExc_TypeError, file, key, count, needed);
+    if (count < nb::int_(1)) raise_for_key(PyExc_ValueError, file, key, count, needed);
+    return count;
+}
+
+nb::object interval_of(nb::handle book, nb::handle file) {
+    const nb::object interval = book.attr("get")("ticker_interval", 100);
+    if (!PyNumber_Check(interval.ptr()))
+        raise_for_key(PyExc_TypeError, file, "ticker_interval", interval, "a number of milliseconds");
+    return interval;
+}
+
+Grid read_main_sheet(nb::handle self, nb::handle book, nb::handle file) {
     const auto get = book.attr("get");
     set_field<"_mop_block_ticker">(self, get("mop_block_ticker", true));
     if (!truth(get("show_toolbar", false))) self.attr("ui_toolbar").attr("Hide")();
     if (!truth(get("show_statistics_panel", true))) self.attr("ui_statistics_panel").attr("Hide")();
-    Grid grid{get("cell_count", 1), get("column_count", 1)};
+    Grid grid{count_of(book, file, "cell_count"), count_of(book, file, "column_count")};
     if (grid.cell_count < grid.column_count) grid.column_count = grid.cell_count;
     return grid;
 }
@@ -59,11 +81,11 @@ void load_parameters(nb::handle self, nb::handle directory) {
         set_field<"_ATSFrame__app_config">(self, imported<"ParameterDirectory">().attr("load")(directory));
 }
 
-void arm_timers(nb::handle self, nb::handle book) {
+void arm_timers(nb::handle self, nb::handle book, nb::handle file) {
     self.attr("ui_initializer_trigger").attr("StartOnce")(0);
     set_field<"_in_ticker">(self, nb::bool_(false));
     const nb::object run = book.attr("get")("run_ticker", false);
-    const nb::object interval = book.attr("get")("ticker_interval", 100);
+    const nb::object interval = interval_of(book, file);
     set_field<"_run_ticker">(self, run);
     set_field<"_ticker_interval">(self, interval);
     if (truth(run) && interval > nb::int_(0)) self.attr("ui_ticker_timer").attr("StartOnce")(interval);
@@ -74,7 +96,7 @@ nb::object init(nb::handle self, const Arguments& args) {
     set_field<"_manual_module">(self, nb::none());
     const nb::object book = imported<"BookParameters">()(args[2]);
     book.attr("load_sheet")("main");
-    const Grid grid = read_main_sheet(self, book);
+    const Grid grid = read_main_sheet(self, book, args[2]);
     self.attr("SetTitle")(window_title(args[1]));
     const nb::object threading = python_module<"threading">();
     set_field<"_ticker_locker">(self, threading.attr("Lock")());
@@ -84,7 +106,7 @@ nb::object init(nb::handle self, const Arguments& args) {
     const nb::object debug = book.attr("get")("startup_in_debug_mode", false);
     set_field<"_in_debug_mode">(self, debug);
     if (truth(debug)) self.attr("ui_in_debug_mode").attr("Check")(true);
-    arm_timers(self, book);
+    arm_timers(self, book, args[2]);
     set_field<"_statistics">(self, own_name<"Statistics">()());
     set_field<"_frame_thread">(self, threading.attr("current_thread")());
     set_field<"_shared_objs">(self, nb::dict());
