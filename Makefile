@@ -50,9 +50,15 @@ wheels: setup
 	@$(PIP) wheel --no-build-isolation --no-deps --wheel-dir build/wheels . ./companions
 	@ls build/wheels
 
+# The companions, the demonstration and a new station, each as a program of its own.
+COMPANIONS := $(patsubst companions/src/%/__init__.py,%,$(wildcard companions/src/*/__init__.py))
+MYPY = $(CURDIR)/$(BIN)/mypy --config-file $(CURDIR)/pyproject.toml
 lint: setup $(STAMPS)/test
 	$(BIN)/ruff check .
-	cd demo && MYPYPATH=../ats:../companions/src ../$(BIN)/mypy *.py scripts/*.py bench_sim
+	cd companions/src && $(MYPY) $(addprefix -p ,$(COMPANIONS))
+	cd demo && $(MYPY) *.py scripts/*.py bench_sim
+	rm -rf build/example && $(BIN)/python -m qon_station new build/example >/dev/null
+	cd build/example && $(MYPY) *.py scripts/*.py tests/*.py
 	@if command -v clang-format >/dev/null; then clang-format --dry-run --Werror $(CPP); \
 	else echo "clang-format is not installed: the layout of the C++ sources was not checked"; fi
 

@@ -13,8 +13,10 @@ from pathlib import Path
 import pytest
 import qon_ats
 import wx
+from qon_station.scaffold import new_station
 
-STUB = Path(__file__).parents[1] / "ats" / "qon_ats.pyi"
+ROOT = Path(__file__).parents[1]
+STUB = ROOT / "ats" / "qon_ats.pyi"
 TREE = ast.parse(STUB.read_text(encoding="utf-8"))
 FRAME = next(node for node in TREE.body if isinstance(node, ast.ClassDef) and node.name == "ATSFrame")
 CLASSES = {node.name: node for node in TREE.body if isinstance(node, ast.ClassDef)} | {
@@ -122,4 +124,21 @@ def test_help_shows_the_docstrings() -> None:
     assert {name: attrgetter(name)(qon_ats).__doc__ for name in fixed} == fixed
 
 
-# What has to be refused carries a "type: ignore"; mypy complains about one that is not needed.
+@needs_mypy
+@pytest.mark.parametrize("program", ["demo", "new station"])
+def test_applications_type_check_strictly(program: str, tmp_path: Path) -> None:
+    folder = ROOT / "demo"
+    if program == "new station":
+        folder = tmp_path / "line3"
+        new_station(folder)
+    files = [path for path in sorted(folder.rglob("*.py")) if not path.match("log/*")]
+    command = [sys.executable, "-m", "mypy", "--config-file", str(ROOT / "pyproject.toml"), "--cache-dir"]
+    done = subprocess.run(
+        [*command, str(tmp_path / "cache"), *map(str, files)],
+        check=False,
+        capture_output=True,
+        text=True,
+        cwd=folder,
+        timeout=100,
+    )
+    assert done.returncode == 0, done.stdout + done.stderr

@@ -106,7 +106,8 @@ class FakeCell(qon_ats.CellBase):
 
 def _answerer(answers: Any) -> Callable[[str], Any]:
     if callable(answers):
-        return answers
+        function: Callable[[str], Any] = answers
+        return function
     if isinstance(answers, Mapping):
         return lambda question: _answer_from(answers, question)
     in_order = iter(answers)

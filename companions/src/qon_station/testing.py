@@ -77,10 +77,11 @@ def run_script(
         _wait(cell, timeout)
     run.exception, run.aborted = cell._exception_object, cell.is_aborted()
     run.description = cell._result_description
-    cell.uut.run = run
+    uut: Any = cell.uut
+    uut.run = run
     if run.exception is not None and raise_exception:
         raise run.exception
-    return cell.uut
+    return uut
 
 
 def _sheet(settings: Mapping[str, Any]) -> SheetParameters:
