@@ -98,7 +98,7 @@ def test_every_label_is_translated() -> None:
         known = {message.id for message in read_po(text) if message.string}
     labels = {
         node.args[0].value
-        for path in SOURCE.glob("*.py")
+        for path in SOURCE.parent.rglob("*.py")
         for node in ast.walk(ast.parse(path.read_text(encoding="utf-8")))
         if isinstance(node, ast.Call) and isinstance(node.func, ast.Name) and node.func.id == "_"
     }

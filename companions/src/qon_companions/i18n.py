@@ -4,12 +4,16 @@ The environment variable QON_LANG chooses ("en", "zh_CN"), else the system's loc
 locale/zh_CN/LC_MESSAGES/qon.po; the (editable) installation compiles it.
 """
 
+from __future__ import annotations
+
 import functools
 import gettext
 import os
 from pathlib import Path
+from typing import TYPE_CHECKING
 
-import wx
+if TYPE_CHECKING:
+    import wx
 
 DOMAIN = "qon"
 ENGLISH = "en"
@@ -36,6 +40,10 @@ def _system_language() -> str:
 @functools.cache
 def _desktop_language() -> str:
     """For systems that do not tell by environment variables."""
+    try:
+        import wx  # parameters are read on machines without windows too
+    except ImportError:
+        return ENGLISH
     info = wx.Locale.GetLanguageInfo(wx.Locale.GetSystemLanguage())
     return info.CanonicalName if info is not None else ENGLISH
 
@@ -50,6 +58,8 @@ def install_locale(app: wx.App) -> None:
 
     The locale object is kept by the application: wx goes back to English when it is destroyed.
     """
+    import wx
+
     app.qon_locale = None  # wx crashes when an older locale object goes after a newer one came
     chinese = language() == CHINESE
     wx.Locale.AddCatalogLookupPathPrefix(str(LOCALE_DIR))

@@ -4,6 +4,8 @@ import copy
 import dataclasses
 from typing import Any
 
+from qon_companions.i18n import _
+
 from . import kinds, typed
 from .errors import BadValueError, Fault, Place
 
@@ -67,9 +69,9 @@ class Parameter:
             return
         try:
             if self.low is not None and not value >= self.low:
-                raise ValueError(f"{kinds.shown(value)} is below the lower limit {kinds.shown(self.low)}")
+                raise ValueError(_not_within(_("{value} is below the lower limit {limit}"), value, self.low))
             if self.up is not None and not value <= self.up:
-                raise ValueError(f"{kinds.shown(value)} is above the upper limit {kinds.shown(self.up)}")
+                raise ValueError(_not_within(_("{value} is above the upper limit {limit}"), value, self.up))
         except TypeError:
             limits = f"{kinds.shown(self.low)} and {kinds.shown(self.up)}"
             raise ValueError(f"{kinds.shown(value)} cannot be compared with the limits {limits}") from None
@@ -79,4 +81,8 @@ class Parameter:
         return copy.deepcopy(self)
 
     def _bad(self, text: str) -> BadValueError:
-        return BadValueError(Fault(Place(variable=self.name), f"{text}."))
+        return BadValueError(Fault(Place(variable=self.name), _("{text}.").format(text=text)))
+
+
+def _not_within(text: str, value: Any, limit: Any) -> str:
+    return text.format(value=kinds.shown(value), limit=kinds.shown(limit))

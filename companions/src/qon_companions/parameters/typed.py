@@ -3,6 +3,8 @@
 import json
 from typing import Any
 
+from qon_companions.i18n import _
+
 from .kinds import BOOL, FLOAT, INT, JSON, RAW, STR, shown
 
 _TRUE = {"true", "yes", "on", "1", "是"}
@@ -26,25 +28,26 @@ def from_text(kind: str, text: str) -> Any:
     if not typed:
         return None
     if kind == INT:
-        return _number(int, typed, "a whole number, such as 12")
+        return _number(int, typed, _("{value} is not a whole number, such as 12"))
     if kind == FLOAT:
-        return _number(float, typed, "a number, such as 1.5 or 2e-3, with a decimal point")
+        problem = _("{value} is not a number, such as 1.5 or 2e-3, with a decimal point")
+        return _number(float, typed, problem)
     if kind == BOOL:
         return _bool(typed)
     if kind == JSON:
         return _json(typed)
     if kind == RAW:
-        raise ValueError("a value of this type can be changed in the workbook only")
+        raise ValueError(_("a value of this type can be changed in the workbook only"))
     raise ValueError(f'unknown kind "{kind}"')
 
 
-def _number(parse: type[int] | type[float], typed: str, wanted: str) -> int | float:
+def _number(parse: type[int] | type[float], typed: str, problem: str) -> int | float:
     try:
         if "_" in typed:
             raise ValueError
         return parse(typed.replace("\N{MINUS SIGN}", "-"))
     except ValueError:
-        raise ValueError(f"{shown(typed)} is not {wanted}") from None
+        raise ValueError(problem.format(value=shown(typed))) from None
 
 
 def _bool(typed: str) -> bool:
@@ -52,11 +55,11 @@ def _bool(typed: str) -> bool:
         return True
     if typed.lower() in _FALSE:
         return False
-    raise ValueError(f"{shown(typed)} is neither true nor false")
+    raise ValueError(_("{value} is neither true nor false").format(value=shown(typed)))
 
 
 def _json(typed: str) -> Any:
     try:
         return json.loads(typed)
     except (ValueError, RecursionError) as error:
-        raise ValueError(f"{shown(typed)} is not JSON: {error}") from None
+        raise ValueError(_("{value} is not JSON: {error}").format(value=shown(typed), error=error)) from None
