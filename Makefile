@@ -17,6 +17,7 @@ VENV := $(if $(DEBIAN_PYTHON),.venv,.venv-$(patsubst python%,%,$(notdir $(PYTHON
 BIN := $(VENV)/bin
 STAMPS := $(VENV)/stamps
 PIP := $(BIN)/pip --quiet --disable-pip-version-check --no-input
+WHEEL_PYTHONS := python3.11 python3.12 python3.13
 PYTEST_ARGS :=
 BENCH_ARGS :=
 
@@ -46,9 +47,20 @@ sanitize: setup $(STAMPS)/test
 	tools/virtual-display env ASAN_OPTIONS=detect_leaks=0 LD_PRELOAD="$$preload" PYTHONPATH=build/sanitize \
 	    $(BIN)/python -m pytest --capture=sys $(PYTEST_ARGS)
 
-wheels: setup
-	@$(PIP) wheel --no-build-isolation --no-deps --wheel-dir build/wheels . ./companions
-	@ls build/wheels
+# Source distributions of both, and from these the companions' wheel and one of the module for each interpreter at hand.
+DIST := build/wheels
+wheels: setup $(STAMPS)/wheels
+	@rm -rf $(DIST) build/wheel-env
+	@$(BIN)/python -m build --no-isolation --sdist --outdir $(DIST) .
+	@flock build/companions.lock $(BIN)/python -m build --no-isolation --outdir $(DIST) companions
+	@for name in $(WHEEL_PYTHONS); do \
+	    python=$$(tools/find-python $$name) || { echo "no wheel for $$name"; continue; }; \
+	    echo "building the wheel for $$name"; \
+	    "$$python" -m venv build/wheel-env/$$name; \
+	    PIP_CONSTRAINT=$(CURDIR)/requirements/build.txt build/wheel-env/$$name/bin/pip --quiet wheel --no-deps \
+	        --wheel-dir $(DIST) $(DIST)/qon_ats-[0-9]*.tar.gz; \
+	done
+	@ls $(DIST)
 
 # The companions, the demonstration and a new station, each as a program of its own.
 COMPANIONS := $(patsubst companions/src/%/__init__.py,%,$(wildcard companions/src/*/__init__.py))
@@ -82,6 +94,10 @@ $(STAMPS)/packages: requirements/build.txt requirements/run.txt $(VENV)/pyvenv.c
 
 $(STAMPS)/test: requirements/test.txt $(STAMPS)/packages
 	@$(PIP) install -r requirements/test.txt
+	@touch $@
+
+$(STAMPS)/wheels: requirements/wheels.txt $(STAMPS)/packages
+	@$(PIP) install -r requirements/wheels.txt
 	@touch $@
 
 # The build directory stays (pyproject.toml names it), so only what changed is compiled.
