@@ -197,6 +197,28 @@ def test_a_question_takes_its_cell_alone_into_waiting_and_holds_the_focus_back(f
         dialog.Destroy()
 
 
+def test_a_box_gives_the_focus_back_to_a_half_typed_number(frame: Frame) -> None:
+    first, second, third = frame.cells
+    first.started()
+    second.started()
+    third.ui_serial_number.SetFocus()
+    pump(lambda: focused(frame) == 2)
+    type_text("47")
+    pump(lambda: third.ui_serial_number.GetValue() == "47")
+    box = wx.TextEntryDialog(second, "Colour?", "Cell 2")
+
+    def within() -> None:
+        first.ended("OK", "green")
+        box.EndModal(wx.ID_OK)
+
+    wx.CallLater(100, within)
+    box.ShowModal()
+    box.Destroy()
+    pump_for(0.2)
+    type_text("11")
+    pump(lambda: third.ui_serial_number.GetValue() == "4711")
+
+
 def test_a_test_thread_reads_the_serial_number(frame: Frame) -> None:
     entry, read = frame.cells[0].ui_serial_number, []
     for act in (lambda: entry.SetValue("SN1"), lambda: entry.WriteText("x"), entry.Clear):

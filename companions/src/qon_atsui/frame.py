@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import wx
+from qon_companions import posted_calls
 
 from qon_atsui import palette
 from qon_atsui.cell import Cell
@@ -21,6 +22,7 @@ class Frame(wx.Frame):
     """Creates the frame's `ui_*` widgets and binds its `on_*` handlers; the product fills in the cells."""
 
     def __init__(self, parent: wx.Window | None = None) -> None:
+        posted_calls.install()
         wx.Frame.__init__(self, parent, size=wx.Size(*_FIRST_SIZE))
         self.SetMinSize(self.FromDIP(wx.Size(*_SMALLEST)))
         self.SetBackgroundColour(palette.CANVAS)

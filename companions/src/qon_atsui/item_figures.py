@@ -24,6 +24,12 @@ def _values() -> tuple[Figure, ...]:
         ("min", _("Minimum"), _("Smallest value")),
         ("max", _("Maximum"), _("Largest value")),
         ("middle", _("Middle"), _("Middle of the sorted values; of an even number the upper of the two")),
+    )
+
+
+def _computed() -> tuple[Figure, ...]:
+    """These have up to seventeen digits."""
+    return (
         ("average", _("Average"), _("Arithmetic mean")),
         ("std_deviation", _("Std. deviation"), _("Standard deviation of all listed values (divided by n)")),
         ("variance", _("Variance"), _("Variance of all listed values (divided by n)")),
@@ -54,7 +60,8 @@ class ItemFigures(wx.Panel):
         self.fields: dict[str, FigureField] = {}
         self.column = wx.BoxSizer(wx.VERTICAL)
         self.column.Add(self._table(_counts(), 3), 0, wx.EXPAND | wx.LEFT | wx.RIGHT | wx.TOP, 8)
-        self.column.Add(self._table(_values(), 2), 0, wx.EXPAND | wx.ALL, 8)
+        self.column.Add(self._table(_values(), 3), 0, wx.EXPAND | wx.LEFT | wx.RIGHT | wx.TOP, 8)
+        self.column.Add(self._table(_computed(), 1), 0, wx.EXPAND | wx.ALL, 8)
         self.SetSizer(self.column)
 
     def _table(self, figures: tuple[Figure, ...], columns: int) -> wx.FlexGridSizer:
@@ -73,7 +80,7 @@ def figures_guide(parent: wx.Window) -> wx.Panel:
     panel = wx.Panel(parent)
     panel.SetBackgroundColour(palette.SURFACE)
     table = wx.FlexGridSizer(2, 8, 14)
-    for _name, title, meaning in (*_counts(), *_values()):
+    for _name, title, meaning in (*_counts(), *_values(), *_computed()):
         label = wx.StaticText(panel, label=title)
         label.SetFont(sizing.font(10.0, bold=True))
         table.Add(label)

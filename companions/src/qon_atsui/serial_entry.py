@@ -19,6 +19,7 @@ from qon_companions.gui_thread import is_gui_thread
 _ECHO_SECONDS = 0.15
 
 _entries: weakref.WeakSet[SerialEntry] = weakref.WeakSet()
+_last_used: list[weakref.ref[SerialEntry]] = []  # at most one: the entry that had the focus last
 
 
 class SerialEntry(wx.TextCtrl):
@@ -98,6 +99,7 @@ class SerialEntry(wx.TextCtrl):
 
     def _on_focus(self, event: wx.FocusEvent) -> None:
         self.waits_since = 0.0
+        _last_used[:] = [weakref.ref(self)]
         event.Skip()
 
 
@@ -151,8 +153,10 @@ def settle_focus(window: wx.Window) -> bool:
 def may_take_focus(entry: SerialEntry) -> bool:
     """Not while a number is typed in another entry, a shell is in use or another window is on top."""
     holder = wx.Window.FindFocus()
-    if holder is None or holder is entry or not holder.IsEnabled():
+    if holder is entry:
         return True
+    if holder is None or not holder.IsEnabled():  # a box was closed, or its own test starts
+        return not _is_half_typed_elsewhere(entry)
     if wx.GetTopLevelParent(holder) is not wx.GetTopLevelParent(entry):
         return False
     if isinstance(holder, SerialEntry):
@@ -160,3 +164,9 @@ def may_take_focus(entry: SerialEntry) -> bool:
     if isinstance(holder, wx.stc.StyledTextCtrl):
         return bool(holder.GetReadOnly())
     return not (isinstance(holder, wx.TextCtrl) and holder.IsEditable() and holder.GetValue())
+
+
+def _is_half_typed_elsewhere(entry: SerialEntry) -> bool:
+    """Whether a box took the focus from another entry's number, which wants to be gone on with."""
+    last = _last_used[0]() if _last_used else None
+    return last is not None and last is not entry and _usable(last, entry) and bool(last.GetValue())
