@@ -120,8 +120,13 @@ def _neighbours(entry: SerialEntry) -> list[SerialEntry]:
 
 
 def _place(window: wx.Window) -> tuple[int, int]:
-    position = window.GetScreenPosition()
-    return position.y, position.x
+    """Where it stands in its top-level window.  The screen position would cost a question to the display each."""
+    x = y = 0
+    while not window.IsTopLevel():
+        position = window.GetPosition()
+        x, y = x + position.x, y + position.y
+        window = window.GetParent()
+    return y, x
 
 
 def next_entry(window: wx.Window) -> None:
