@@ -77,6 +77,7 @@ class AutoOperator:
         self._work: Iterator[None] = iter(())
         self._answering: Iterator[None] | None = None
         self._visiting = False
+        self._clicking = False  # the mouse is on its way: a question has to wait, it would move it elsewhere
         self._timer = wx.Timer(frame)
         frame.Bind(wx.EVT_TIMER, self._on_tick, self._timer)
 
@@ -102,8 +103,10 @@ class AutoOperator:
         """A left click at a point of the window, or into its middle."""
         width, height = window.GetClientSize()
         point = wx.Point(width // 2 if x is None else x, height // 2 if y is None else y)
+        self._clicking = True
         yield from self._hand.move(window.ClientToScreen(point))
         yield from self._hand.click()
+        self._clicking = False
 
     def click_cell(self, grid: Any, row: int, column: int) -> Iterator[None]:
         """A left click into a cell of a grid."""
@@ -158,7 +161,8 @@ class AutoOperator:
 
     def _attend_question(self) -> bool:
         """Answer what a cell asks; True while that keeps the operator from going on."""
-        if self._answering is None and shown_dialog() and not self._visiting:
+        occupied = self._visiting or self._clicking
+        if self._answering is None and shown_dialog() and not occupied:
             self._answering = self._answer_question()
         if self._answering is None:
             return False
