@@ -51,8 +51,8 @@ sanitize: setup $(STAMPS)/test
 DIST := build/wheels
 wheels: setup $(STAMPS)/wheels
 	@rm -rf $(DIST) build/wheel-env
-	@$(BIN)/python -m build --no-isolation --sdist --outdir $(DIST) .
-	@flock build/companions.lock $(BIN)/python -m build --no-isolation --outdir $(DIST) companions
+	@$(BIN)/python -m build --quiet --no-isolation --sdist --outdir $(DIST) .
+	@flock build/companions.lock $(BIN)/python -m build --quiet --no-isolation --outdir $(DIST) companions
 	@for name in $(WHEEL_PYTHONS); do \
 	    python=$$(tools/find-python $$name) || { echo "no wheel for $$name"; continue; }; \
 	    echo "building the wheel for $$name"; \
