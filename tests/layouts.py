@@ -40,6 +40,12 @@ class Cell(qon_atsui.Cell):
         self.prompt("Running")
         self.prompt(colour="gray")
 
+    def judged(self, *failed: str) -> None:
+        for row, name in enumerate(failed):
+            self.ui_assertions.AppendRows()
+            self.ui_assertions.SetCellValue(row, 0, name)
+            self.ui_assertions.SetCellBackgroundColour(row, 0, "red")
+
     def button(self, label: str) -> None:
         self.ui_start.SetBackgroundColour("green" if label == "Start" else "yellow")
         self.ui_start.SetLabel(label)

@@ -36,6 +36,7 @@ RUNS: dict[str, tuple[Callable[[Cell], Any], tuple[str, str, str]]] = {
     "own word": (lambda c: (c.started(), c.ended("合格", "green")), ("ok", "合格", "")),
     "failed": (lambda c: (c.started(), c.ended("NG", "red")), ("ng", "NG", "")),
     "failed item": (lambda c: (c.started(), c.ended("NG", "red", "VOUT")), ("ng", "NG", "VOUT")),
+    "failed items": (lambda c: (c.started(), c.judged("V", "I"), c.ended("NG", "red")), ("ng", "NG", "V  +1")),
     "aborted": (lambda c: (c.started(), c.ended("Aborted", "cyan")), ("aborted", "ABORTED", "")),
     "exception": (
         lambda c: (c.started(), c.ended("Exception Aborted", "cyan")),

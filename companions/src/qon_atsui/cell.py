@@ -31,6 +31,7 @@ class Cell(wx.Panel):
         self._ui_signs = Signs(self._ui_signs_changed)
         self._ui_details: DetailsWindow | None = None
         self._ui_has_keyboard = False
+        self._ui_can_abort = False
         self._ui_create()
         self._ui_bind()
         questions.watch(self)
@@ -100,7 +101,8 @@ class Cell(wx.Panel):
     def _ui_signs_changed(self) -> None:
         self.ui_prompt.Refresh()
         busy = self._ui_signs.told.busy
-        if busy != self.ui_abort.IsThisEnabled():
+        if busy != self._ui_can_abort:
+            self._ui_can_abort = busy
             self.ui_abort.Enable(busy)
 
     def _ui_start_changed(self, label: str) -> None:
@@ -108,7 +110,8 @@ class Cell(wx.Panel):
         self.ui_start.stand_out(label != PAUSE)
 
     def _ui_entry_switched(self, enabled: bool) -> None:
-        self._ui_signs.entry_enabled(enabled, self._ui_pages.last_result())
+        failed = self._ui_pages.failed_items() if enabled else ""
+        self._ui_signs.entry_enabled(enabled, self._ui_pages.last_result(), failed)
         self._ui_look_for_fault()
         if not enabled:
             self._ui_head.serial.SetValue(self.ui_serial_number.GetValue())

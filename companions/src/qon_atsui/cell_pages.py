@@ -52,3 +52,12 @@ class CellPages(wx.Notebook):
         """The history's word for the test that ended last."""
         row = self.history.GetNumberRows() - 1
         return self.history.GetCellValue(row, 3) if row >= 0 else ""
+
+    def failed_items(self) -> str:
+        """The name of the first NG item, and how many there are besides it."""
+        rows = self.items.store.rows_with("red")
+        titles = [self.items.GetColLabelValue(column) for column in range(self.items.GetNumberCols())]
+        if not rows or "Name" not in titles:
+            return ""
+        first = self.items.GetCellValue(rows[0], titles.index("Name"))
+        return first if len(rows) == 1 else f"{first}  +{len(rows) - 1}"

@@ -76,6 +76,10 @@ class RowStore:
         self._colours[row] = self._shared.setdefault(changed, changed)
         return True
 
+    def rows_with(self, name: str) -> list[int]:
+        """The rows that have a cell of this colour."""
+        return [row for row, colours in enumerate(self._colours) if colours is not None and name in colours]
+
     def _unpack(self, row: int) -> None:
         if not 0 <= row < len(self._rows):
             raise IndexError(f"There is no row {row}: the grid has {len(self._rows)}.")

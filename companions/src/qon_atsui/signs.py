@@ -7,7 +7,7 @@ turns it into one `Face`: glyph, word, text and shade.  Nothing here needs a win
 from __future__ import annotations
 
 from collections.abc import Callable
-from dataclasses import dataclass, field, replace
+from dataclasses import dataclass, field
 
 from qon_companions.i18n import _
 
@@ -35,7 +35,7 @@ class Face:
     lead: str = "word"
 
 
-@dataclass(frozen=True)
+@dataclass
 class Told:
     """The product's words so far."""
 
@@ -46,6 +46,7 @@ class Told:
     aborting: bool = False
     asking: bool = False
     verdict: str = ""
+    failed: str = ""
     fault: str = ""
     phase: bool = False
 
@@ -79,7 +80,8 @@ def _ended(told: Told) -> Face | None:
         return Face("ok", "tick", word, "" if _same(told.text, word, "OK") else told.text, palette.GREEN)
     if told.colour == "red":
         word = told.verdict or "NG"
-        return Face("ng", "cross", word, "" if _same(told.text, word, "NG") else told.text, palette.RED)
+        text = told.failed if _same(told.text, word, "NG") else told.text
+        return Face("ng", "cross", word, text, palette.RED)
     if told.colour == "cyan":
         verdict = told.verdict or told.text
         if _same(verdict, EXCEPTION) and told.fault and _same(told.text, EXCEPTION):
@@ -124,9 +126,9 @@ class Signs:
     entry_disabled: bool = False
 
     def _update(self, **changes: object) -> None:
-        told = replace(self.told, **changes)  # type: ignore[arg-type]
-        if told != self.told:
-            self.told = told
+        told = vars(self.told)
+        if any(told[name] != value for name, value in changes.items()):
+            told.update(changes)
             self.changed()
 
     def prompt_text(self, text: str) -> None:
@@ -142,13 +144,16 @@ class Signs:
         busy = self.told.busy or (self.entry_disabled and label in _BUSY_LABELS)
         self._update(busy=busy, paused=label == RESUME)
 
-    def entry_enabled(self, enabled: bool, verdict: str = "") -> None:
-        """The entry is disabled for the length of a test; `verdict` is the history's word for its end."""
+    def entry_enabled(self, enabled: bool, verdict: str = "", failed: str = "") -> None:
+        """The entry is disabled for the length of a test.
+
+        `verdict` is the history's word for its end, `failed` names the NG items of a test that went on after them.
+        """
         self.entry_disabled = not enabled
         if enabled and self.told.busy:
-            self._update(busy=False, paused=False, aborting=False, verdict=verdict)
+            self._update(busy=False, paused=False, aborting=False, verdict=verdict, failed=failed)
         elif not enabled:
-            self._update(verdict="", fault="")
+            self._update(verdict="", failed="", fault="")
 
     def abort_asked(self) -> None:
         """The operator wants the test to end; until it does the product says nothing about it."""
