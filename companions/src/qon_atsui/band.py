@@ -11,6 +11,7 @@ from typing import Any
 import wx
 
 from qon_atsui import glyphs, palette, sizing
+from qon_atsui.fields import Painted
 from qon_atsui.signs import Face, Signs, read
 from qon_atsui.textfit import LINE, Fitted, fit, width_per_point
 from qon_atsui.texts import displayable
@@ -22,19 +23,17 @@ _TALL = 0.55  # height to width from which on the glyph stands above the word
 _GLYPH_GAP = 0.35  # between glyph and word, of the glyph's side
 
 
-class VerdictBand(wx.Window):
+class VerdictBand(Painted):
     """Custom-drawn control.  GUI thread only; texts and colours are kept exactly as told."""
 
     def __init__(self, parent: wx.Window, signs: Signs) -> None:
-        super().__init__(parent, style=wx.BORDER_NONE | wx.FULL_REPAINT_ON_RESIZE)
-        self.SetBackgroundStyle(wx.BG_STYLE_PAINT)
-        self.SetCanFocus(False)
+        super().__init__(parent)
         self._signs = signs
         self._label = ""
         self._colour: wx.Colour = palette.as_colour("white")
         self._share = 0.0
         self._fitted: dict[tuple[Any, ...], Fitted] = {}
-        self.Bind(wx.EVT_PAINT, self._on_paint)
+        self._fonts: dict[tuple[float, str], wx.GraphicsFont] = {}
 
     # What the product calls.
 
@@ -68,7 +67,7 @@ class VerdictBand(wx.Window):
 
     # Drawing.
 
-    def _on_paint(self, _event: wx.PaintEvent) -> None:
+    def paint(self) -> None:
         dc = wx.AutoBufferedPaintDC(self)
         width, height = self.GetClientSize()
         face = self.face
@@ -114,7 +113,7 @@ class VerdictBand(wx.Window):
         above = min(fill * height / (side * (2.0 + _GLYPH_GAP)), room / width)
         stacked = height > _TALL * room
         points = max(sizing.SMALLEST_POINTS, above if stacked else beside)
-        gc.SetFont(sizing.font(points, bold=True), ink)
+        gc.SetFont(self._font(gc, points, face.shade.ink))
         text_width, text_height, descent, _leading = gc.GetFullTextExtent(face.word)
         side *= points
         x, y = left + (room - text_width) / 2, height * middle
@@ -134,11 +133,27 @@ class VerdictBand(wx.Window):
             return 0.70, 0.5
         return (0.80, 0.52) if face.lead == "word" else (0.60, 0.58)
 
-    @staticmethod
+    def _font(self, gc: wx.GraphicsContext, points: float, ink: str) -> wx.GraphicsFont:
+        """Making one takes as long as all other drawing of a small band."""
+        key = (round(points * 2) / 2, ink)
+        found = self._fonts.get(key)
+        if found is None:
+            if len(self._fonts) > 16:
+                self._fonts.clear()
+            found = self._fonts[key] = gc.CreateFont(sizing.font(points, bold=True), wx.Colour(ink))
+        return found
+
     def _draw_text(
-        gc: wx.GraphicsContext, face: Face, text: Fitted, left: float, room: float, top: float, height: float
+        self,
+        gc: wx.GraphicsContext,
+        face: Face,
+        text: Fitted,
+        left: float,
+        room: float,
+        top: float,
+        height: float,
     ) -> None:
-        gc.SetFont(sizing.font(text.points, bold=True), wx.Colour(face.shade.ink))
+        gc.SetFont(self._font(gc, text.points, face.shade.ink))
         line = gc.GetTextExtent("Mg")[1]
         y = top + max(0.0, (height * 0.92 - line * len(text.lines)) / 2)
         for content in text.lines:

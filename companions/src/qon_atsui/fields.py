@@ -10,7 +10,32 @@ from qon_atsui import palette, sizing
 from qon_atsui.texts import displayable
 
 
-class ValueLabel(wx.Window):
+class Painted(wx.Window):
+    """A window that draws itself.  Told a hundred times before it is painted it asks for that once."""
+
+    def __init__(self, parent: wx.Window) -> None:
+        super().__init__(parent, style=wx.BORDER_NONE | wx.FULL_REPAINT_ON_RESIZE)
+        self._stale = False  # asked to be painted
+        self.SetBackgroundStyle(wx.BG_STYLE_PAINT)
+        self.SetCanFocus(False)
+        self.Bind(wx.EVT_PAINT, self._on_paint_event)
+
+    def Refresh(self, eraseBackground: bool = True, rect: Any = None) -> None:
+        """Every call of wx gives the interpreter away, which a busy station pays with a wait for its threads."""
+        if not self._stale:
+            self._stale = True
+            super().Refresh()
+
+    def _on_paint_event(self, _event: wx.PaintEvent) -> None:
+        self._stale = False
+        self.paint()
+
+    def paint(self) -> None:
+        """Draw everything."""
+        raise NotImplementedError
+
+
+class ValueLabel(Painted):
     """One line of text in a place of fixed size; to the product a text field or a label.
 
     Drawn by itself: a new text neither moves a neighbour nor costs a layout.  What does not fit ends in an
@@ -18,9 +43,7 @@ class ValueLabel(wx.Window):
     """
 
     def __init__(self, parent: wx.Window, text: str = "", align: int = wx.ALIGN_LEFT, hint: str = "") -> None:
-        super().__init__(parent, style=wx.BORDER_NONE | wx.FULL_REPAINT_ON_RESIZE)
-        self.SetBackgroundStyle(wx.BG_STYLE_PAINT)
-        self.SetCanFocus(False)
+        super().__init__(parent)
         self._text = text
         self._align = align | wx.ALIGN_CENTRE_VERTICAL
         self._hint = hint
@@ -28,7 +51,6 @@ class ValueLabel(wx.Window):
         self._ink = palette.INK
         if hint:
             self.SetToolTip(hint)
-        self.Bind(wx.EVT_PAINT, self._on_paint)
 
     def SetValue(self, text: str) -> None:
         if text != self._text:
@@ -49,7 +71,7 @@ class ValueLabel(wx.Window):
         extent = self.GetFullTextExtent(displayable(self._text) or "0")
         return wx.Size(extent[0] + 4, extent[1] + 2)
 
-    def _on_paint(self, _event: wx.PaintEvent) -> None:
+    def paint(self) -> None:
         dc = wx.AutoBufferedPaintDC(self)
         dc.SetBackground(wx.Brush(self._ground))
         dc.Clear()
@@ -64,16 +86,13 @@ class ValueLabel(wx.Window):
             self.SetToolTip(tip or None)
 
 
-class ProgressBar(wx.Window):
+class ProgressBar(Painted):
     """A gauge from 0 to 100 that takes fractions; a value out of range is shown as its nearest end."""
 
     def __init__(self, parent: wx.Window) -> None:
-        super().__init__(parent, style=wx.BORDER_NONE | wx.FULL_REPAINT_ON_RESIZE)
-        self.SetBackgroundStyle(wx.BG_STYLE_PAINT)
-        self.SetCanFocus(False)
+        super().__init__(parent)
         self._value: float = 0
         self.changed: Any = None  # called with the shown percentage
-        self.Bind(wx.EVT_PAINT, self._on_paint)
 
     def SetValue(self, value: float) -> None:
         shown = self.percent
@@ -93,7 +112,7 @@ class ProgressBar(wx.Window):
     def percent(self) -> int:
         return round(min(max(self._value, 0), 100))
 
-    def _on_paint(self, _event: wx.PaintEvent) -> None:
+    def paint(self) -> None:
         dc = wx.AutoBufferedPaintDC(self)
         dc.SetBackground(wx.Brush(palette.SURFACE))
         dc.Clear()
@@ -120,7 +139,7 @@ class CommandButton(wx.Button):
     def __init__(self, parent: wx.Window, label: str, hint: str, stands_out: bool = False) -> None:
         super().__init__(parent, label=self._with_mnemonic(label), style=wx.BU_EXACTFIT)
         self._label = label
-        self._colour: wx.Colour | None = None
+        self._colour: Any = None  # as told
         self.changed: Any = None  # called with the new label
         self.SetToolTip(hint)
         if stands_out:
@@ -145,11 +164,13 @@ class CommandButton(wx.Button):
         return self._label
 
     def SetBackgroundColour(self, colour: Any) -> bool:
-        self._colour = palette.as_colour(colour)
+        if colour != self._colour:
+            palette.as_colour(colour)  # refuses what is no colour
+            self._colour = colour
         return True
 
     def GetBackgroundColour(self) -> wx.Colour:
-        return self._colour or super().GetBackgroundColour()
+        return super().GetBackgroundColour() if self._colour is None else palette.as_colour(self._colour)
 
 
 def caption(parent: wx.Window, text: str, points: float = 10.0) -> wx.StaticText:

@@ -7,6 +7,7 @@ from __future__ import annotations
 
 from collections.abc import Sequence
 from dataclasses import dataclass
+from functools import lru_cache
 
 import wx
 
@@ -34,6 +35,7 @@ def _measuring_dc() -> wx.MemoryDC:
     return dc
 
 
+@lru_cache(maxsize=64)
 def width_per_point(text: str) -> tuple[float, float]:
     """Width and line height of a bold text in pixels per point."""
     dc = _measuring_dc()
@@ -90,7 +92,10 @@ def fit(text: str, width: float, height: float, largest: float, smallest: float)
         for part in text.splitlines()
         if part
     ]
+    tallest = height / (line * max(1, len(paragraphs)))  # sizes above need not be tried: each part is a line
     points = largest
+    while points > max(smallest, tallest):
+        points *= _STEP
     while points > smallest:
         lines = _lines(paragraphs, width / points)
         if len(lines) * line * points <= height and not _breaks_words(paragraphs, width / points):
