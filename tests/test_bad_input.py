@@ -1,5 +1,7 @@
 """Bad input: the operator sees which file, key or class is meant and mends it; nothing recorded is lost."""
 
+import subprocess
+import sys
 from pathlib import Path
 from typing import Any
 
@@ -134,3 +136,11 @@ def test_a_script_that_exits_leaves_its_cell_visibly_busy(station: Station) -> N
     assert station.meetings[1].notes == ["off"] and bad.is_busy() and not bad.has_done()
     assert (bad.ui_start.GetLabel(), bad.ui_serial_number.IsEnabled()) == ("Pause", False)
     assert texts(bad.ui_assertions)[0][0] == "kept" and not bad.uut.done and good.uut.is_ok
+
+
+@pytest.mark.parametrize(("module", "cure"), [("wx", "python3-wxgtk4.0"), ("qon_touch", "qon-ats-companions")])
+def test_a_missing_module_is_named_with_its_cure(module: str, cure: str) -> None:
+    code = f"import sys; sys.modules[{module!r}] = None; import qon_ats"
+    done = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=False, timeout=60)
+    last = done.stderr.splitlines()[-1]
+    assert last.startswith(f'ImportError: qon_ats needs the module "{module}"') and cure in last

@@ -44,6 +44,26 @@ PyObject* time_namespace = nullptr;
 PyObject* original_time_module = nullptr;
 PyObject* original_clock = nullptr;
 
+// The windows come from the system's package where pip has none; the siblings may be the maker's own.
+const char* where_to_get(const std::string& module) {
+    if (module.starts_with("wx")) return "install Debian's package python3-wxgtk4.0, or wxPython with pip";
+    if (module.starts_with("qon_")) return "install qon-ats-companions, or put the maker's own on the path";
+    return "install it with pip";
+}
+
+// One line for whoever starts the application; an error inside a module that is there is passed on.
+nb::object import_needed(const char* module) {
+    try {
+        return nb::module_::import_(module);
+    } catch (const nb::python_error& error) {
+        if (!error.matches(PyExc_ModuleNotFoundError) || !error.value().attr("name").equal(nb::str(module)))
+            throw;
+    }
+    const std::string name = module;
+    throw std::runtime_error("qon_ats needs the module \"" + name +
+                             "\", which this Python does not have: " + where_to_get(name) + ".");
+}
+
 }  // namespace
 
 nb::handle module_namespace() { return own_namespace; }
@@ -52,7 +72,7 @@ void import_names(nb::module_& module) {
     own_namespace = module.attr("__dict__").ptr();
     Py_INCREF(own_namespace);
     for (const char* module_name : kModules) {
-        const nb::object imported_module = nb::module_::import_(module_name);
+        const nb::object imported_module = import_needed(module_name);
         const std::string text = module_name;
         if (text.find('.') == std::string::npos) nb::setattr(module, module_name, imported_module);
     }
@@ -60,7 +80,7 @@ void import_names(nb::module_& module) {
     time_namespace = PyModule_GetDict(original_time_module);
     original_clock = PyObject_GetAttrString(original_time_module, "time");
     for (Import& import : kImports) {
-        nb::object source = nb::module_::import_(import.module);
+        nb::object source = import_needed(import.module);
         nb::object original = source.attr(import.attribute);
         nb::setattr(module, import.name, original);
         import.interned_name = PyUnicode_InternFromString(import.name);

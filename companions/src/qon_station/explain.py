@@ -54,6 +54,8 @@ def _words(error: BaseException) -> tuple[str, str]:
         what = _("The module {name} is not installed.").format(name=error.name)
         text = _("Install it for this Python, or put {name}.py beside the application.")
         return what, text.format(name=error.name.partition(".")[0])
+    if isinstance(error, ImportError) and isinstance(error.__cause__, Exception):
+        return _words(error.__cause__)  # what a native module says about a fault in what it imports is no help
     if isinstance(error, ImportError):
         return _("A module does not fit: {reason}").format(reason=error), again
     if isinstance(error, OSError) and error.filename is not None:
