@@ -7,9 +7,10 @@ import numpy
 import qon_atsui
 import wx
 import wx.grid
-from qon_matplot import MatplotPanel
+
 from qon_wxtools import MB, window_fit_layout
 
+from .plot import MatplotPanel
 from .records import DEFAULT_COLUMN_INFO, UUT, Assertion
 
 FIELDS = ("ok_count", "ng_count", "yield", "max", "min", "middle", "average", "variance", "std_deviation")

@@ -12,6 +12,8 @@ from matplotlib.backends.backend_wxagg import FigureCanvasWxAgg
 from matplotlib.figure import Figure
 from qon_companions.i18n import _
 
+from .envelope import PlotAxes
+
 # Matplotlib's default font has no Chinese glyphs; the first of these that is installed is asked for them.
 _CHINESE_FONTS = (
     "Noto Sans CJK SC",
@@ -55,13 +57,23 @@ class _ToolBar(NavigationToolbar2Wx):
         super().__init__(canvas)
 
 
+class _Canvas(FigureCanvasWxAgg):
+    """Painted by the paint event only, once for however many drawings, and never beside it."""
+
+    def gui_repaint(self, drawDC: wx.DC | None = None) -> None:
+        if drawDC is None:
+            self.Refresh(False)
+        else:
+            super().gui_repaint(drawDC)
+
+
 class Plot:
     """One figure on its canvas."""
 
     def __init__(self, parent: wx.Window) -> None:
         _prepare_matplotlib()
         self.figure = Figure()
-        self.canvas = FigureCanvasWxAgg(parent, wx.ID_ANY, self.figure)
+        self.canvas = _Canvas(parent, wx.ID_ANY, self.figure)
         self.canvas.SetMinSize(wx.Size(1, 1))  # else it draws as if it had its first size, and is cut off
         self.toolbar = _ToolBar(self.canvas)
         self.toolbar.Realize()
@@ -72,9 +84,12 @@ class Plot:
         """New axes instead of those that were there."""
         self.clear()
         self._set_margins()
-        return self.figure.subplots()
+        axes: Axes = self.figure.add_subplot(axes_class=PlotAxes)
+        return axes
 
     def clear(self) -> None:
+        for axes in self.figure.axes:
+            self.figure.delaxes(axes)  # spares the figure emptying what is not used again
         self.figure.clear()
         self.toolbar.update()  # the views of the last plot are no views of this one
 
