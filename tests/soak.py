@@ -1,20 +1,11 @@
 """Eight cells under random load: scripts do all that scripts may do, an operator interferes at any point, and
 everything is counted apart from the station's own records.
-
-    python tests/soak.py --measurements 10000000 --minutes 25
 """
 
-import argparse
-import faulthandler
-import os
 import random
-import sys
-import tempfile
-import threading
 import time
 import traceback
 from collections import Counter
-from pathlib import Path
 from typing import Any
 from unittest import mock
 
@@ -34,10 +25,9 @@ ACTIONS = ("abort", "pause", "pause abort", "pause resume", "abort pause", "Clos
 class Soak:
     """The operator: starts, interrupts, resumes, answers, clears and keeps the books.  GUI thread."""
 
-    def __init__(self, station: Station, measurements: int, size: int = 0, interruptions: float = 0.1, seed: int = 1):
+    def __init__(self, station: Station, size: int, interruptions: float = 0.1, seed: int = 1) -> None:
         """Units of about so many measurements; a share of them is interrupted at a point of their run."""
-        self.target, self.interruptions, self.chance = measurements, interruptions, random.Random(seed)
-        self.size = size or max(40, min(500, measurements // (CELLS * 16)))
+        self.size, self.interruptions, self.chance = size, interruptions, random.Random(seed)
         self.totals: Counter[str] = Counter()
         self.counted: Counter[Any] = Counter()  # since the statistics were cleared
         self.units: list[qon_ats.UUT] = []  # likewise
@@ -65,14 +55,14 @@ class Soak:
 
         return Unit
 
-    def soak(self, seconds: float = 600.0) -> Counter[str]:
-        begin, timer = time.monotonic(), wx.Timer()
-        self.stop_at = begin + seconds
+    def soak(self, target: int, what: str = "measurements") -> Counter[str]:
+        """Until so many are counted of what is asked for."""
+        self.target, self.what, begin, timer = target, what, time.monotonic(), wx.Timer()
         timer.Bind(wx.EVT_TIMER, self.look)
         timer.Start(15)  # milliseconds
         with mock.patch.object(wx, "MessageBox", return_value=wx.NO) as closing, Answers(self.answer):
             try:
-                pump(self.is_over, seconds + 2 * STUCK_SECONDS)
+                pump(self.is_over, float("inf"))
             finally:
                 timer.Stop()
         pump(lambda: len(self.ran) >= self.totals["post"], what="everything posted has run")
@@ -82,10 +72,7 @@ class Soak:
     def is_over(self) -> bool:
         if self.fault:
             raise self.fault
-        return self.is_enough() and all(cell.ledger is None for cell in self.frame.cells)
-
-    def is_enough(self) -> bool:
-        return self.totals["all"] >= self.target or time.monotonic() > self.stop_at
+        return self.totals[self.what] >= self.target and all(cell.ledger is None for cell in self.frame.cells)
 
     def look(self, _event: wx.TimerEvent) -> None:
         if self.fault:
@@ -100,7 +87,7 @@ class Soak:
 
     def attend(self, cell: qon_ats.Cell, ledger: Ledger | None) -> None:
         if ledger is None:
-            if not self.is_enough():
+            if self.totals[self.what] < self.target:
                 self.start(cell)
         elif time.monotonic() - ledger.since > STUCK_SECONDS:
             raise AssertionError(f"{cell.name} does not come back: {ledger}")
@@ -133,7 +120,7 @@ class Soak:
         if cell.ledger is not ledger or not cell.is_running():
             return  # the run was over sooner
         actions = self.chance.choice(ACTIONS)
-        self.totals.update((f"at {point}", f"to {actions}"))
+        self.totals.update(("interruptions", f"at {point}", f"to {actions}"))
         ledger.aborted = ledger.aborted or "abort" in actions
         for action in actions.split():
             getattr(self.frame if action == "Close" else cell, action)()
@@ -159,11 +146,15 @@ class Soak:
         """A run has ended: what the station kept of it against what its script and the operator counted."""
         uut, items, did = cell.uut, ledger.items, ledger.did
         done, verdict, shown = ledger.outcome()
-        names = Counter(item.name for item in uut.assertions)
+        rows = range(cell.ui_assertions.GetNumberRows())
+        in_order = sorted if items["HELPER"] else list  # two threads record and queue each in an order of its own
         kept: dict[str, tuple[Any, Any]] = {
-            "records": (len(uut.assertions), items["all"]),
-            "queued": (cell._assertion_queue.unfinished_tasks - ledger.queued_before, items["all"]),
-            "rows": (Counter(row[0] for row in texts(cell.ui_assertions)), names),
+            "records": (len(uut.assertions), items["measurements"]),
+            "queued": (cell._assertion_queue.unfinished_tasks - ledger.queued_before, items["measurements"]),
+            "rows": (
+                in_order(cell.ui_assertions.GetCellValue(row, 0) for row in rows),
+                in_order(item.name for item in uut.assertions),
+            ),
             "all": (Counter(map(id, cell.get_assertions())), Counter(map(id, uut.assertions))),
             "NG": (sum(item.is_ng() for item in uut.assertions), items["NG"]),
             "NG items": (len(cell._ng_items), items["NG"]),
@@ -180,7 +171,8 @@ class Soak:
             kept["panel"] = (panel, ("Start", None, True))
             self.counted[cell, shown == "OK"] += shown in ("OK", "NG", "TBD")
         wrong = {what: pair for what, pair in kept.items() if pair[0] != pair[1]}
-        assert not wrong, f"unit {uut.serial_number} of {cell.name}: {wrong}; {ledger}"
+        error = cell._exception_object and traceback.format_exception(cell._exception_object)
+        assert not wrong, f"unit {uut.serial_number} of {cell.name}: {wrong}; {ledger}; {error}"
         self.totals.update(items + did)
         self.totals.update(("units", f"ended: {ledger.end}", f"shown: {shown}"))
         cell.ledger = None
@@ -201,31 +193,3 @@ class Soak:
         assert units[early:] == self.units and 0 <= early <= CELLS
         for uut, row in zip(units, texts(self.viewer.test_data_viewer_panel.ui_history), strict=True):
             assert row[3] == uut.summer or not uut.done
-
-
-def main() -> None:
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawTextHelpFormatter)
-    for name, default in (("measurements", 100_000), ("size", 0), ("minutes", 60), ("seed", 1)):
-        parser.add_argument(f"--{name}", type=int, default=default)
-    options = parser.parse_args()
-    uncaught: list[Any] = []
-    app = wx.App(False)
-    with tempfile.TemporaryDirectory() as folder:
-        soak = Soak(Station(Path(folder)), options.measurements, options.size, seed=options.seed)
-        sys.excepthook = lambda *what: uncaught.append(what)
-        threading.excepthook = lambda what: None if what.exc_type is SystemExit else uncaught.append(what)
-        try:
-            totals = soak.soak(options.minutes * 60)
-        except BaseException:  # noqa: BLE001 - whatever it is, test threads may still run
-            traceback.print_exc()
-            faulthandler.dump_traceback()
-            os._exit(1)
-    for name, number in sorted(totals.items()):
-        print(f"{number:12,}  {name}")
-    print(f"{len(uncaught):12,}  uncaught exceptions {uncaught[:3] or ''}", flush=True)
-    del app
-    os._exit(bool(uncaught))
-
-
-if __name__ == "__main__":
-    main()

@@ -13,7 +13,7 @@ import qon_ats
 
 STEPS = {"burst": 100, "judge_later": 4, "help": 4, "post": 8, "ask": 0.3, "pause": 1, "wait": 10}
 ENDS = {"get_cell_name": 60, "done": 10, "stop_on_ng": 10, "give_up": 8, "fail": 8, "leave": 1}
-POINTS = ("before the thread", "constructor", "run", "question", "last item", "done", "cleanup", "never")
+POINTS = ("before the thread", "constructor", "run", "question", "sleep", "last item", "done", "cleanup", "never")
 
 
 @dataclass
@@ -30,11 +30,11 @@ class Ledger:
     end: str = "returned"
     aborted: bool = False
     answer: Any = None
-    items: Counter[str] = field(default_factory=Counter)  # "all", NG, TBD, and by category
+    items: Counter[str] = field(default_factory=Counter)  # "measurements", NG, TBD, and by category
     did: Counter[str] = field(default_factory=Counter)
 
     def count(self, ok: bool | None, category: str = "") -> None:
-        self.items["all"] += 1
+        self.items["measurements"] += 1
         self.items["NG"] += ok is False
         self.items["TBD"] += ok is None
         self.items[category] += 1
@@ -68,7 +68,7 @@ class Runner(qon_ats.CellRunnerBase):
         """At its point the run is interrupted; it stands still meanwhile, or goes on."""
         if point == self.ledger.point:
             self.ledger.point = ""
-            waits = self.chance.random() < 0.5 and point != "question"
+            waits = self.chance.random() < 0.5 and point not in ("question", "sleep")
             (self.call_user_function if waits else self.call_user_function_no_wait)(self.ledger.interrupt)
 
     def do_one_of(self, weights: dict[str, float]) -> None:
@@ -79,11 +79,11 @@ class Runner(qon_ats.CellRunnerBase):
     def run(self) -> None:
         try:
             self.burst()
-            while self.ledger.items["all"] < self.ledger.size:
+            while self.ledger.items["measurements"] < self.ledger.size:
                 self.do_one_of(STEPS)
                 self.reach("run")
-            if self.ledger.point == "question":
-                self.ask()
+            if self.ledger.point in ("question", "sleep"):
+                self.ask() if self.ledger.point == "question" else self.wait(0.2)
             self.reach("last item")
             self.do_one_of(ENDS)
         except BaseException as error:
@@ -109,7 +109,7 @@ class Runner(qon_ats.CellRunnerBase):
             self.append_ok(name, 1, category=name)
         except ValueError:
             return False
-        items.update(("all", name))
+        items.update(("measurements", name))
         return True
 
     def burst(self) -> None:
@@ -135,7 +135,7 @@ class Runner(qon_ats.CellRunnerBase):
         def work() -> None:
             with contextlib.suppress(RuntimeError):  # only the test thread may
                 self.done()
-            while items["all"] < most and self.record("HELPER", items):
+            while items["measurements"] < most and self.record("HELPER", items):
                 pass
 
         self.helpers.append((threading.Thread(target=work), items))
@@ -157,8 +157,9 @@ class Runner(qon_ats.CellRunnerBase):
         answer = question("LED lit?")
         assert answer == (None if question == self.notice_box else self.ledger.answer)
 
-    def wait(self) -> None:
-        self.sleep(self.chance.uniform(0, 0.03), 0.01)
+    def wait(self, most: float = 0.03) -> None:
+        self.reach("sleep")
+        self.sleep(self.chance.uniform(0, most), 0.01)
 
     def stop_on_ng(self) -> None:
         self.ledger.count(False)

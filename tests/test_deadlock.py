@@ -1,6 +1,10 @@
-"""No deadlock between test threads, GUI thread and siblings: no native lock is held while Python code runs."""
+"""No deadlock between test threads, GUI thread and siblings: no native lock is held while Python code runs.
+
+QON_SWITCHING_UNITS is the number of units tested while the threads switch all the time.
+"""
 
 import contextlib
+import os
 import sys
 import threading
 from collections.abc import Callable, Iterator
@@ -15,6 +19,8 @@ from station import Station
 
 pytest_plugins = ["stationplugin"]
 
+UNITS = int(os.environ.get("QON_SWITCHING_UNITS", "40"))
+
 
 @pytest.fixture
 def hasty_switching() -> Iterator[None]:
@@ -26,8 +32,7 @@ def hasty_switching() -> Iterator[None]:
 
 def test_a_station_whose_threads_switch_all_the_time(station: Station, hasty_switching: None) -> None:
     """The soak's operator gives up when a cell does not come back."""
-    totals = Soak(station, 2500, size=60, interruptions=0.5, seed=9).soak()
-    assert totals["units"] > 20
+    print(Soak(station, size=60, interruptions=0.5, seed=9).soak(UNITS, "units"))
 
 
 class Meddler:

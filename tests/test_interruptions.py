@@ -1,4 +1,7 @@
-"""Aborts, pauses, starts and closes at any point of a run: the cell always comes back to ready."""
+"""Aborts, pauses, starts and closes at any point of a run: the cell always comes back to ready.
+
+QON_INTERRUPTIONS sets their number (two hundred times the number of processes closed in mid run).
+"""
 
 import os
 import random
@@ -18,7 +21,6 @@ from station import Station
 pytest_plugins = ["stationplugin"]
 
 INTERRUPTIONS = int(os.environ.get("QON_INTERRUPTIONS", "120"))
-MEASUREMENTS_PER_UNIT = 25
 
 # Busy, busy behind a box, paused by itself, sleeping, in a call without check points, over.
 BUSY = "if cell.cell_number == 1: self.notice_box('Wait')\nwhile True: self.append_ok('a', 1); self.print('x')"
@@ -27,9 +29,8 @@ BODIES = (BUSY, BUSY, "self.pause()", "while True: self.sleep(0.001)", "time.sle
 
 def test_cells_come_back_to_ready(station: Station, monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.setattr(turns, "PAUSE_SECONDS", 0.0)
-    soak = Soak(station, INTERRUPTIONS * MEASUREMENTS_PER_UNIT, size=20, interruptions=1.0)
-    totals = soak.soak(60.0 + INTERRUPTIONS)
-    print(dict(totals))
+    totals = Soak(station, size=20, interruptions=1.0).soak(INTERRUPTIONS, "interruptions")
+    print(*(f"{number:12,}  {name}" for name, number in sorted(totals.items())), sep="\n")
     assert totals["shown: Aborted"] and totals["shown: OK"] and totals["resumes"] and totals["refused closes"]
     for point in POINTS[:-1]:
         assert totals[f"at {point}"], f"none at {point}"
