@@ -4,7 +4,7 @@ import time
 
 BEGIN = time.perf_counter()
 
-from sides import report, side_of_this_process  # noqa: E402
+from sides import report, side_of_this_process
 
 if __name__ == "__main__":
     side_of_this_process()

@@ -64,9 +64,10 @@ def write_script(folder: Path, side: str) -> str:
     return str(path)
 
 
-def make_cell(side: str, module: ModuleType, folder: Path, limits: int = 0) -> Any:
+def make_cell(side: str, module: ModuleType, folder: Path, limits: int = 0, **more: Any) -> Any:
     """An engine cell whose script calls `cell.body(runner)`; with a limits workbook of so many items."""
     settings = [setting("script", write_script(folder, side))]
+    settings += [setting(key, value) for key, value in more.items()]
     if limits:
         rows = [limit(f"item{n}", 4.0, 6.0) for n in range(limits)]
         settings.append(

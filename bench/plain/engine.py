@@ -226,14 +226,14 @@ class CellBase(Control, Evaluation):
                 self._make_uut_done()
             except DoneError:
                 self._make_uut_done()
-            except Exception as error:
+            except Exception as error:  # noqa: BLE001 - any fault of a script
                 self.print("".join(format_exception(skip_level=1)), end="")
                 self._exception_object = error
         finally:
             if runner is not None:
                 try:
                     runner.cleanup()
-                except Exception as error:
+                except Exception as error:  # noqa: BLE001 - any fault of a script
                     MB.Error(f"Cleanup fail: {error}.")
         self._done_flag = True
 
@@ -260,7 +260,7 @@ class CellBase(Control, Evaluation):
     def _make_uut_done(self) -> None:
         try:
             self.uut.done = True
-        except Exception:
+        except Exception:  # noqa: BLE001 - any fault of a script
             self.print("".join(format_exception(skip_level=0)), end="")
 
     def done(self) -> None:

@@ -114,7 +114,7 @@ class ATSFrame(qon_atsui.Frame):
     def on_trigger_initializer(self, event: wx.Event) -> None:
         try:
             self.startup_initializer()
-        except Exception:
+        except Exception:  # noqa: BLE001 - any fault of a hook
             MB.Error("".join(format_exception(1)))
 
     def on_ticker_timer_event(self, event: wx.Event) -> None:

@@ -1,29 +1,38 @@
-"""A plot in a window, as matplotlib's own example for wx has it."""
+"""A plot in a window, as matplotlib's own example for wx has it; made when it is used first."""
+
+from typing import Any
 
 import wx
-from matplotlib.axes import Axes
-from matplotlib.backends.backend_wxagg import FigureCanvasWxAgg, NavigationToolbar2WxAgg
-from matplotlib.figure import Figure
 
 
 class MatplotPanel(wx.Panel):
     def __init__(self, parent: wx.Window) -> None:
         super().__init__(parent)
-        self.figure = Figure()
-        self.canvas = FigureCanvasWxAgg(self, wx.ID_ANY, self.figure)
-        self.toolbar = NavigationToolbar2WxAgg(self.canvas)
-        self.toolbar.Realize()
-        column = wx.BoxSizer(wx.VERTICAL)
-        column.Add(self.canvas, 1, wx.EXPAND)
-        column.Add(self.toolbar, 0, wx.EXPAND)
-        self.SetSizer(column)
+        self.SetSizer(wx.BoxSizer(wx.VERTICAL))
+        self._figure: Any = None
 
-    def subplots(self) -> tuple[Figure, Axes]:
-        self.figure.clear()
-        return self.figure, self.figure.subplots()
+    def _create(self) -> None:
+        from matplotlib.backends.backend_wxagg import FigureCanvasWxAgg, NavigationToolbar2WxAgg
+        from matplotlib.figure import Figure
+
+        self._figure = Figure()
+        self.canvas = FigureCanvasWxAgg(self, wx.ID_ANY, self._figure)
+        toolbar = NavigationToolbar2WxAgg(self.canvas)
+        toolbar.Realize()
+        self.GetSizer().Add(self.canvas, 1, wx.EXPAND)
+        self.GetSizer().Add(toolbar, 0, wx.EXPAND)
+        self.Layout()
+
+    def subplots(self) -> tuple[Any, Any]:
+        if self._figure is None:
+            self._create()
+        self._figure.clear()
+        return self._figure, self._figure.subplots()
 
     def clear(self) -> None:
-        self.figure.clear()
+        if self._figure is not None:
+            self._figure.clear()
 
     def draw(self) -> None:
-        self.canvas.draw()
+        if self._figure is not None:
+            self.canvas.draw()

@@ -7,7 +7,6 @@ import numpy
 import qon_atsui
 import wx
 import wx.grid
-
 from qon_wxtools import MB, window_fit_layout
 
 from .plot import MatplotPanel

@@ -30,6 +30,10 @@ _CHINESE_FONTS = (
 # A line of ten thousand points is drawn in pieces and simplified by up to one pixel, which takes a third of the time.
 _FAST_LINES = {"path.simplify_threshold": 1.0, "agg.path.chunksize": 1000}
 
+# Milliseconds after a plot, and ticks of an axis, for the axes that are made ahead.
+_SPARE_DELAY = 30
+_SPARE_TICKS = 12
+
 # Inches: room for tick labels and an axis label at the left, for a title at the top.
 _LEFT, _RIGHT, _BOTTOM, _TOP = 0.85, 0.2, 0.55, 0.4
 
@@ -79,12 +83,20 @@ class Plot:
         self.toolbar.Realize()
         self.canvas.mpl_connect("key_press_event", self._on_key)
         self.canvas.mpl_connect("resize_event", lambda event: self._set_margins())
+        self._spare: Axes | None = None
+        self._spare_settings: Any = None
+        self._idle = wx.CallLater(_SPARE_DELAY, self._make_spare)
 
     def fresh_axes(self) -> Axes:
         """New axes instead of those that were there."""
         self.clear()
+        axes, self._spare = self._spare, None
+        if axes is None or matplotlib.rcParams != self._spare_settings:
+            axes = self._new_axes()
+        else:
+            self.figure.add_axes(axes)
         self._set_margins()
-        axes: Axes = self.figure.add_subplot(axes_class=PlotAxes)
+        self._idle.Start(_SPARE_DELAY)
         return axes
 
     def clear(self) -> None:
@@ -98,7 +110,21 @@ class Plot:
 
     def close(self) -> None:
         """The window goes: let go of what refers to it."""
+        self._idle.Stop()
+        self._spare = None
         self.figure.clear()
+
+    def _new_axes(self) -> Axes:
+        axes: Axes = self.figure.add_subplot(axes_class=PlotAxes)
+        return axes
+
+    def _make_spare(self) -> None:
+        """Axes with their ticks take longer to make than to draw: the next ones are made while nobody waits."""
+        if self._spare is None:
+            self._spare, self._spare_settings = self._new_axes(), matplotlib.rcParams.copy()
+            for axis in (self._spare.xaxis, self._spare.yaxis):
+                axis.get_major_ticks(_SPARE_TICKS)
+            self.figure.delaxes(self._spare)
 
     def _set_margins(self) -> None:
         # Matplotlib's own layout engines would add half of the drawing time to each drawing.
