@@ -2,9 +2,12 @@
 
 from __future__ import annotations
 
+from typing import Any
+
 import numpy as np
 from matplotlib.artist import Artist
 from matplotlib.axes import Axes
+from matplotlib.axis import XAxis, YAxis
 from matplotlib.backend_bases import RendererBase
 from matplotlib.backends.backend_agg import RendererAgg
 from matplotlib.colors import to_rgba
@@ -99,8 +102,28 @@ class EnvelopeLine(Line2D):
         return envelope(x, y, renderer.points_to_pixels(self.get_linewidth()))
 
 
+class _LabelPlace:
+    """An axis without a label needs no place for it, and finding that measures all tick labels again."""
+
+    def _update_label_position(self, renderer: RendererBase) -> None:
+        if self.label.get_text():  # type: ignore[attr-defined]
+            super()._update_label_position(renderer)  # type: ignore[misc]
+
+
+class _XAxis(_LabelPlace, XAxis):
+    pass
+
+
+class _YAxis(_LabelPlace, YAxis):
+    pass
+
+
 class PlotAxes(Axes):
     """Axes whose `plot` draws long lines fast."""
+
+    def __init__(self, *args: Any, **kwargs: Any) -> None:
+        super().__init__(*args, **kwargs)
+        self.xaxis.__class__, self.yaxis.__class__ = _XAxis, _YAxis
 
     def add_line(self, line: Line2D) -> Line2D:
         if type(line) is Line2D:
