@@ -26,7 +26,6 @@ def run_python(folder: Path, *arguments: str) -> subprocess.CompletedProcess[str
     return subprocess.run(command, cwd=folder, capture_output=True, text=True, timeout=60, check=False)
 
 
-@pytest.mark.usefixtures("app")  # the station opens its window
 def test_a_new_station_passes_its_own_test_and_opens(tmp_path: Path) -> None:
     root = tmp_path / "Line 3"
     made = run_python(tmp_path, "-m", "qon_station", "new", str(root))

@@ -9,14 +9,22 @@ import itertools
 import sys
 import threading
 from importlib.machinery import ModuleSpec
-from pathlib import Path
 from types import ModuleType
 from typing import Any, ClassVar
 
 import pytest
 
-HERE = Path(__file__).parent
-NEEDS_WINDOWS = ("import wx", "from wx", "stationplugin")
+# These start a process of their own, which imports the real wx.
+OWN_PROCESS = {
+    "test_a_missing_module_is_named_with_its_cure",
+    "test_the_whole_station_works_by_itself_and_gives_the_implied_verdicts",
+    "test_nothing_grows_and_every_cycle_is_collected",
+    "test_closing_ends_the_process_whatever_runs",
+    "test_nothing_grows_over_a_thousand_runs",
+    "test_without_a_display_there_is_one_clear_line",
+    "test_names_parameters_and_defaults_agree",
+    "test_a_new_station_passes_its_own_test_and_opens",
+}
 _numbers = itertools.count(1)
 
 
@@ -78,20 +86,14 @@ def install() -> None:
     wx.IsMainThread = lambda: threading.current_thread() is threading.main_thread()
 
 
-def needs_windows(file: Path) -> bool:
-    text = file.read_text(encoding="utf-8")
-    return any(word in text for word in NEEDS_WINDOWS)
-
-
-def pytest_ignore_collect(collection_path: Path) -> bool | None:
-    is_test = collection_path.parent == HERE and collection_path.name.startswith("test_")
-    return True if is_test and needs_windows(collection_path) else None
+def needs_windows(item: pytest.Item) -> bool:
+    return "app" in getattr(item, "fixturenames", ()) or getattr(item, "originalname", "") in OWN_PROCESS
 
 
 def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item]) -> None:
-    windowed = [item for item in items if "app" in getattr(item, "fixturenames", ())]
+    windowed = [item for item in items if needs_windows(item)]
     config.hook.pytest_deselected(items=windowed)
-    items[:] = [item for item in items if item not in windowed]
+    items[:] = [item for item in items if not needs_windows(item)]
 
 
 if importlib.util.find_spec("wx") is None:
