@@ -24,7 +24,7 @@ BOOKS: dict[str, tuple[Any, list[str]]] = {
     "no_cell1": ({"main": {"cell_count": 2}}, ["ats_config.xlsx", "cell1"]),
     "odd_type": ({"main": [ODD_ROW]}, ["ats_config.xlsx", "main", "cell_count", "integr"]),
     "text_count": ({"main": {"cell_count": "two"}}, ["ats_config.xlsx", "main", "cell_count", "two"]),
-    "no_columns": ({"main": {"column_count": 0}}, ["ats_config.xlsx", "main", "column_count", "1", "0"]),
+    "minus_one": ({"main": {"column_count": -1}}, ["ats_config.xlsx", "main", "column_count", "-1"]),
     "text_interval": ({"main": {"ticker_interval": "1 s"}, "cell1": {"script": "s.py"}}, ["main", "1 s"]),
     "no_script": ({"main": {}, "cell1": {"none_unit": ""}}, ["cell 1", '"script"']),
     "no_limits": ({"main": {}, "cell1": {**LIMITS, "assertion_config_file": "gone.xlsx"}}, ["gone.xlsx"]),

@@ -123,7 +123,7 @@ def test_three_scans_in_a_row_and_a_broken_script_is_mended(station: Station) ->
     assert [cell.uut.serial_number for cell in frame.cells] == ["SN1", "SN2", "SN3"]
     station.finish()
     error = "AttributeError: 'CellRunner' object has no attribute 'no_such_call'"
-    assert [state(cell) for cell in frame.cells] == [("NG", "VOUT"), ("NG", ""), ("EXCEPTION", error)]
+    assert [state(cell) for cell in frame.cells] == [("NG", "VOUT"), ("NG", "VOUT"), ("EXCEPTION", error)]
     assert [len(cell.uut.assertions) for cell in frame.cells] == [1, 2, 0]
     log = broken.ui_test_logger.GetValue()
     assert broken.script in log and error in log

@@ -33,9 +33,9 @@ struct Grid {
 
 nb::object count_of(nb::handle book, nb::handle file, const char* key) {
     const nb::object count = book.attr("get")(key, 1);
-    constexpr char needed[] = "a whole number from 1 on";
+    constexpr char needed[] = "a whole number from 0 on";
     if (!PyIndex_Check(count.ptr())) raise_for_key(PyExc_TypeError, file, key, count, needed);
-    if (count < nb::int_(1)) raise_for_key(PyExc_ValueError, file, key, count, needed);
+    if (count < nb::int_(0)) raise_for_key(PyExc_ValueError, file, key, count, needed);
     return count;
 }
 
