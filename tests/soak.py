@@ -82,8 +82,9 @@ class Soak:
                 self.attend(cell, cell.ledger)
             if len(self.units) >= CLEAR_AFTER:
                 self.clear()
-        except BaseException as error:  # noqa: BLE001 - wx would only print it
+        except BaseException as error:  # noqa: BLE001 - told at once too: the loop may be a dialog's that does not end
             self.fault = error
+            traceback.print_exception(error)
 
     def attend(self, cell: qon_ats.Cell, ledger: Ledger | None) -> None:
         if ledger is None:

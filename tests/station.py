@@ -193,8 +193,10 @@ class Answers:
         self._timer.Bind(wx.EVT_TIMER, self._look)
 
     def _look(self, _event: wx.TimerEvent) -> None:
-        for window in wx.GetTopLevelWindows():
-            if isinstance(window, wx.Dialog) and window.IsModal() and window not in self._seen:
+        """The topmost dialog alone: one that another covers is out of reach, and wx could not end its loop."""
+        dialogs = [window for window in wx.GetTopLevelWindows() if isinstance(window, wx.Dialog) and window.IsModal()]
+        for window in dialogs[-1:]:
+            if window not in self._seen:
                 self._seen.append(window)
                 self.titles.append(window.GetTitle())
                 self.parents.append(window.GetParent())
