@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import time
 from typing import Any
 
 import wx
@@ -9,25 +10,31 @@ import wx
 from qon_atsui import palette, sizing
 from qon_atsui.texts import displayable
 
+_SOON_SECONDS = 0.1
+
 
 class Painted(wx.Window):
     """A window that draws itself.  Told a hundred times before it is painted it asks for that once."""
 
     def __init__(self, parent: wx.Window) -> None:
         super().__init__(parent, style=wx.BORDER_NONE | wx.FULL_REPAINT_ON_RESIZE)
-        self._stale = False  # asked to be painted
+        self._asked = 0.0  # to be painted, when; 0 since it was
         self.SetBackgroundStyle(wx.BG_STYLE_PAINT)
         self.SetCanFocus(False)
         self.Bind(wx.EVT_PAINT, self._on_paint_event)
 
     def Refresh(self, eraseBackground: bool = True, rect: Any = None) -> None:
-        """Every call of wx gives the interpreter away, which a busy station pays with a wait for its threads."""
-        if not self._stale:
-            self._stale = True
+        """Every call of wx gives the interpreter away, which a busy station pays with a wait for its threads.
+
+        A painting that does not come soon is asked for again: what is shown must never stay behind.
+        """
+        now = time.monotonic()
+        if now - self._asked > _SOON_SECONDS:
+            self._asked = now
             super().Refresh()
 
     def _on_paint_event(self, _event: wx.PaintEvent) -> None:
-        self._stale = False
+        self._asked = 0.0
         self.paint()
 
     def paint(self) -> None:
