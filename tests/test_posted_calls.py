@@ -1,7 +1,11 @@
-"""Calls posted to the GUI thread: in order, one by one, and never so that the windows stand still."""
+"""`wx.CallAfter` of a station: any rate, in order, and the event loop keeps turning."""
 
+import itertools
+import subprocess
+import sys
 import threading
 import time
+from collections.abc import Iterator
 from typing import Any
 
 import pytest
@@ -10,56 +14,102 @@ from conftest import Uncaught
 from qon_companions.posted_calls import PostedCalls
 from support import pump
 
+POSTS = 2_000
+
 
 @pytest.fixture
-def post(app: wx.App) -> PostedCalls:
-    return PostedCalls()
+def posted(app: wx.App, monkeypatch: pytest.MonkeyPatch) -> Iterator[PostedCalls]:
+    calls = PostedCalls()
+    monkeypatch.setattr(wx, "CallAfter", calls)
+    yield calls
+    pump(lambda: not calls._calls)
 
 
-def test_calls_keep_the_order_of_each_thread(post: PostedCalls) -> None:
-    made: list[tuple[int, int]] = []
-    threads = [
-        threading.Thread(target=lambda n=n: [post(made.append, (n, i)) for i in range(2000)]) for n in range(4)
-    ]
+def test_calls_of_many_threads_are_made_once_in_the_order_of_each(posted: PostedCalls) -> None:
+    made: dict[int, list[int]] = {number: [] for number in range(4)}
+    makers = set()
+
+    def make(number: int, count: int) -> None:
+        made[number].append(count)
+        makers.add(threading.current_thread())
+
+    def post(number: int) -> None:
+        for count in range(POSTS):
+            wx.CallAfter(make, number, count=count)
+
+    threads = [threading.Thread(target=post, args=(number,)) for number in made]
     for thread in threads:
         thread.start()
-    pump(lambda: len(made) == 8000)
+    pump(lambda: all(len(counts) == POSTS for counts in made.values()), 20.0)
     for thread in threads:
-        thread.join(5)
-    assert all([i for n, i in made if n == number] == list(range(2000)) for number in range(4))
+        thread.join(5.0)
+    assert all(counts == list(range(POSTS)) for counts in made.values())
+    assert makers == {threading.main_thread()}
 
 
-def test_a_failing_call_is_told_and_the_next_is_made(post: PostedCalls, uncaught: Uncaught) -> None:
-    made: list[Any] = []
-    post(int, "no number")
-    post(lambda *args, **kw: made.append((args, kw)), 1, two=2)
-    pump(lambda: made == [((1,), {"two": 2})])
-    uncaught.take(ValueError)
-    with pytest.raises(AssertionError, match="not callable"):
-        post(None)
-
-
-def test_calls_go_on_while_one_of_them_shows_a_dialog(post: PostedCalls) -> None:
-    dialog, made = wx.Dialog(None), []
-    post(lambda: made.append(dialog.ShowModal()))
-    post(made.append, "during")
-    post(lambda: wx.CallLater(50, post, dialog.EndModal, wx.ID_OK))
-    pump(lambda: made == ["during", wx.ID_OK])
-    dialog.Destroy()
-
-
-def test_a_flood_leaves_the_event_loop_its_turn(post: PostedCalls) -> None:
-    ticks, flooding = [], threading.Event()
+def test_the_loop_turns_while_more_is_posted_than_it_can_make(posted: PostedCalls) -> None:
+    ticks: list[float] = []
+    made: list[int] = []
     timer = wx.Timer()
-    timer.Notify = lambda: ticks.append(time.monotonic())
-    timer.Start(5)  # milliseconds
+    timer.Notify = lambda: ticks.append(time.monotonic())  # type: ignore[method-assign]
+    timer.Start(10)
 
-    def again() -> None:  # always one more call waits
-        time.sleep(0.001)
-        if not flooding.is_set():
-            post(again)
+    def work(number: int) -> None:
+        time.sleep(0.002)
+        made.append(number)
+        if number < 300:
+            wx.CallAfter(work, number + 100)  # what is posted faster than made
 
-    post(again)
-    pump(lambda: len(ticks) >= 20, what="the timer has its turn")
-    flooding.set()
+    for number in range(100):
+        wx.CallAfter(work, number)
+    pump(lambda: len(made) == 400, 20.0)
     timer.Stop()
+    gaps = [after - before for before, after in itertools.pairwise(ticks)]
+    assert len(ticks) > 20 and max(gaps) < 0.3
+
+
+def test_a_call_that_raises_is_told_and_the_next_one_is_made(posted: PostedCalls, uncaught: Uncaught) -> None:
+    made: list[str] = []
+    wx.CallAfter(int, "no number")
+    wx.CallAfter(made.append, "next")
+    pump(lambda: made)
+    uncaught.take(ValueError)
+    with pytest.raises(AssertionError):
+        wx.CallAfter("no function")
+
+
+def test_calls_are_made_inside_the_loop_of_a_dialog_that_one_of_them_shows(posted: PostedCalls) -> None:
+    made: list[str] = []
+
+    def dialog() -> None:
+        wx.CallAfter(made.append, "posted inside")
+        pump(lambda: made == ["waiting", "posted inside"])
+        made.append("dialog closed")
+
+    wx.CallAfter(dialog)
+    wx.CallAfter(made.append, "waiting")
+    pump(lambda: len(made) == 3)
+    assert made[-1] == "dialog closed"
+
+
+WITHOUT_APP = """\
+import wx
+from qon_companions.posted_calls import PostedCalls
+calls, made = PostedCalls(), []
+try:
+    calls(made.append, "of none")
+except AssertionError:
+    made.append("refused")
+app = wx.App(False)
+calls(made.append, "of this")
+calls(app.ExitMainLoop)
+app.MainLoop()
+assert made == ["refused", "of this"], made
+"""
+
+
+def test_without_an_application_a_call_is_refused_as_ever() -> None:
+    done: Any = subprocess.run(
+        [sys.executable, "-c", WITHOUT_APP], capture_output=True, text=True, timeout=60, check=False
+    )
+    assert done.returncode == 0, done.stderr
