@@ -66,6 +66,7 @@ def main() -> None:
             "delay": during[int(len(during) * 0.99)] * 1e3,
             "longest": during[-1] * 1e3,
             "at the end": max(station.lateness.late, default=0.0) * 1e3,
+            "starved": station.starved,
         }
     )
     station.frame.Destroy()

@@ -1,5 +1,6 @@
 """A station with its window shown, run to its last verdict, and how late its event loop was meanwhile."""
 
+import threading
 import time
 from pathlib import Path
 from typing import Any
@@ -10,6 +11,12 @@ from sides import setting, write_book
 
 PERIOD = 0.010  # seconds
 COLUMNS = {1: 1, 4: 2, 8: 4, 20: 5, 100: 10}
+
+
+def without_processor() -> float:
+    """Seconds this thread was ready to run and no processor was free; 0 where the system does not tell."""
+    statistics = Path(f"/proc/self/task/{threading.get_native_id()}/schedstat")
+    return int(statistics.read_text(encoding="ascii").split()[1]) * 1e-9 if statistics.exists() else 0.0
 
 
 class Lateness(wx.Timer):
@@ -47,16 +54,18 @@ class Station:
         self.cells = self.frame.cells
         self.lateness = Lateness()
         self.began = 0.0
+        self.starved = 0.0  # percent of the run in which other processes kept the windows from running
 
     def run(self, watch: Any = None) -> float:
         """Seconds from the command to the last verdict on the screen; `watch` is called every 10 ms."""
         self._settle()
         self.lateness.begin()
-        self.began = time.perf_counter()
+        self.began, starved = time.perf_counter(), without_processor()
         self.frame.on_start_all(None)
         self._loop(lambda: self._all_ended(watch))
         seconds = time.perf_counter() - self.began
         self.lateness.Stop()
+        self.starved = (without_processor() - starved) / seconds * 100
         for cell in self.cells:
             if cell._exception_object is not None:
                 raise cell._exception_object

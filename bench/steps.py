@@ -67,6 +67,7 @@ def with_window(folder: Path, script: Path, count: int) -> dict[str, float]:
         "scripts": (max(cell.ended for cell in station.cells) - station.began) * 1e3,
         "delay": station.lateness.milliseconds(0.99),
         "longest": station.lateness.milliseconds(1.0),
+        "starved": station.starved,
     }
     station.frame.Destroy()
     app.Destroy()

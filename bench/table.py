@@ -46,6 +46,9 @@ def row(figure: Figure, rounds: list[Round], sides: tuple[str, ...]) -> Row:
         ratios = [b / a if faster else a / b for a, b in pairs] if figure.key != "left" else []
         compared = f"{_spread(theirs, figure.digits, figure.unit)} {NAMES[other]}"
         ratio = f"{_spread(ratios, 2)} x {'faster' if faster else 'of it'}" if ratios else ""
+    elif "starved" in rounds[0][mine]:
+        starved = [each[mine]["starved"] for each in rounds]
+        compared = f"{_spread(starved, 0)} % of the time no processor"
     shown = _spread(ours, figure.digits, figure.unit)
     return (figure.title, shown, compared, ratio, *_verdict(figure, ours, ratios))
 
