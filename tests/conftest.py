@@ -10,7 +10,7 @@ from typing import Any
 
 import pytest
 import wx
-from support import Boxes
+from support import Boxes, shown
 
 HANG_SECONDS = float(os.environ.get("QON_HANG_SECONDS", "120"))  # the long runs need more
 
@@ -90,6 +90,18 @@ def boxes(monkeypatch: pytest.MonkeyPatch) -> Boxes:
         monkeypatch.setattr(qon_wxtools.MB, kind, staticmethod(stand_ins.stand_in(kind)))
     monkeypatch.setattr(wx, "MessageBox", stand_ins.stand_in("MessageBox"))
     return stand_ins
+
+
+@pytest.fixture
+def english(monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setenv("QON_LANG", "en")
+
+
+@pytest.fixture
+def frame(app: wx.App, english: None) -> Iterator[wx.Frame]:
+    """A plain window on the screen."""
+    with shown(wx.Frame(None, title="Station", size=wx.Size(1000, 700))) as window:
+        yield window
 
 
 @pytest.fixture

@@ -19,12 +19,8 @@ class HostFrame:
     def __init__(self) -> None:
         self.app_config = SimpleNamespace(station="bench")
         self.shared: dict[str, Any] = {}
-
-    def get_shared_obj(self, name: str) -> Any:
-        return self.shared[name]
-
-    def set_shared_obj(self, name: str, obj: Any) -> None:
-        self.shared[name] = obj
+        self.get_shared_obj = self.shared.__getitem__
+        self.set_shared_obj = self.shared.__setitem__
 
 
 class HostCell(qon_ats.CellBase):
@@ -47,6 +43,10 @@ class HostCell(qon_ats.CellBase):
     def text(self) -> str:
         return "".join(self.output)
 
+    @property
+    def names(self) -> list[str]:
+        return [assertion.name for assertion in self.get_assertions()]
+
     def meet(self) -> None:
         """Called by a script: tell the test, wait for it."""
         self.reached.set()
@@ -68,9 +68,33 @@ class HostCell(qon_ats.CellBase):
         self.do_start(serial_number)
         return self.finish()
 
-    @property
-    def names(self) -> list[str]:
-        return [assertion.name for assertion in self.get_assertions()]
+    def run_again(self, serial_number: str | None = "SN1") -> "HostCell":
+        self.reset_state()
+        return self.run(serial_number)
+
+
+class Script(qon_ats.CellRunnerBase):
+    """A script whose parts tests call one by one."""
+
+    def run(self) -> None:
+        qon_ats.CellRunnerBase.run(self)
+
+    def cleanup(self) -> None:
+        super().cleanup()
+
+
+def runner_of(cell: Any, runner_type: type[qon_ats.CellRunnerBase] = Script) -> Any:
+    """A runner built as the engine does it: in a thread marked with the cell."""
+    made: list[Any] = []
+
+    def build() -> None:
+        threading.current_thread().cell_proxy = cell  # type: ignore[attr-defined]
+        made.append(runner_type())
+
+    thread = threading.Thread(target=build)
+    thread.start()
+    thread.join(JOIN_SECONDS)
+    return made[0]
 
 
 class Host:
@@ -80,20 +104,10 @@ class Host:
         self.folder = folder
         self.cells: list[HostCell] = []
 
-    def __call__(
-        self,
-        run: str = "pass",
-        cleanup: str = "pass",
-        limits: Mapping[str, tuple[Any, Any]] | None = None,
-        cell_type: type[HostCell] = HostCell,
-        **config: Any,
-    ) -> HostCell:
-        """A cell whose script has these bodies; `cell` in them is the cell."""
-        run, cleanup = dedent(run).strip(), dedent(cleanup).strip()
-        text = script_text(
-            f"cell = self.noumenon\n{run}", f"cell = self.noumenon\ncell.cleanups += 1\n{cleanup}"
-        )
-        return self.from_text(text, limits, cell_type, **config)
+    def __call__(self, run: str = "pass", cleanup: str = "pass", **more: Any) -> HostCell:
+        """A cell whose script has these bodies; `cell` in them is the cell.  `more` as in `from_text`."""
+        run, cleanup = (f"cell = self.noumenon\n{dedent(body).strip()}" for body in (run, cleanup))
+        return self.from_text(script_text(run, f"self.noumenon.cleanups += 1\n{cleanup}"), **more)
 
     def from_text(
         self,
@@ -102,16 +116,14 @@ class Host:
         cell_type: type[HostCell] = HostCell,
         **config: Any,
     ) -> HostCell:
-        """A cell with a whole script of the test's own."""
+        """A cell with a whole script, a limits workbook and these keys of its configuration."""
         keys = {"script": str(write_script(self.folder, text)), **config}
+        number = len(self.cells)
         if limits is not None:
-            keys["assertion_config_file"] = str(
-                write_limits(self.folder / f"limits{len(self.cells)}.xlsx", limits)
-            )
-        book = write_book(self.folder / f"config{len(self.cells)}.xlsx", {"main": {}, "cell1": keys})
-        cell = cell_type(1, str(book))
-        self.cells.append(cell)
-        return cell
+            keys["assertion_config_file"] = str(write_limits(self.folder / f"limits{number}.xlsx", limits))
+        book = write_book(self.folder / f"config{number}.xlsx", {"main": {}, "cell1": keys})
+        self.cells.append(cell_type(1, str(book)))
+        return self.cells[-1]
 
     def stop_all(self) -> None:
         for cell in self.cells:

@@ -5,7 +5,6 @@ import random
 import re
 import zipfile
 from collections.abc import Callable
-from pathlib import Path
 
 Members = dict[str, bytes]
 
@@ -31,10 +30,9 @@ def pack(members: Members) -> bytes:
     return buffer.getvalue()
 
 
-def damaged(path: Path, number: int) -> bytes:
-    """The workbook's file, damaged in the way of this number."""
+def damaged(data: bytes, number: int) -> bytes:
+    """A workbook's file, damaged in the way of this number."""
     chance = random.Random(number)
-    data = path.read_bytes()
     how = number % 8
     if how == 0:
         return data[: chance.randrange(len(data))]
@@ -77,25 +75,9 @@ def _change_type(xml: bytes, chance: random.Random) -> bytes:
 def _merge_cells(xml: bytes, chance: random.Random) -> bytes:
     first, last = chance.randrange(1, 9), chance.randrange(1, 99)
     reference = chance.choice((b"A%d:G%d", b"B%d:B%d", b"%dA:%d", b"A%d:XFD%d")) % (first, last)
-    return xml.replace(
-        b"</sheetData>", b'</sheetData><mergeCells><mergeCell ref="%s"/></mergeCells>' % reference
-    )
+    merged = b'</sheetData><mergeCells><mergeCell ref="%s"/></mergeCells>' % reference
+    return xml.replace(b"</sheetData>", merged)
 
 
-_KINDS: tuple[Callable[[bytes, random.Random], bytes], ...] = (
-    _replace_bytes,
-    _replace_value,
-    _repeat_element,
-    _change_type,
-    _merge_cells,
-)
-
-
-def million_blank_rows(path: Path) -> bytes:
-    """The workbook with a million formatted but blank rows below the table of its first sheet."""
-    members = unpack(path.read_bytes())
-    name = next(name for name in sorted(members) if "worksheets/sheet" in name)
-    cells = '<c r="A{0}" s="0"/><c r="B{0}" s="0"/><c r="G{0}" s="0" />'
-    rows = "".join(f'<row r="{row}" ht="15">{cells.format(row)}</row>' for row in range(500, 1_000_500))
-    members[name] = members[name].replace(b"</sheetData>", rows.encode() + b"</sheetData>")
-    return pack(members)
+_KINDS: list[Callable[[bytes, random.Random], bytes]]
+_KINDS = [_replace_bytes, _replace_value, _repeat_element, _change_type, _merge_cells]

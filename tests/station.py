@@ -1,6 +1,7 @@
 """Whole stations for tests: the real frame of a real workbook, scripts in real test threads, an operator."""
 
 import threading
+import time
 from collections.abc import Callable, Iterator, Mapping
 from contextlib import contextmanager
 from pathlib import Path
@@ -11,9 +12,10 @@ from unittest import mock
 import qon_ats
 import wx
 import wx.grid
-from support import pump, pump_for, script_text, write_book, write_script
+from support import click, pump, pump_for, scan, script_text, write_book, write_script
 
 SECONDS = 10.0
+LATER = "later"
 COLOURS = ("white", "green", "red", "cyan", "yellow", "gray")
 BEGIN = "cell, meet = self.noumenon, self.get_shared_obj('meetings')[self.cell_number]\n"
 
@@ -58,10 +60,10 @@ def choose(panel: qon_ats.TestDataViewerPanel, text: str) -> None:
     choice.GetEventHandler().ProcessEvent(event)
 
 
-def click_row(station: "Station", grid: wx.grid.Grid, row: int) -> None:
+def click_row(grid: wx.grid.Grid, row: int) -> None:
     pump_for(0.02)  # the grid hears of its rows
     place = grid.CellToRect(row, 0)
-    station.click(grid.GetGridWindow(), wx.Point(place.x + 5, place.y + place.height // 2))
+    click(grid.GetGridWindow(), grid.CalcScrolledPosition(place.GetPosition()) + wx.Point(5, place.height // 2))
     pump(lambda: list(grid.GetSelectedRows()) == [row])
 
 
@@ -100,7 +102,6 @@ class Station:
         self.book = folder / "ats_config.xlsx"
         self.frame: qon_ats.ATSFrame | None = None
         self.meetings: dict[int, Meeting] = {}
-        self.simulator = wx.UIActionSimulator()
 
     def __call__(
         self,
@@ -138,22 +139,13 @@ class Station:
         pump(frame.IsShownOnScreen)
         return frame
 
-    # What an operator does.
-
-    def click(self, window: wx.Window, at: wx.Point | None = None) -> None:
-        at = at or wx.Point(*(window.GetClientSize() / 2))
-        self.simulator.MouseMove(window.ClientToScreen(at))
-        self.simulator.MouseClick()
-
     def type(self, entry: wx.TextCtrl, text: str) -> None:
         """Types a text and Enter, as a scanner does."""
         entry.SetFocus()
         pump(entry.HasFocus)
-        self.simulator.Text(text.encode())
+        scan(text, enter=False)
         pump(lambda: entry.GetValue() == text)
-        self.simulator.Char(wx.WXK_RETURN)
-
-    # Runs.
+        scan("")
 
     def finish(self, *cells: qon_ats.Cell) -> None:
         """Let the runs end and the panels show it."""
@@ -162,57 +154,117 @@ class Station:
             pump(cell.is_ready, SECONDS, f"{cell.name} ends")
 
     def run(self, cell: qon_ats.Cell, serial_number: str = "SN1") -> qon_ats.Cell:
-        """One whole run."""
+        """One whole run; it may be over before anybody looks."""
+        before = cell.uut
         cell.start(serial_number)
-        pump(cell.is_running)
+        pump(lambda: cell.uut is not before)
         self.finish(cell)
         return cell
 
     def close(self) -> None:
-        for cell in self.frame.cells if self.frame else []:
-            thread = cell._test_thread
-            cell.abort()
-            self.meetings[cell.cell_number].go_on(for_good=True)
-            if thread is not None:
-                pump(lambda thread=thread: not thread.is_alive(), SECONDS, f"the thread of {cell.name} ends")
-        for window in wx.GetTopLevelWindows():
-            if window:
-                window.Destroy()
+        """Questions that a failed test left behind are closed, so that its threads can end."""
+        with Answers(lambda dialog: dialog.EndModal(wx.ID_CANCEL)):
+            for cell in self.frame.cells if self.frame else []:
+                thread = cell._test_thread
+                cell.abort()
+                self.meetings[cell.cell_number].go_on(for_good=True)
+                if thread is not None:
+                    pump(lambda thread=thread: not thread.is_alive(), what=f"the thread of {cell.name} ends")
+            for window in wx.GetTopLevelWindows():
+                if window:
+                    window.Destroy()
         pump(lambda: not wx.GetTopLevelWindows())
 
 
-class Answers:
-    """While it is open, each modal dialog that comes up is handed to `act`, inside the dialog's own loop."""
+class Steps:
+    """What an operator does in a dialog's own event loop: a generator that yields what to wait for, a condition
+    or seconds."""
 
-    def __init__(self, act: Callable[[wx.Dialog], Any]) -> None:
+    def __init__(self, steps: Iterator[Any]) -> None:
+        self._steps = steps
+        self._wait_for(0.0)
+
+    def _wait_for(self, told: Any) -> None:
+        now = time.monotonic()
+        self._until = told if callable(told) else lambda: time.monotonic() >= now + told
+        self._deadline = now + SECONDS
+
+    def take(self) -> bool:
+        """One more if it is due; whether there are more."""
+        if self._until():
+            try:
+                self._wait_for(next(self._steps))
+            except StopIteration:
+                return False
+        assert time.monotonic() < self._deadline, "what the operator waits for does not happen"
+        return True
+
+
+class Answers:
+    """While it is open, each modal dialog that comes up is handed to `act`, inside the dialog's own loop.
+    An act may be a generator of `Steps`; one that answers LATER is called again soon."""
+
+    def __init__(self, act: Callable[[Any], Any]) -> None:
         self.titles: list[str] = []
         self.parents: list[wx.Window] = []
         self._act = act
         self._seen: list[wx.Dialog] = []
+        self._steps: list[Steps] = []
         self._timer = wx.Timer()
-        self._timer.Bind(wx.EVT_TIMER, self._look)
+        self._timer.Bind(wx.EVT_TIMER, self._on_timer)
 
-    def _look(self, _event: wx.TimerEvent) -> None:
+    def _on_timer(self, _event: wx.TimerEvent) -> None:
         """The topmost dialog alone: one that another covers is out of reach, and wx could not end its loop."""
-        dialogs = [window for window in wx.GetTopLevelWindows() if isinstance(window, wx.Dialog) and window.IsModal()]
-        for window in dialogs[-1:]:
-            if window not in self._seen:
-                self._seen.append(window)
-                self.titles.append(window.GetTitle())
-                self.parents.append(window.GetParent())
-                try:
-                    self._act(window)
-                except BaseException:
-                    window.EndModal(wx.ID_CANCEL)
-                    raise
+        try:
+            modal = [w for w in wx.GetTopLevelWindows() if isinstance(w, wx.Dialog) and w.IsModal()]
+            if modal and modal[-1] not in self._seen:
+                self._hand_over(modal[-1])
+            self._steps = [steps for steps in self._steps if steps.take()]
+        except BaseException:
+            self._steps.clear()
+            for dialog in reversed(self._seen):  # the test is to fail, not to hang
+                if dialog and dialog.IsModal():
+                    dialog.EndModal(wx.ID_CANCEL)
+            raise
+
+    def _hand_over(self, dialog: wx.Dialog) -> None:
+        self._seen.append(dialog)
+        title, parent = dialog.GetTitle(), dialog.GetParent()
+        done = self._act(dialog)
+        if done == LATER:
+            self._seen.remove(dialog)
+            return
+        if isinstance(done, Iterator):
+            self._steps.append(Steps(done))
+        self.titles.append(title)
+        self.parents.append(parent)
 
     def __enter__(self) -> Self:
         self._timer.Start(10)
         return self
 
-    def __exit__(self, *_: object) -> None:
+    def __exit__(self, kind: type[BaseException] | None, *_: object) -> None:
+        if kind is None:  # the last step may still wait for what the answer did
+            pump(lambda: not self._steps, what="the operator comes to an end")
         self._timer.Stop()
         pump(lambda: not any(self._seen), what="the dialogs are destroyed")
+
+
+@contextmanager
+def dialogs(*acts: Callable[[Any], Any]) -> Iterator[None]:
+    """Exactly these dialogs come up, one after the other, each handled by its act."""
+    left = list(acts)
+
+    def act(dialog: wx.Dialog) -> Any:
+        handle = left.pop(0)
+        if handle(dialog) == LATER:
+            left.insert(0, handle)
+            return LATER
+        return None
+
+    with Answers(act):
+        yield
+        pump(lambda: not left, what="all dialogs came up")
 
 
 @contextmanager

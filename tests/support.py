@@ -1,10 +1,11 @@
-"""What tests of every topic use: the event loop, message boxes, workbooks and script files."""
+"""What tests of every topic use: the event loop, an operator's hands, message boxes, workbooks and script files."""
 
 import json
 import textwrap
 import time
 import uuid
-from collections.abc import Callable, Iterable, Mapping
+from collections.abc import Callable, Iterable, Iterator, Mapping
+from contextlib import contextmanager
 from dataclasses import dataclass, field
 from pathlib import Path
 from typing import Any
@@ -15,7 +16,7 @@ import wx
 HEADER = ("Test Item Name", "Default Value", "Lower Limit", "Upper Limit", "Unit", "Variable Name", "Type")
 
 
-def pump(condition: Callable[[], Any], timeout: float = 5.0, what: str = "") -> Any:
+def pump(condition: Callable[[], Any], timeout: float = 10.0, what: str = "") -> Any:
     """Run the real event loop (events, CallAfter, timers, idle) until the condition holds: its value."""
     loop = wx.GUIEventLoop()
     activator = wx.EventLoopActivator(loop)
@@ -49,8 +50,67 @@ def pump_for(seconds: float) -> None:
 
 
 def _describe(condition: Callable[[], Any]) -> str:
-    code = condition.__code__
-    return f"{condition.__qualname__} ({Path(code.co_filename).name}:{code.co_firstlineno})"
+    code = getattr(condition, "__code__", None)  # native methods have none
+    return f"{condition} ({Path(code.co_filename).name}:{code.co_firstlineno})" if code else repr(condition)
+
+
+# An operator's hands.  Without a window manager keys go to the window under the mouse.
+
+
+def click(window: wx.Window, at: wx.Point | None = None) -> None:
+    """A click in the middle of the window, or at this point of it."""
+    simulator = wx.UIActionSimulator()
+    simulator.MouseMove(window.ClientToScreen(at or wx.Point(*(window.GetClientSize() / 2))))
+    simulator.MouseClick()
+
+
+def press(code: int | str, modifiers: int = wx.MOD_NONE, over: wx.Window | None = None) -> None:
+    if over is not None:
+        wx.UIActionSimulator().MouseMove(over.GetScreenPosition() + wx.Point(6, 6))
+    wx.UIActionSimulator().Char(ord(code) if isinstance(code, str) else code, modifiers)
+
+
+def scan(text: str, over: wx.Window | None = None, enter: bool = True) -> None:
+    """As a barcode scanner types it: at once, with Enter behind it."""
+    if over is not None:
+        wx.UIActionSimulator().MouseMove(over.GetScreenPosition() + wx.Point(6, 6))
+    wx.UIActionSimulator().Text(text.encode())
+    if enter:
+        press(wx.WXK_RETURN)
+
+
+def has_focus(window: wx.Window) -> bool:
+    return wx.Window.FindFocus() is window
+
+
+def inside(window: wx.Window) -> Iterator[wx.Window]:
+    """The window and all windows in it."""
+    yield window
+    for child in window.GetChildren():
+        yield from inside(child)
+
+
+def words(window: wx.Window) -> str:
+    """All that is to be read in a window, wrapped lines joined."""
+    parts = [
+        part.GetLabelText() if isinstance(part, wx.StaticText) else part.GetValue()
+        for part in inside(window)
+        if isinstance(part, wx.TextCtrl) or (isinstance(part, wx.StaticText) and part.IsShown())
+    ]
+    return " ".join(" ".join(parts).split())
+
+
+@contextmanager
+def shown(window: Any) -> Iterator[Any]:
+    """A window on the screen for the length of a test."""
+    window.Show()
+    pump(lambda: window.IsShownOnScreen() and window.GetClientSize().width > 50)
+    try:
+        yield window
+    finally:
+        if window:
+            window.Destroy()
+        pump(lambda: not window)
 
 
 @dataclass
@@ -60,10 +120,6 @@ class Box:
     kind: str
     args: tuple[Any, ...]
     kwargs: dict[str, Any]
-
-    @property
-    def texts(self) -> tuple[Any, ...]:
-        return (*self.args, *self.kwargs.values())
 
     @property
     def text(self) -> str:
@@ -85,12 +141,12 @@ class Boxes:
 
         return box
 
-    @property
-    def texts(self) -> list[str]:
-        return [box.text for box in self.shown]
+    def of(self, *kinds: str) -> list[str]:
+        """The texts of the boxes of these kinds, of all without one."""
+        return [box.text for box in self.shown if not kinds or box.kind in kinds]
 
-    def of(self, kind: str) -> list[str]:
-        return [box.text for box in self.shown if box.kind == kind]
+
+# Files.
 
 
 def parameter_row(

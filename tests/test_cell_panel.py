@@ -10,13 +10,13 @@ import qon_ats
 import wx
 from conftest import Uncaught
 from station import Answers, Station, colours, counters, named, prompt, texts
-from support import Boxes, pump, pump_for
+from support import Boxes, click, press, pump, pump_for, scan
 
 pytest_plugins = ["stationplugin"]
 
 
 def test_from_the_scan_through_a_running_test(station: Station) -> None:
-    cell = station("""
+    [cell] = station("""
         self.assert_limits('VOUT', 5.01, 4.9, 5.1, 'V')
         self.append_ok('版本', '1.0')
         self.assert_limits('RIPPLE', 7, None, 5, 'mV', stop_if_ng=False)
@@ -25,7 +25,7 @@ def test_from_the_scan_through_a_running_test(station: Station) -> None:
         self.set_prompt('Fit the board', 'white')
         meet()
         self.pause()
-        meet()""").cells[0]
+        meet()""").cells
     meeting = station.meetings[1]
     station.type(cell.ui_serial_number, "SN-4711")
     meeting.arrived()
@@ -41,7 +41,7 @@ def test_from_the_scan_through_a_running_test(station: Station) -> None:
     shades = ["".join({*colours(cell.ui_assertions, row)}) for row in range(4)]
     assert shades == ["white", "white", "red", "white"]
     uut = cell.uut
-    station.click(cell.ui_start)  # "Pause" on it does not pause, and nothing starts
+    click(cell.ui_start)  # "Pause" on it does not pause, and nothing starts
     meeting.go_on()
     meeting.arrived()
     pump(lambda: prompt(cell) == ("Fit the board", "white"))
@@ -60,7 +60,7 @@ def test_from_the_scan_through_a_running_test(station: Station) -> None:
     cell.start("SN2")  # resumes nothing
     pump_for(0.05)
     assert cell.is_paused()
-    station.click(cell.ui_start)
+    click(cell.ui_start)
     meeting.arrived()
     assert cell.uut is uut and cell.is_busy() and uut.serial_number == cell.get_serial_number() == "SN-4711"
 
@@ -105,7 +105,7 @@ def test_verdict(case: str, station: Station) -> None:
 
 def test_a_burst_is_shown_100_rows_a_tick_and_whole_at_the_end(station: Station) -> None:
     burst = "for i in range(250): self.append_ok(f'i{i}', i)\n"
-    cell = station(f"{burst}meet()\n{burst}").cells[0]
+    [cell] = station(f"{burst}meet()\n{burst}").cells
     cell.do_start("SN1")
     station.meetings[1].arrived(events=False)
     shown = []
@@ -121,12 +121,13 @@ def test_a_burst_is_shown_100_rows_a_tick_and_whole_at_the_end(station: Station)
 
 
 def test_what_a_script_posts_last_does_not_cover_the_verdict(station: Station) -> None:
-    cell = station("""
+    [cell] = station("""
         self.append_ok('first', 1)
         self.set_serial_number('SN2')
-        self.set_prompt('Take it out', 'white')""").cells[0]
+        self.set_prompt('Take it out', 'white')""").cells
     cell.do_start("SN1")
     cell._test_thread.join(10)
+    cell.ui_refresh_timer.Stop()  # it may be due already
     cell.ui_refresh_timer.Notify()  # a due timer is served before posted calls
     pump(cell.is_ready)
     assert prompt(cell) == ("OK", "green") and cell.ui_serial_number.GetValue() == ""
@@ -134,7 +135,7 @@ def test_what_a_script_posts_last_does_not_cover_the_verdict(station: Station) -
 
 
 def test_what_a_test_thread_shows(station: Station, monkeypatch: pytest.MonkeyPatch) -> None:
-    cell = station("""
+    [cell] = station("""
         meet.notes.append(self.uut.serial_number)
         for percent in (-5, 150, 42.5, 90): self.update_percentage(percent)
         self.increase_percentage(30)
@@ -145,7 +146,7 @@ def test_what_a_test_thread_shows(station: Station, monkeypatch: pytest.MonkeyPa
         meet.notes.append(self.uut.serial_number)
         try: cell.set_serial_number(123)
         except TypeError as error: meet.notes.append(str(error))
-        meet()""").cells[0]
+        meet()""").cells
     gauge: list[float] = []
     monkeypatch.setattr(cell.ui_gauge, "SetValue", gauge.append)
     monkeypatch.setattr(cell.ui_gauge, "GetValue", lambda: gauge[-1])
@@ -171,30 +172,28 @@ def test_what_a_test_thread_shows(station: Station, monkeypatch: pytest.MonkeyPa
     assert cell.uut.serial_number == "" and len(texts(cell.ui_history_grid)) == 2
 
 
-def test_questions_to_the_operator(station: Station, boxes: Boxes) -> None:
-    cell = station("""
-        for _ in range(3): meet.notes.append(self.ask_true_or_false('LED lit?', 'Lit', 'Dark'))
-        for _ in range(3): meet.notes.append(self.input_text('Batch?'))
+def test_answers_that_are_none(station: Station, boxes: Boxes) -> None:
+    """Closed and cancelled questions; the journeys answer them."""
+    [cell] = station("""
+        for _ in range(2): meet.notes.append(self.ask_true_or_false('LED lit?', 'Lit', 'Dark'))
+        for _ in range(2): meet.notes.append(self.input_text('Batch?'))
         meet.notes.append(self.notice_box('Take the unit out'))
-        self.append_ok('a', 1)""").cells[0]
-    press, text = station.simulator.Char, station.simulator.Text
-    answers = iter([
-        lambda dialog: station.click(dialog.FindWindow(wx.ID_OK)),
+        self.append_ok('a', 1)""").cells
+    acts = iter([
         lambda dialog: press(wx.WXK_ESCAPE),
         wx.Dialog.Close,
-        lambda dialog: (text(b"B-17"), press(wx.WXK_RETURN)),
         lambda dialog: press(wx.WXK_RETURN),
-        lambda dialog: (text(b"B-18"), press(wx.WXK_ESCAPE)),
+        lambda dialog: (scan("B-18", enter=False), press(wx.WXK_ESCAPE)),
     ])  # fmt: skip
-    with Answers(lambda dialog: next(answers)(dialog)) as shown:
+    with Answers(lambda dialog: next(acts)(dialog)) as shown:
         station.run(cell)
-    assert station.meetings[1].notes == [True, False, False, "B-17", "", None, None]
-    assert shown.parents[:3] == [cell] * 3 and all("Cell 1" in title for title in shown.titles)
+    assert station.meetings[1].notes == [False, False, "", None, None]
+    assert shown.parents[:2] == [cell] * 2 and all("Cell 1" in title for title in shown.titles)
     assert [box.kwargs for box in boxes.shown] == [{"message": "Take the unit out", "title": "Cell 1"}]
 
 
 def test_functions_run_in_the_gui_thread_for_a_script(station: Station, uncaught: Uncaught) -> None:
-    cell = station("""
+    [cell] = station("""
         meet.notes.append(self.call_user_function(sorted, [1, 2], reverse=True))
         info = self.call_user_function_delay_wait(threading.current_thread)
         info.wait()
@@ -203,7 +202,7 @@ def test_functions_run_in_the_gui_thread_for_a_script(station: Station, uncaught
         self.call_user_function(int)
         meet.notes.append(self.call_user_function_delay_wait(int, 'x'))
         meet()
-        meet.notes[-1].wait()""").cells[0]
+        meet.notes[-1].wait()""").cells
     cell.start()
     station.meetings[1].arrived()
     pump(lambda: uncaught.errors)
@@ -240,15 +239,14 @@ def test_a_subclass_of_the_cell_is_asked(station: Station, monkeypatch: pytest.M
 def test_own_columns_and_the_debug_shell(station: Station) -> None:
     before = {name: getattr(builtins, name, None) for name in ("exit", "quit", "close")}
     columns = [["Result", 90], ["Name", 120], ["Elapse_Time", 60]]
-    frame = station("self.append_ng('b', 1)", "", column_info=columns, show_debug_shell=True)
-    grid = station.run(frame.cells[0]).ui_assertions
+    frame = station("self.append_ng('b', 1)", column_info=columns, show_debug_shell=True)
+    [cell] = frame.cells
+    grid = station.run(cell).ui_assertions
     assert [grid.GetColLabelValue(col) for col in range(3)] == ["Result", "Name", "Elapse_Time"]
     assert (texts(grid), colours(grid, 0)) == ([["NG", "b", "None"]], ["red"] * 3)
-    for cell in frame.cells:
-        book = cell.ui_view_notebook
-        titles = [book.GetPageText(page) for page in range(book.GetPageCount())]
-        assert titles.count("Debug Shell") == 1 and titles[-1] == "Debug Shell"
-        shell = book.GetPage(book.GetPageCount() - 1)
-        shell.push("found = (cell, frame, wx.ID_OK)", silent=True)
-        assert shell.interp.locals["found"] == (cell, frame, wx.ID_OK)
+    book = cell.ui_view_notebook
+    assert [book.GetPageText(page) for page in range(book.GetPageCount())].index("Debug Shell") > 0
+    shell = book.GetPage(book.GetPageCount() - 1)
+    shell.push("found = (cell, frame, wx.ID_OK)", silent=True)
+    assert shell.interp.locals["found"] == (cell, frame, wx.ID_OK)
     assert {name: getattr(builtins, name, None) for name in before} == before

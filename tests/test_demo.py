@@ -1,6 +1,5 @@
 """The demonstration station: bench, drivers, scripts, workbooks, and the whole of it from start to end."""
 
-import importlib.util
 import os
 import re
 import socket
@@ -19,7 +18,7 @@ import wx
 from hostcell import Host, HostCell
 from qon_paratree import ParameterDirectory
 from qon_testparameters import BookParameters
-from support import pump, pump_for, write_book
+from support import pump_for, write_book
 
 ROOT = Path(__file__).parent.parent
 DEMO = ROOT / "demo"
@@ -34,6 +33,7 @@ from scpi_instruments import InstrumentError, Supply
 
 sys.path.remove(str(DEMO))  # other tests must not find its modules
 
+README = (ROOT / "README.md").read_text(encoding="utf-8")
 CELLS = len(DEFECTS) + 1
 GOOD = "4711-000002"
 FIRST_FAILED = {
@@ -52,10 +52,7 @@ FIRST_FAILED = {
 class DemoCell(HostCell):
     """An engine cell in front of which an operator looks at the LED."""
 
-    def __init__(self, number: int, config: Any, app_config: Any = None) -> None:
-        super().__init__(number, config)
-        self.main_frame.app_config = app_config
-        self.percent = 0.0
+    percent = 0.0
 
     def set_prompt(self, prompt: str, bg_color: Any = None) -> None:
         self.notes.append(prompt)
@@ -78,54 +75,25 @@ class Bench:
         self.app_config = ParameterDirectory.load(folder / "app_config")
         self.hands = Hands(self.app_config, CELLS)
 
-    def cell(self, number: int = 1, config: str = "ats_config.xlsx") -> DemoCell:
-        return DemoCell(number, str(DEMO / config), self.app_config)
+    def start(self, serial_number: str, number: int = 1, config: str = "ats_config.xlsx") -> DemoCell:
+        """A cell that tests this unit, which is put into its fixture."""
+        cell = DemoCell(number, str(DEMO / config))
+        cell.main_frame.app_config = self.app_config
+        cell.do_start(serial_number)
+        self.hands.fit(number, serial_number)
+        return cell
 
 
 @pytest.fixture
-def in_demo(monkeypatch: pytest.MonkeyPatch, import_state: None) -> Iterator[None]:
+def bench(tmp_path: Path, monkeypatch: pytest.MonkeyPatch, import_state: None) -> Iterator[Bench]:
     """As started from the station's folder, where its workbook's paths begin and its modules lie."""
     monkeypatch.chdir(DEMO)
     sys.path.append(str(DEMO))
-    yield
-    sys.modules.pop("manual_operation_dialog", None)
-
-
-@pytest.fixture
-def bench(tmp_path: Path, in_demo: None) -> Iterator[Bench]:
     first_port = free_port(CELLS)
     with BenchThread(CELLS, first_port):
         made = Bench(tmp_path, first_port)
         yield made
         made.hands.close()
-
-
-@pytest.fixture
-def station(app: wx.App, tmp_path: Path, in_demo: None) -> Iterator[Any]:
-    """The demonstration station itself, with a bench in a process of its own."""
-    make_workbooks.write_all(tmp_path, free_port(make_workbooks.CELLS))
-    origin = importlib.util.spec_from_file_location("demo_station", DEMO / "station.py")
-    assert origin and origin.loader
-    module = importlib.util.module_from_spec(origin)
-    origin.loader.exec_module(module)
-    frame = module.DemoStation(str(DEMO / module.CONFIG), str(tmp_path / "app_config"), feed=False)
-    frame.Show()
-    pump(lambda: frame.bench_is_up, 10.0)
-    yield frame
-    frame.stop_ticker()
-    for cell in frame.cells:
-        cell.abort()
-    pump(lambda: not frame.is_running(), 10.0)
-    frame.exit_finalizer()
-    frame.Destroy()
-    pump_for(0.05)
-
-
-@pytest.fixture
-def silent() -> Iterator[str]:
-    """The resource name of an instrument that takes a connection and never answers."""
-    with socket.create_server(("127.0.0.1", 0)) as server:
-        yield f"TCPIP::127.0.0.1::{server.getsockname()[1]}::SOCKET"
 
 
 def unit_with(defect: str) -> str:
@@ -139,34 +107,17 @@ def wait_for(condition: Callable[[], Any], seconds: float = 20.0) -> None:
         time.sleep(0.01)
 
 
-def contents(file: Path) -> list[Any]:
-    """All cells of a workbook, sheet by sheet."""
-    return [(sheet.title, list(sheet.values)) for sheet in openpyxl.load_workbook(file)]
-
-
-def test_boards_are_the_same_everywhere_and_one_in_eight_is_bad() -> None:
-    assert implied_defect("4711-000001") == "output capacitor missing"
-    verdicts = [implied_verdict(f"4711-{number:06d}") for number in range(4000)]
-    assert 400 < verdicts.count("NG") < 600
-    assert set(FIRST_FAILED) == set(DEFECTS)
-
-
 def test_each_defect_is_found_and_a_good_unit_passes(bench: Bench) -> None:
-    units = dict(enumerate([GOOD, *map(unit_with, DEFECTS)], start=1))
-    cells = {number: bench.cell(number) for number in units}
-    for number, cell in cells.items():
-        cell.do_start(units[number])
-        bench.hands.fit(number, units[number])
-    for cell in cells.values():
+    units = [GOOD, *map(unit_with, DEFECTS)]
+    cells = [bench.start(serial_number, number) for number, serial_number in enumerate(units, 1)]
+    failed = {}
+    for cell in cells:
         cell._test_thread.join(30.0)
         assert cell.has_done() and cell._exception_object is None, cell.text
-        assert cell.uut.done and not any(item.is_tbd() for item in cell.uut.assertions)
-        assert cell.uut.summer == implied_verdict(cell.uut.serial_number), cell.uut.serial_number
-    failed = {
-        implied_defect(cell.uut.serial_number): cell.uut.first_ng_item_name() for cell in cells.values()
-    }
+        assert cell.uut.done and cell.uut.summer == implied_verdict(cell.uut.serial_number), cell.uut.serial_number
+        failed[implied_defect(cell.uut.serial_number)] = cell.uut.first_ng_item_name()
     assert failed == {None: "", **FIRST_FAILED}
-    good = cells[1]
+    good = cells[0]
     assert len(good.uut.assertions) >= 20 and good.percent > 90
     assert good.get_assertions("regulation") and "Testing" in good.notes
     assert good.uut.get_assertion_by_name("VOUT_FULL_LOAD").upper == 5.08, "that of the limits workbook"
@@ -175,9 +126,7 @@ def test_each_defect_is_found_and_a_good_unit_passes(bench: Bench) -> None:
 
 
 def test_an_aborted_test_leaves_the_outputs_off(bench: Bench) -> None:
-    cell = bench.cell()
-    bench.hands.fit(1, GOOD)
-    cell.do_start(GOOD)
+    cell = bench.start(GOOD)
     wait_for(lambda: "EFFICIENCY_HALF_LOAD" in cell.names)
     with closing(CellBench(bench.app_config, 1)) as instruments:
         assert instruments.supply.is_on() and instruments.load.query("INP?") == "1"
@@ -187,11 +136,21 @@ def test_an_aborted_test_leaves_the_outputs_off(bench: Bench) -> None:
         assert not instruments.supply.is_on() and instruments.load.query("INP?") == "0"
 
 
-def test_a_silent_instrument_is_named_by_role_and_resource(bench: Bench, silent: str) -> None:
-    closed = f"TCPIP::127.0.0.1::{free_port(1)}::SOCKET"
-    for resource in (closed, silent, "TCPIP::no-such-host.invalid::1::SOCKET", "COM17"):
-        with pytest.raises(InstrumentError, match=f"supply of cell 7 {re.escape(resource)} .*instruments"):
-            Supply("supply of cell 7", resource, "@py", 300)
+def test_a_silent_instrument_is_named_by_role_and_resource(bench: Bench) -> None:
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        silent = f"TCPIP::127.0.0.1::{server.getsockname()[1]}::SOCKET"
+        closed = f"TCPIP::127.0.0.1::{free_port(1)}::SOCKET"
+        for resource in (closed, silent, "TCPIP::no-such-host.invalid::1::SOCKET", "COM17"):
+            with pytest.raises(InstrumentError, match=f"supply of cell 7 {re.escape(resource)} .*instruments"):
+                Supply("supply of cell 7", resource, "@py", 300)
+        bench.app_config["instruments/bench/timeout_ms"] = 300
+        bench.app_config["instruments/cell1/meter"] = silent
+        cell = bench.start(GOOD).finish()
+    assert isinstance(cell._exception_object, InstrumentError)
+    assert f"meter of cell 1 {silent}" in cell.text
+
+
+def test_what_an_instrument_refuses_is_told(bench: Bench) -> None:
     with closing(CellBench(bench.app_config, 1)) as instruments:
         with pytest.raises(InstrumentError, match=r"refused .*-222"):
             instruments.supply.set(99.0, 1.0)
@@ -199,35 +158,26 @@ def test_a_silent_instrument_is_named_by_role_and_resource(bench: Bench, silent:
             instruments.meter.write("NONSENSE")
         with pytest.raises(InstrumentError, match="a number was expected"):
             instruments.meter.measure("*IDN?")
-    bench.app_config["instruments/bench/timeout_ms"] = 300
-    bench.app_config["instruments/cell1/meter"] = silent
-    cell = bench.cell()
-    bench.hands.fit(1, GOOD)
-    cell.run(GOOD)
-    assert isinstance(cell._exception_object, InstrumentError)
-    assert f"meter of cell 1 {silent}" in cell.text
 
 
 def test_the_list_of_items_is_retried_until_it_settles(bench: Bench) -> None:
-    for serial_number, verdict in ((GOOD, "OK"), ("4711-000001", "NG")):
-        cell = bench.cell(config="recheck_config.xlsx")
-        bench.hands.fit(1, serial_number)
-        cell.run(serial_number)
-        assert cell.uut.summer == verdict and len(cell.uut.assertions) == 4
+    for serial_number, first_failed in ((GOOD, ""), (unit_with("output capacitor missing"), "RIPPLE")):
+        cell = bench.start(serial_number, config="recheck_config.xlsx").finish()
+        assert cell.uut.first_ng_item_name() == first_failed and len(cell.uut.assertions) == 4
         assert cell.text.count("no load:") > 1, "the output is not settled at once"
-    assert cell.text.count("ripple:") == 3 and cell.uut.first_ng_item_name() == "RIPPLE"
+    assert cell.text.count("ripple:") == 3
 
 
 def test_the_workbooks_in_the_tree_are_those_of_the_program(tmp_path: Path) -> None:
     make_workbooks.write_all(tmp_path)
     for made in sorted(tmp_path.rglob("*.xlsx")):
         kept = DEMO / made.relative_to(tmp_path)
-        assert contents(kept) == contents(made), f"run make_workbooks.py: {kept.name} is out of date"
+        one, other = ([list(sheet.values) for sheet in openpyxl.load_workbook(book)] for book in (kept, made))
+        assert one == other, f"run make_workbooks.py: {kept.name} is out of date"
 
 
 def python_of_the_readme(containing: str) -> str:
-    readme = (ROOT / "README.md").read_text(encoding="utf-8")
-    return next(text for text in re.findall(r"```python\n(.*?)```", readme, re.DOTALL) if containing in text)
+    return next(text for text in re.findall(r"```python\n(.*?)```", README, re.DOTALL) if containing in text)
 
 
 def test_the_first_script_of_the_readme_runs(host: Host) -> None:
@@ -252,31 +202,18 @@ def test_the_application_of_the_readme_opens(
 
 
 def test_the_readme_lists_the_keys_of_the_configuration() -> None:
-    documented = set(
-        re.findall(r"\| `([a-z_0-9]+)` (?=\|)", (ROOT / "README.md").read_text(encoding="utf-8"))
-    )
     book = BookParameters(str(DEMO / "ats_config.xlsx"))
     keys = {*book.load_sheet("main").parameter_names, *book.load_sheet("cell1").parameter_names}
-    assert documented - {"main"} == keys
-
-
-def test_a_unit_put_into_a_fixture_starts_once(station: Any) -> None:
-    cells = station.cells
-    station.hands.fit(3, GOOD)
-    pump(cells[2].is_running, 10.0)
-    assert cells[2].uut.serial_number == GOOD
-    cells[2].abort()
-    station.start_cell(1, "4711-000005")
-    pump(lambda: cells[0].is_running() and cells[0].get_assertions(), 10.0)
-    assert station.hands.label(1) == "4711-000005", "who scans a unit also puts it in"
-    cells[0].abort()
-    pump(lambda: not station.is_running(), 10.0)
-    pump_for(1.3)
-    assert not station.is_running(), "units that were tested lie there still"
+    assert set(re.findall(r"\| `([a-z_0-9]+)` (?=\|)", README)) - {"main"} == keys
 
 
 def test_the_whole_station_works_by_itself_and_gives_the_implied_verdicts(tmp_path: Path) -> None:
-    ended = by_itself(["tools/run-station", sys.executable, "--output", str(tmp_path)])
+    displays = ("DISPLAY", "WAYLAND_DISPLAY")
+    ended = subprocess.run(
+        ["tools/run-station", sys.executable, "--output", str(tmp_path)],
+        check=False, cwd=ROOT, capture_output=True, text=True, timeout=110,
+        env={name: value for name, value in os.environ.items() if name not in displays},
+    )  # fmt: skip
     assert ended.returncode == 0, ended.stdout + ended.stderr
     cells = re.findall(r"^cell (\d)  (\S+)  (OK|NG) +(\d+) items +([\d.]+) s$", ended.stdout, re.MULTILINE)
     assert [number for number, *_ in cells] == ["1", "2", "3", "4"]
@@ -284,12 +221,3 @@ def test_the_whole_station_works_by_itself_and_gives_the_implied_verdicts(tmp_pa
     for name in ("station", "viewer", "parameters", "manual_operation", "about"):
         picture = wx.Image(str(tmp_path / f"{name}.png"))
         assert picture.IsOk() and len(set(zip(*[iter(picture.GetData())] * 3, strict=True))) > 20, name
-
-
-def by_itself(command: list[str]) -> "subprocess.CompletedProcess[str]":
-    environment = {
-        name: value for name, value in os.environ.items() if name not in ("DISPLAY", "WAYLAND_DISPLAY")
-    }
-    return subprocess.run(
-        command, check=False, cwd=ROOT, env=environment, capture_output=True, text=True, timeout=110
-    )

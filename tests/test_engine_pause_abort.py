@@ -1,7 +1,6 @@
 """Pausing, aborting and sleeping: the script notices them at its check points."""
 
 import time
-from collections.abc import Callable
 from typing import Any
 
 import pytest
@@ -19,46 +18,17 @@ def test_a_paused_run_waits_at_its_check_point_and_resumes(host: Host) -> None:
     assert cell._test_thread.is_alive() and cell.notes == []
     cell.start("ignored")
     assert cell.is_paused() and not cell._pause_event.is_set()
-    cell.handle_start_request("resumes")
+    cell.handle_start_request("resumes")  # the flag is the script's to clear
     cell.finish()
-    assert (cell.notes, cell.is_paused(), cell.uut.summer, cell.uut.serial_number) == (
-        ["woke"],
-        False,
-        "OK",
-        "",
-    )
-
-
-def test_the_pause_flag_stays_until_the_script_wakes(host: Host) -> None:
-    cell = host()
-    cell.resume()
-    assert not cell.is_paused()
-    cell.check_pause()
-    cell.pause()
-    cell.resume()
-    assert cell.is_paused()
-    cell.check_pause()
-    assert not cell.is_paused()
-
-
-def test_a_script_that_pauses_itself_stops_right_there(host: Host) -> None:
-    cell = host("cell.reached.set()\nself.pause()\ncell.notes.append('after')\nself.append_ok('a', 1)")
-    cell.start()
-    cell.wait_reached()
-    while not cell.is_paused():
-        assert cell._test_thread.is_alive()
-    cell._test_thread.join(0.05)
-    assert cell.notes == []
-    cell.resume()
-    assert cell.finish().notes == ["after"]
+    assert (cell.notes, cell.is_paused()) == (["woke"], False)
+    assert (cell.uut.summer, cell.uut.serial_number) == ("OK", "")
 
 
 @pytest.mark.parametrize("paused", [False, True])
 @pytest.mark.parametrize("check", ["self.check_abort()", "self.sleep(60, 0.001)", "self.abortable(print)()"])
 def test_an_abort_ends_the_run_at_the_next_check_point(paused: bool, check: str, host: Host) -> None:
-    cell = host(
-        f"self.append_ok('a', 1)\ncell.meet()\n{check}\nself.append_ng('b', 1)", cleanup="cell.meet()"
-    )
+    run = f"self.append_ok('a', 1)\ncell.meet()\n{check}\nself.append_ng('b', 1)"
+    cell = host(run, cleanup="cell.notes.append(self.is_aborted())\ncell.meet()")
     cell.start()
     cell.wait_reached()
     if paused:
@@ -69,50 +39,27 @@ def test_an_abort_ends_the_run_at_the_next_check_point(paused: bool, check: str,
     cell.wait_reached()
     cell.finish()
     assert (cell.is_aborted(), cell._result_description, cell._exception_object) == (True, "", None)
-    assert (cell.names, cell.uut.summer, cell.cleanups) == (["a"], "OK", 1)
+    assert (cell.names, cell.uut.summer, cell.cleanups, cell.notes) == (["a"], "OK", 1, [True])
     cell.reset_state()
     assert not cell.is_aborted()
 
 
-def test_an_abort_while_the_script_unwinds_is_not_complete(host: Host) -> None:
-    cell = host("cell.abort()", cleanup="cell.notes.append(self.is_aborted())\ncell.meet()")
+def test_an_abort_is_complete_when_the_cleanup_is(host: Host) -> None:
+    cell = host("cell.abort()", cleanup="cell.meet()")
     cell.start()
     cell.wait_reached()
-    assert (cell.is_aborted(), cell.notes) == (False, [True])
+    assert not cell.is_aborted()
     cell.go.set()
     assert cell.finish().is_aborted()
 
 
 def test_checking_for_an_abort_belongs_to_the_test_thread(host: Host) -> None:
     cell = host()
-    calls: list[Callable[[], Any]] = [cell.check_abort, cell.abortable(print), lambda: cell.sleep(0.0)]
-    for call in calls:
+    for call in (cell.check_abort, cell.abortable(print), lambda: cell.sleep(0.0)):
         with pytest.raises(AttributeError, match=r"^Not in cell test thread\.$"):
             call()
     cell.abort("no test")
     assert cell._result_description == "no test"
-
-
-class Clock:
-    """A clock that only sleeping moves; it runs on whatever thread asks."""
-
-    def __init__(self, monkeypatch: pytest.MonkeyPatch) -> None:
-        self.now, self.slept = 0.0, []
-        monkeypatch.setattr(time, "time", lambda: self.now)
-        monkeypatch.setattr(time, "sleep", self.sleep)
-
-    def sleep(self, seconds: float) -> None:
-        self.slept.append(seconds)
-        self.now += seconds
-
-
-class Sleeper(HostCell):
-    """Counts the check points that a sleep passes; needs no test thread."""
-
-    checks = 0
-
-    def check_abort(self) -> None:
-        self.checks += 1
 
 
 @pytest.mark.parametrize(
@@ -129,11 +76,13 @@ class Sleeper(HostCell):
 def test_slices_of_a_sleep(
     arguments: tuple[float, ...], slices: list[float], host: Host, monkeypatch: pytest.MonkeyPatch
 ) -> None:
-    cell = host(cell_type=Sleeper)
-    clock = Clock(monkeypatch)
+    """By a clock that only sleeping moves."""
+    cell, slept = host(), []
+    monkeypatch.setattr(time, "time", lambda: sum(slept))
+    monkeypatch.setattr(time, "sleep", slept.append)
+    cell.check_abort = lambda: cell.notes.append("checked")  # type: ignore[method-assign]
     cell.sleep(*arguments)
-    assert clock.slept == pytest.approx(slices)
-    assert cell.checks == len(slices)
+    assert slept == pytest.approx(slices) and len(cell.notes) == len(slices)
 
 
 def test_order_of_the_checks_around_a_call(host: Host) -> None:
@@ -157,10 +106,9 @@ def test_order_of_the_checks_around_a_call(host: Host) -> None:
     assert cell.notes == ["pause", "abort", "call", "abort", "pause"]
 
 
-@pytest.mark.parametrize("debugging", [False, True])
-def test_a_breakpoint_pauses_in_debug_mode_only(debugging: bool, host: Host) -> None:
-    cell = host()
-    cell.is_in_debug_mode = lambda: debugging  # type: ignore[method-assign]
-    assert not cell.is_paused()
-    cell.debug_pause()
-    assert cell.is_paused() is debugging
+def test_a_breakpoint_pauses_in_debug_mode_only(host: Host) -> None:
+    cell: Any = host()
+    for debugging in (False, True):
+        cell.is_in_debug_mode = lambda debugging=debugging: debugging
+        cell.debug_pause()
+        assert cell.is_paused() is debugging

@@ -1,113 +1,105 @@
 """The default layouts: what the operator reads, where it stands, who gets the keyboard."""
 
 import threading
-from collections.abc import Callable, Iterator
 from typing import Any
 
 import pytest
+import qon_atsui
 import wx
-from layouts import Cell, Frame, press, shown, type_text
-from qon_atsui import sizing
-from support import pump, pump_for
+from qon_atsui import serial_entry, sizing
+from qon_atsui.signs import Signs, read
+from qon_companions.boxes import turns
+from station import LATER, Answers, Station
+from support import has_focus, press, pump, pump_for, scan, shown
 
-SCREENS = ((1280, 1024), (1920, 1080))
-
-
-@pytest.fixture
-def frame(app: wx.App) -> Iterator[Frame]:
-    """Three cells side by side."""
-    with shown(Frame(3, 3, (1200, 900))) as window:
-        yield window
+pytest_plugins = ["stationplugin"]
+pytestmark = pytest.mark.usefixtures("english")
 
 
-# What the operator reads.
+class Told(Signs):
+    """What the product tells the widgets of a cell, step by step."""
 
-RUNS: dict[str, tuple[Callable[[Cell], Any], tuple[str, str, str]]] = {
-    "new": (lambda c: None, ("ready", "READY", "Scan or type the serial number, then Enter")),
-    "asked for a unit": (lambda c: c.prompt("Next, please", "white"), ("ready", "READY", "Next, please")),
-    "started": (lambda c: c.started(), ("testing", "TESTING", "")),
-    "instruction": (
-        lambda c: (c.started(), c.prompt("Close the lid", "green")),
-        ("testing", "TESTING", "Close the lid"),
-    ),
-    "paused": (lambda c: (c.started(), c.button("Resume")), ("paused", "PAUSED", "")),
-    "resumed": (lambda c: (c.started(), c.button("Resume"), c.button("Pause")), ("testing", "TESTING", "")),
-    "passed": (lambda c: (c.started(), c.ended("OK", "green")), ("ok", "OK", "")),
-    "own word": (lambda c: (c.started(), c.ended("合格", "green")), ("ok", "合格", "")),
-    "failed": (lambda c: (c.started(), c.ended("NG", "red")), ("ng", "NG", "")),
-    "failed item": (lambda c: (c.started(), c.ended("NG", "red", "VOUT")), ("ng", "NG", "VOUT")),
-    "failed items": (lambda c: (c.started(), c.judged("V", "I"), c.ended("NG", "red")), ("ng", "NG", "V  +1")),
-    "aborted": (lambda c: (c.started(), c.ended("Aborted", "cyan")), ("aborted", "ABORTED", "")),
-    "exception": (
-        lambda c: (c.started(), c.ended("Exception Aborted", "cyan")),
-        ("exception", "EXCEPTION", ""),
-    ),
-    "told after an exception": (
-        lambda c: (c.started(), c.ended("Exception Aborted", "cyan", "no meter")),
-        ("exception", "EXCEPTION", "no meter"),
-    ),
-    "over before its first blink": (
-        lambda c: (
-            c.ui_serial_number.Disable(),
-            c.prompt("Running"),
-            c.ui_test_logger.AppendText("Traceback (most recent call last):\nOSError: gone\n"),
-            c.ended("Exception Aborted", "cyan"),
-        ),
-        ("exception", "EXCEPTION", "OSError: gone"),
-    ),
-    "again": (
-        lambda c: (c.started(), c.ended("NG", "red"), c.started(), c.button("Pause")),
-        ("testing", "TESTING", ""),
-    ),
-    "entry not used": (lambda c: c.ui_serial_number.Disable(), ("ready", "READY", None)),
-}
+    def __init__(self) -> None:
+        super().__init__(lambda: None)
+
+    def run(self, *last: str) -> None:
+        """A test starts; its prompt and its colours follow."""
+        self.entry_enabled(False)
+        self.prompt_text("Running")
+        for word in last:
+            (self.prompt_colour if word in ("gray", "green") else self.prompt_text)(word)
+
+    def end(self, result: str, colour: str, description: str = "", failed: str = "") -> None:
+        self.prompt_text(description or result)
+        self.prompt_colour(colour)
+        self.entry_enabled(True, result, failed)
+        self.start_label("Start")
 
 
-@pytest.mark.parametrize("name", RUNS)
-def test_the_band_says_the_state(app: wx.App, monkeypatch: pytest.MonkeyPatch, name: str) -> None:
-    monkeypatch.setenv("QON_LANG", "en")
-    act, (state, word, text) = RUNS[name]
-    with shown(Frame(1, 1, (900, 700))) as window:
-        cell = window.cells[0]
-        act(cell)
-        face = cell.ui_prompt.face
-        assert (face.state, face.word) == (state, word)
-        assert text is None or face.text == text
-        assert cell.ui_abort.IsEnabled() is (state in ("testing", "paused"))
+ASKED = "Scan or type the serial number, then Enter"
+EXCEPTION = "Exception Aborted"
+# Calls of `Told`; state, word and text on the band.
+FACES: list[tuple[list[tuple[str, ...]], tuple[str, str, str]]] = [
+    ([], ("ready", "READY", ASKED)),
+    ([("prompt_text", "Next, please")], ("ready", "READY", "Next, please")),
+    ([("run", "gray")], ("testing", "TESTING", "")),
+    ([("run", "Close the lid", "green")], ("testing", "TESTING", "Close the lid")),
+    ([("run",), ("start_label", "Resume")], ("paused", "PAUSED", "")),
+    ([("run",), ("start_label", "Resume"), ("start_label", "Pause")], ("testing", "TESTING", "")),
+    ([("run",), ("end", "OK", "green")], ("ok", "OK", "")),
+    ([("run",), ("end", "合格", "green")], ("ok", "合格", "")),
+    ([("run",), ("end", "NG", "red")], ("ng", "NG", "")),
+    ([("run",), ("end", "NG", "red", "VOUT")], ("ng", "NG", "VOUT")),
+    ([("run",), ("end", "NG", "red", "", "V  +1")], ("ng", "NG", "V  +1")),
+    ([("run",), ("start_label", "Resume"), ("end", "NG", "red")], ("ng", "NG", "")),
+    ([("run",), ("end", "Aborted", "cyan")], ("aborted", "ABORTED", "")),
+    ([("run",), ("end", EXCEPTION, "cyan")], ("exception", "EXCEPTION", "")),
+    ([("run",), ("end", EXCEPTION, "cyan", "no meter")], ("exception", "EXCEPTION", "no meter")),
+    ([("run",), ("end", EXCEPTION, "cyan"), ("fault", "OSError")], ("exception", "EXCEPTION", "OSError")),
+    ([("run",), ("end", "NG", "red"), ("run", "gray")], ("testing", "TESTING", "")),
+    ([("entry_enabled", "")], ("ready", "READY", ASKED)),
+]  # fmt: skip
 
 
-# Where things stand.
+@pytest.mark.parametrize(("calls", "face"), FACES)
+def test_the_band_says_the_state(calls: list[tuple[str, ...]], face: tuple[str, str, str]) -> None:
+    signs = Told()
+    for name, *arguments in calls:
+        getattr(signs, name)(*arguments)
+    shows = read(signs.told)
+    assert (shows.state, shows.word, shows.text) == face
 
 
-def visible_parts(cell: Cell) -> dict[str, wx.Rect]:
-    names = (
-        "ui_prompt",
-        "ui_serial_number",
-        "ui_start",
-        "ui_abort",
-        "ui_view_notebook",
-        "_ui_details_button",
-    )
-    windows = {name: getattr(cell, name) for name in names}
-    head = ("name", "serial", "elapsed", "gauge")
-    windows |= {name: getattr(cell._ui_head, name) for name in head}
+def visible_parts(cell: qon_atsui.Cell) -> dict[str, wx.Rect]:
+    names = "ui_prompt ui_serial_number ui_start ui_abort ui_view_notebook _ui_details_button"
+    windows = {name: getattr(cell, name) for name in names.split()}
+    windows |= {name: getattr(cell._ui_head, name) for name in ("name", "serial", "elapsed", "gauge")}
     return {name: window.GetRect() for name, window in windows.items() if window.IsShown()}
 
 
-@pytest.mark.parametrize("screen", SCREENS)
-@pytest.mark.parametrize(("cells", "columns"), [(1, 1), (4, 2), (8, 4), (20, 5)])
+SMALL, LARGE = (1280, 1024), (1920, 1080)
+
+
+@pytest.mark.parametrize(
+    ("cells", "columns", "screen"), [(1, 1, SMALL), (4, 2, LARGE), (8, 4, SMALL), (20, 5, SMALL), (20, 5, LARGE)]
+)
 def test_cells_of_any_number_stay_usable(
-    app: wx.App, screen: tuple[int, int], cells: int, columns: int
+    cells: int, columns: int, screen: tuple[int, int], app: wx.App
 ) -> None:
-    with shown(Frame(cells, columns, screen)) as window:
-        cell = window.cells[-1]
+    with shown(qon_atsui.Frame(None)) as frame:
+        grid = wx.GridSizer(0, columns, 0, 0)
+        for _ in range(cells):
+            grid.Add(cell := qon_atsui.Cell(frame.ui_cell_panel), 1, wx.EXPAND | wx.ALL)
+        frame.ui_cell_panel.SetSizer(grid)
+        grid.Fit(frame.ui_cell_panel)
+        frame.SetMinSize(wx.Size(100, 100))
+        frame.SetSize(wx.Rect(0, 0, *screen))
         pump(lambda: cell.GetSize().width * columns > screen[0] - 60)
         parts = visible_parts(cell)
         assert all(wx.Rect(cell.GetClientSize()).Contains(rect) for rect in parts.values()), parts
         placed = list(parts.items())
         for index, (name, rect) in enumerate(placed):
-            for other, box in placed[index + 1 :]:
-                assert not rect.Intersects(box), (name, other)
+            assert not [other for other, box in placed[index + 1 :] if rect.Intersects(box)], name
         band, height = parts["ui_prompt"].height, cell.GetSize().height
         full = "ui_view_notebook" in parts
         assert height / 5 <= band <= (height / 3 if full else height)
@@ -115,113 +107,94 @@ def test_cells_of_any_number_stay_usable(
         assert parts["ui_serial_number"].width >= cell.FromDIP(140)
         for name in ("ui_start", "ui_abort"):
             assert parts[name].width >= cell.FromDIP(55) and parts[name].height >= cell.FromDIP(26)
-        for child in cell.GetChildren():
-            assert child.GetFont().GetPointSize() >= sizing.SMALLEST_POINTS
+        points = [child.GetFont().GetPointSize() for child in cell.GetChildren()]
+        assert min(points) >= sizing.SMALLEST_POINTS
         for text in ("OK", "A much longer text than before, which goes on and on"):
-            cell.started(text)
-            cell.button("Pause")
-            cell.ended("NG", "red", text)
-            for field in (cell.ui_cell_name, cell.ui_ok_count, cell.ui_elapse_time):
+            cell.ui_prompt.SetLabel(text)
+            for label in ("Pause", "Resume", "Start"):
+                cell.ui_start.SetLabel(label)
+            for field in (cell.ui_serial_number, cell.ui_cell_name, cell.ui_ok_count, cell.ui_elapse_time):
                 field.SetValue(text)
         pump_for(0.05)
-        assert visible_parts(cell) == parts  # nothing moves for a text
+        assert visible_parts(cell) == parts, "something moves for a text"
 
 
-# Who gets the keyboard.
-
-
-def focused(frame: Frame) -> int | None:
-    return next((i for i, cell in enumerate(frame.cells) if cell.ui_serial_number.HasFocus()), None)
-
-
-def test_the_focus_goes_where_the_next_number_belongs_and_is_not_stolen(frame: Frame) -> None:
+def test_the_focus_goes_where_the_next_number_belongs_and_is_not_stolen(
+    station: Station, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    monkeypatch.setattr(serial_entry, "_ECHO_SECONDS", 60.0)
+    frame = station(*["meet()\nself.append_ok('a', 1)"] * 3, main={"column_count": 3})
     first, second, third = frame.cells
-    first.ui_serial_number.SetFocus()
-    pump(lambda: focused(frame) == 0)
-    type_text("A1")
-    pump(lambda: first.ui_serial_number.GetValue() == "A1")
-    press(wx.WXK_RETURN)
+    pump(lambda: has_focus(first.ui_serial_number))
+    scan("A1")
     press(wx.WXK_RETURN)  # the line feed of a scanner that sends two: starts no other cell
-    pump(lambda: focused(frame) == 1)
+    pump(lambda: has_focus(second.ui_serial_number))
     pump_for(0.2)
-    assert (first.calls, second.calls) == (["start A1"], [])
-    type_text("B")
+    assert (first.uut.serial_number, second.uut) == ("A1", None)
+    scan("B", enter=False)
     pump(lambda: second.ui_serial_number.GetValue() == "B")
-    first.ended("OK", "green")
-    third.ended("OK", "green")
+    third.start()
+    pump(third.is_running)
+    station.finish(first)
+    station.finish(third)
     pump_for(0.1)
-    assert focused(frame) == 1  # somebody types there
-    type_text("2")
-    pump(lambda: second.ui_serial_number.GetValue() == "B2")
-    press(wx.WXK_RETURN)
-    pump(lambda: focused(frame) == 0)  # who asked first
-    assert second.calls == ["start B2"]
-    second.ended("NG", "red")
-    pump(lambda: focused(frame) == 1)  # nobody types: as the product wants it
-    for cell in frame.cells:
-        cell.ui_serial_number.Disable()
-    pump(lambda: wx.Window.FindFocus() is third.ui_start)  # nobody is ready for a number
+    assert has_focus(second.ui_serial_number), "somebody types there"
+    scan("2")
+    pump(lambda: has_focus(first.ui_serial_number), what="the focus is where it was asked for first")
+    assert second.uut.serial_number == "B2"
+    station.finish(second)
+    pump(lambda: has_focus(second.ui_serial_number), what="nobody types: as the product wants it")
 
 
-def test_a_question_takes_its_cell_alone_into_waiting_and_holds_the_focus_back(frame: Frame) -> None:
-    first, second, third = frame.cells
-    third.ui_serial_number.SetFocus()
-    for cell in (first, second):
-        cell.started()
+def test_a_question_takes_its_cell_alone_into_waiting_and_holds_the_focus_back(station: Station) -> None:
+    ask, tell = "self.ask_true_or_false('Lit?')", "meet()\nself.notice_box('Take it out')"
+    frame = station(*[f"{body}\nmeet()" for body in (ask, tell)], "")
+    entry = frame.cells[2].ui_serial_number
     states: list[list[str]] = []
-    inner = wx.Dialog(None, title="Cell 2")  # a notice, which only names its cell
-    outer = wx.TextEntryDialog(first, "Colour?", "Cell 1")
 
-    def within_inner() -> None:
-        states.append([cell.state for cell in frame.cells])
-        third.ui_serial_number.SetFocus()
-        assert not third.ui_serial_number.HasFocus()
-        inner.EndModal(wx.ID_OK)
+    def act(box: Any) -> Any:
+        if not station.meetings[2].notes:
+            station.meetings[2].notes.append("asks, too")
+            station.meetings[2].go_on()
+        if not states and len(turns._asked) < 2:
+            return LATER
+        states.append([cell.ui_prompt.face.state for cell in frame.cells])
+        entry.SetFocus()
+        assert not has_focus(entry)
+        return box.EndModal(wx.ID_OK)
 
-    def within_outer() -> None:
-        states.append([cell.state for cell in frame.cells])
-        wx.CallAfter(within_inner)
-        inner.ShowModal()
-        states.append([cell.state for cell in frame.cells])
-        outer.EndModal(wx.ID_OK)
-
-    wx.CallAfter(within_outer)
-    outer.ShowModal()
-    assert states == [
-        ["waiting", "testing", "ready"],
-        ["waiting", "waiting", "ready"],
-        ["waiting", "testing", "ready"],
-    ]
-    assert [cell.state for cell in frame.cells] == ["testing", "testing", "ready"]
-    pump(lambda: focused(frame) == 2)
-    for dialog in (inner, outer):
-        dialog.Destroy()
+    with Answers(act):
+        for cell in frame.cells[:2]:
+            cell.start()
+        pump(lambda: has_focus(entry), what="the focus goes where it was asked for meanwhile")
+    # The first stays in its question until the second one, above it, is answered too.
+    assert states == [["waiting", "testing", "ready"], ["waiting", "waiting", "ready"]]
+    pump(lambda: [cell.ui_prompt.face.state for cell in frame.cells] == ["testing", "testing", "ready"])
 
 
-def test_a_box_gives_the_focus_back_to_a_half_typed_number(frame: Frame) -> None:
+def test_a_box_gives_the_focus_back_to_a_half_typed_number(station: Station) -> None:
+    done = "self.append_ok('a', 1)"
+    frame = station(f"meet()\n{done}", f"meet()\nself.input_text('Colour?')\n{done}", "")
     first, second, third = frame.cells
-    first.started()
-    second.started()
-    third.ui_serial_number.SetFocus()
-    pump(lambda: focused(frame) == 2)
-    type_text("47")
+    for cell in (first, second):
+        cell.start()
+    pump(lambda: has_focus(third.ui_serial_number))
+    scan("47", enter=False)
     pump(lambda: third.ui_serial_number.GetValue() == "47")
-    box = wx.TextEntryDialog(second, "Colour?", "Cell 2")
 
-    def within() -> None:
-        first.ended("OK", "green")
-        box.EndModal(wx.ID_OK)
+    def answer(box: Any) -> Any:
+        station.meetings[1].go_on()
+        return LATER if first.is_running() else box.EndModal(wx.ID_OK)
 
-    wx.CallLater(100, within)
-    box.ShowModal()
-    box.Destroy()
-    pump_for(0.2)
-    type_text("11")
+    with Answers(answer):
+        station.meetings[2].go_on()
+        pump(second.is_ready)
+    scan("11", enter=False)
     pump(lambda: third.ui_serial_number.GetValue() == "4711")
 
 
-def test_a_test_thread_reads_the_serial_number(frame: Frame) -> None:
-    entry, read = frame.cells[0].ui_serial_number, []
+def test_a_test_thread_reads_the_serial_number(frame: wx.Frame) -> None:
+    entry, read = qon_atsui.Cell(frame).ui_serial_number, []
     for act in (lambda: entry.SetValue("SN1"), lambda: entry.WriteText("x"), entry.Clear):
         act()
         thread = threading.Thread(target=lambda: read.append(entry.GetValue()))

@@ -3,14 +3,11 @@
 import contextlib
 import gc
 import inspect
-import subprocess
 import sys
 import time
 import traceback
 import types
 import weakref
-from pathlib import Path
-from textwrap import dedent
 from typing import Any
 from unittest import mock
 
@@ -21,7 +18,7 @@ import qon_wxtools
 import wx
 from hostcell import Host
 from qon_ats import UUT, Assertion, CellBase, Statistics
-from support import Boxes, script_text, unique_name, write_book, write_script
+from support import Boxes
 
 RECORDS: list[Any] = [
     lambda: Assertion("a", 1, 0, 2),
@@ -38,7 +35,7 @@ def test_records_are_ordinary_objects(make: Any) -> None:
     record.note = "extra"
     assert (record.note, record.__dict__["note"]) == ("extra", "extra")
     alive = weakref.ref(record)
-    assert alive() is record and record == record and record != make() and len({record, make()}) == 2
+    assert record == alive() is record and record != make() and len({record, make()}) == 2
     del record
     assert alive() is None
 
@@ -73,22 +70,6 @@ def test_a_record_grown_into_a_cycle_after_collections_is_collected() -> None:
     assert [ref() for ref in alive] == [None] * 10
 
 
-def test_script_cell_and_records_are_collected_together(host: Host) -> None:
-    cell = host("""
-        self.append_ok("a", 1)
-        self.uut.runner = self
-        self.uut.assertions[0].cell = cell
-        cell.callback = lambda: (self, cell)
-        cell.uut.done_event.subscribe(cell.notes.append)
-    """).run()
-    alive = [weakref.ref(cell), weakref.ref(cell.uut), weakref.ref(cell.uut.assertions[0])]
-    cell._test_thread = None
-    host.cells.clear()
-    del cell
-    gc.collect()
-    assert [ref() for ref in alive] == [None] * 3
-
-
 def test_bound_methods_are_methods(host: Host) -> None:
     for owner, name in ((host(), "pause"), (Assertion("a"), "is_ok"), (UUT(), "first_ng_item_name")):
         method = getattr(owner, name)
@@ -102,10 +83,9 @@ def test_half_built_objects_raise_and_do_not_crash() -> None:
         bare = make.__new__(make)
         with contextlib.suppress(AttributeError, TypeError, RuntimeError):
             getattr(bare, attribute)
-    with pytest.raises(TypeError):
-        Assertion.is_ok(UUT())
-    with pytest.raises(TypeError):
-        Assertion.is_ok()
+    for wrong in (lambda: Assertion.is_ok(UUT()), lambda: Assertion.is_ok()):
+        with pytest.raises(TypeError):
+            wrong()
 
 
 def test_replaced_siblings_are_used_at_the_moment_of_the_call(
@@ -115,18 +95,14 @@ def test_replaced_siblings_are_used_at_the_moment_of_the_call(
     monkeypatch.setattr(qon_handy, "format_exception", lambda *args, **kwargs: ["one\n", f"{args}{kwargs}\n"])
     assert cell.run().text == "one\n(){'skip_level': 1}\n"
     monkeypatch.setattr(qon_ats, "_format_exception", lambda skip_level: ["own ", f"{skip_level}"])
-    failing = host("self.done()").run()
-    assert failing.text == "own 0"
+    assert host("self.done()").run().text == "own 0"
     shown: list[str] = []
     monkeypatch.setattr(qon_ats, "MB", types.SimpleNamespace(Error=shown.append))
-    cell.reset_state()
-    cell.run()
+    cell.run_again()
     assert (shown, boxes.of("Error")) == (["Cleanup fail: x."], ["Cleanup fail: x."])
-    other = types.SimpleNamespace(Error=lambda text: shown.append("other"))
     monkeypatch.undo()
-    monkeypatch.setattr(qon_wxtools, "MB", other)
-    cell.reset_state()
-    cell.run()
+    monkeypatch.setattr(qon_wxtools, "MB", types.SimpleNamespace(Error=lambda text: shown.append("other")))
+    cell.run_again()
     assert shown[-1] == "other"
 
 
@@ -152,46 +128,3 @@ def test_the_clock_and_the_gui_call_of_the_moment_are_used(monkeypatch: pytest.M
     cell.ui_test_logger = types.SimpleNamespace(AppendText="append")
     cell.print("abc")
     assert posted == [("append", "abc\n")]
-
-
-def test_nothing_grows_over_a_thousand_runs(tmp_path: Path) -> None:
-    """In a process of its own: objects, memory blocks and threads before and after."""
-    name = unique_name()
-    body = """
-        self.assert_limits("v", 1.5, 1, 2, "V", category="power")
-        self.append_ng("bad", "text", stop_if_ng=False)
-        self.print("x")
-        self.noumenon.kind += 1
-        if self.noumenon.kind % 3 == 1:
-            self.abort("a")
-        if self.noumenon.kind % 3 == 2:
-            raise KeyError("k")
-    """
-    write_script(tmp_path, script_text(body), name)
-    config = write_book(tmp_path / "c.xlsx", {"cell1": {"script": f"{name}.py", "reload_cell_runner": False}})
-    code = f"""
-        import gc, sys, threading
-        sys.path.insert(0, {str(Path(__file__).parent)!r})
-        from hostcell import HostCell
-        cell = HostCell(1, {str(config)!r})
-        cell.kind = 0
-        def runs(count):
-            for _ in range(count):
-                cell.run()
-                while not cell._assertion_queue.empty():
-                    cell.fetch_an_assertion()
-                cell.reset_state()
-                cell.output.clear()
-                cell._test_thread = None
-            gc.collect()
-            return len(gc.get_objects()), sys.getallocatedblocks(), threading.active_count()
-        runs(50)
-        before = runs(10)
-        after = runs(1000)
-        print(*(b - a for a, b in zip(before, after)))
-    """
-    command = [sys.executable, "-c", dedent(code)]
-    done = subprocess.run(command, capture_output=True, text=True, cwd=tmp_path, timeout=100)
-    assert done.returncode == 0, done.stderr
-    objects, blocks, threads = map(int, done.stdout.split())
-    assert objects < 50 and blocks < 300 and threads == 0, done.stdout

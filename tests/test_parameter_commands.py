@@ -38,13 +38,9 @@ def test_reload_and_edit(edit: bool, bench: Path, station: Station, boxes: Boxes
             edit or write()  # while the editor is open, or before
             command(None)
         assert len(shown.titles) == edit and volts(frame) == 13.5  # what was loaded stays
-    *reloaded, failed = boxes.shown
-    assert [box.text for box in reloaded] == ([] if edit else ["参数重新加载完成"])
-    assert (
-        failed.kind == "Error"
-        and failed.text.startswith("参数重新加载失败：")
-        and "bench.xlsx" in failed.text
-    )
+    [failed] = boxes.of("Error")
+    assert boxes.of("Notice") == ([] if edit else ["参数重新加载完成"])
+    assert failed.startswith("参数重新加载失败：") and "bench.xlsx" in failed
 
 
 def test_save(bench: Path, station: Station, boxes: Boxes) -> None:
@@ -105,7 +101,7 @@ def test_exported_limits_are_read_back(station: Station, boxes: Boxes) -> None:
     station.run(cell)
     export(frame, path)
     assert list(openpyxl.load_workbook(path).active.values) == rows
-    assert boxes.texts == ["保存测试项参数设置成功。"] * 2
+    assert boxes.of() == ["保存测试项参数设置成功。"] * 2
 
 
 def test_exports_refused_cancelled_and_failed(
@@ -117,7 +113,7 @@ def test_exports_refused_cancelled_and_failed(
     frame = station("", "self.append_ok('list', [1, 2])", "", assertion_config_file=" ")
     cell = frame.cells[1]
     export(frame, None)
-    assert boxes.texts == [
+    assert boxes.of() == [
         "要导出测试项设置参数，必须要有一个测试工位（Cell），并且执行了测试（最好执行了完整的全部测试内容）。",
         "要导出测试项设置参数，必须要先执行一次测试，最好是执行了完整的、全部的测试内容。",
     ]

@@ -6,12 +6,13 @@ from typing import Any
 
 import pytest
 import wx
-from dialogs import Operator, box, click, press, scan, texts
 from qon_companions import files
+from qon_companions.boxes import Box, keys
 from qon_paratree import ParameterDirectory, ParameterNode
 from qon_wxtools import ParameterTreeDialog
 from qon_wxtools.parameter_editor.table import REMARK, VALUE, VARIABLE
-from support import parameter_row, pump, write_book
+from station import Answers
+from support import click, parameter_row, press, scan, words, write_book
 
 SUPPLY = [
     parameter_row("volts", 12.0, 9.5, 18.0, "V"),
@@ -25,21 +26,12 @@ SAVED, DISCARDED = wx.ID_OK, wx.ID_CANCEL
 
 @pytest.fixture
 def folder(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> Path:
-    monkeypatch.setenv("QON_LANG", "en")
+    monkeypatch.setattr(keys, "GUARD_SECONDS", 0.0)
     folder = tmp_path / "app_config"
     (folder / "line 3").mkdir(parents=True)
     write_book(folder / "bench.xlsx", {"supply": SUPPLY, "meter": {"range": 10.0}})
     write_book(folder / "line 3" / "fixture.xlsx", {"pins": {"count": 128}})
     return folder
-
-
-@pytest.fixture
-def frame(app: wx.App) -> Iterator[wx.Frame]:
-    window = wx.Frame(None, title="Station", size=wx.Size(1200, 900))
-    window.Show()
-    pump(window.IsShownOnScreen)
-    yield window
-    window.Destroy()
 
 
 class Editor:
@@ -49,15 +41,11 @@ class Editor:
         self.dialog = ParameterTreeDialog(parent=parent, path=path)
 
     def run(self, operate: Callable[[], Iterator[Any]]) -> int:
-        def steps() -> Iterator[Any]:
-            yield self.dialog.IsActive
-            yield from operate()
-
-        try:
-            with Operator(steps):
-                return self.dialog.ShowModal()
-        finally:
+        """What the dialog answers."""
+        with Answers(lambda dialog: operate() if dialog is self.dialog else None):
+            answer = self.dialog.ShowModal()
             self.dialog.Destroy()
+        return answer
 
     def node(self, name: str) -> ParameterNode:
         return next(node for node in self.dialog.directory.root.walk() if node.name == name)
@@ -72,9 +60,14 @@ class Editor:
         grid = self.dialog.grid
         grid.go_to(self.node(name))
         grid.SetFocus()
-        yield 0.05
-        scan(grid, text)
+        yield grid.GetGridWindow().HasFocus
+        scan(text, grid)
         yield lambda: self.row(name)[VALUE] == text and not grid.IsCellEditControlShown()
+
+
+def box() -> Any:
+    """The message box on the screen."""
+    return next((w for w in wx.GetTopLevelWindows() if isinstance(w, Box) and w.IsModal()), None)
 
 
 def stored(folder: Path, path: str) -> Any:
@@ -84,24 +77,21 @@ def stored(folder: Path, path: str) -> Any:
 def test_it_shows_the_whole_tree_with_limits_units_and_types(frame: wx.Frame, folder: Path) -> None:
     editor = Editor(frame, str(folder))
     dialog = editor.dialog
+    rows = dialog.grid.table
 
     def operate() -> Iterator[Any]:
         dialog.tree.select(dialog.directory.root)
-        yield lambda: len(dialog.grid.table.rows) == 7
-        names = [dialog.grid.table.GetValue(row, VARIABLE) for row in range(7)]
-        assert names[0] == "line 3/fixture/pins/count" and names[1:6:4] == [
-            "bench/supply/volts",
-            "bench/supply/steps",
-        ]
+        yield lambda: len(rows.rows) == 7
+        names = [rows.GetValue(row, VARIABLE) for row in (0, 1, 5)]
+        assert names == ["line 3/fixture/pins/count", "bench/supply/volts", "bench/supply/steps"]
         assert editor.row("volts")[1:-1] == ["volts", "12.0", "9.5", "18.0", "V", "float"]
         assert editor.row("名称")[VALUE] == "稳压电源" and editor.row("steps")[VALUE] == "[1, 2]"
-        scan(dialog.grid, "", enter=False)
-        press(dialog, ord("F"), wx.MOD_CONTROL)
+        press("F", wx.MOD_CONTROL, over=dialog)
         yield dialog.find.HasFocus
-        scan(dialog.find, "sup", enter=False)
-        yield lambda: len(dialog.grid.table.rows) == 5
-        press(dialog.find, wx.WXK_ESCAPE)
-        yield lambda: len(dialog.grid.table.rows) == 7
+        scan("sup", dialog.find, enter=False)
+        yield lambda: len(rows.rows) == 5
+        press(wx.WXK_ESCAPE, over=dialog.find)
+        yield lambda: len(rows.rows) == 7
         dialog.Close()
 
     assert editor.run(operate) == DISCARDED
@@ -116,29 +106,29 @@ def test_a_value_is_edited_checked_and_saved_with_the_keyboard_alone(frame: wx.F
         dialog.tree.SetFocus()
         yield dialog.tree.HasFocus
         for _ in range(3):  # from the pins to the supply
-            press(dialog.tree, wx.WXK_DOWN) if dialog.tree.selection().name != "supply" else None
+            press(wx.WXK_DOWN, over=dialog.tree) if dialog.tree.selection().name != "supply" else None
             yield 0.1
         assert dialog.tree.selection().name == "supply"
-        press(dialog, wx.WXK_F6)
-        yield 0.1
-        press(dialog.grid, wx.WXK_F2)
+        press(wx.WXK_F6, over=dialog)
+        yield lambda: not dialog.tree.HasFocus()
+        press(wx.WXK_F2, over=dialog.grid)
         yield dialog.grid.IsCellEditControlShown
-        scan(dialog.grid, "18.5")
+        scan("18.5", dialog.grid)
         yield lambda: editor.row("volts")[VALUE] == "18.5"
         assert editor.row("volts")[REMARK] == "✗ 18.5 is above the upper limit 18.0."
-        assert "1 not accepted" in texts(dialog) and editor.node("volts").value == 12.0
+        assert "1 not accepted" in words(dialog) and editor.node("volts").value == 12.0
         yield from editor.type("samples", "7")
         assert editor.row("samples")[REMARK] == "● changed, was 5"
-        press(dialog, ord("S"), wx.MOD_CONTROL)
+        press("S", wx.MOD_CONTROL, over=dialog)
         yield box
-        assert "bench/supply/volts: 18.5 is above" in texts(box())
-        press(box(), wx.WXK_ESCAPE)
+        assert "bench/supply/volts: 18.5 is above" in words(box())
+        press(wx.WXK_ESCAPE, over=box())
         yield lambda: not box()
         assert stored(folder, "bench/supply/samples") == 5
         yield from editor.type("volts", "17.5")
-        press(dialog, ord("S"), wx.MOD_CONTROL)
-        yield lambda: "Everything is saved." in texts(dialog)
-        press(dialog, wx.WXK_ESCAPE)
+        press("S", wx.MOD_CONTROL, over=dialog)
+        yield lambda: "Everything is saved." in words(dialog)
+        press(wx.WXK_ESCAPE, over=dialog)
 
     assert editor.run(operate) == SAVED
     assert (stored(folder, "bench/supply/volts"), stored(folder, "bench/supply/samples")) == (17.5, 7)
@@ -149,7 +139,7 @@ def test_a_value_is_edited_checked_and_saved_with_the_keyboard_alone(frame: wx.F
     [(wx.ID_SAVE, 6, SAVED), (wx.ID_NO, 5, DISCARDED), (wx.ID_CANCEL, 5, DISCARDED)],
 )
 def test_closing_asks_about_what_is_not_saved(
-    frame: wx.Frame, folder: Path, answer: int, value: int, result: int
+    answer: int, value: int, result: int, frame: wx.Frame, folder: Path
 ) -> None:
     editor = Editor(frame, folder)
     dialog = editor.dialog
@@ -157,7 +147,7 @@ def test_closing_asks_about_what_is_not_saved(
     def operate() -> Iterator[Any]:
         dialog.tree.select(editor.node("samples").parent)
         yield from editor.type("samples", "6")
-        press(dialog, wx.WXK_ESCAPE)
+        press(wx.WXK_ESCAPE, over=dialog)
         yield box
         click(box().buttons[answer])
         if answer == wx.ID_CANCEL:
@@ -187,7 +177,7 @@ def test_a_failing_save_names_the_file_and_loses_nothing(
             disk.setattr(files.os, "replace", full)
             click(dialog.buttons[wx.ID_SAVE])
             yield box
-            assert "bench.xlsx: No space left on device" in texts(box())
+            assert "bench.xlsx: No space left on device" in words(box())
             click(box().buttons[wx.ID_OK])
             yield lambda: not box()
         assert (folder / "bench.xlsx").read_bytes() == before
@@ -199,6 +189,16 @@ def test_a_failing_save_names_the_file_and_loses_nothing(
     assert stored(folder, "bench/supply/samples") == 6
 
 
+def half_a_workbook(folder: Path) -> Path:
+    (folder / "half.xlsx").write_bytes(b"PK\3\4half")
+    return folder
+
+
+def wrong_type(folder: Path) -> Path:
+    write_book(folder / "x.xlsx", {"s": [parameter_row("a", "b")[:6] + ("int",)]})
+    return folder
+
+
 @pytest.mark.parametrize(
     ("spoil", "told"),
     [
@@ -206,32 +206,24 @@ def test_a_failing_save_names_the_file_and_loses_nothing(
         (lambda folder: None, ["names no directory"]),
         (lambda folder: folder / "nowhere", ["nowhere", "does not exist"]),
         (lambda folder: folder / "bench.xlsx", ["bench.xlsx", "cannot be read"]),
-        (
-            lambda folder: (folder / "half.xlsx").write_bytes(b"PK\3\4half") and folder,
-            ["half.xlsx", "spreadsheet"],
-        ),
-        (
-            lambda folder: (
-                write_book(folder / "x.xlsx", {"s": [parameter_row("a", "b")[:6] + ("int",)]}) and folder
-            ),
-            ["x.xlsx", 'sheet "s"', "row 2", 'variable "a"'],
-        ),
+        (half_a_workbook, ["half.xlsx", "spreadsheet"]),
+        (wrong_type, ["x.xlsx", 'sheet "s"', "row 2", 'variable "a"']),
     ],
 )
 def test_a_directory_that_cannot_be_edited_says_why(
-    frame: wx.Frame, folder: Path, spoil: Callable[[Path], Any], told: list[str]
+    spoil: Callable[[Path], Any], told: list[str], frame: wx.Frame, folder: Path
 ) -> None:
     editor = Editor(frame, spoil(folder))
     dialog = editor.dialog
 
     def operate() -> Iterator[Any]:
-        assert all(part in texts(dialog) for part in told), texts(dialog)
-        if (folder / "half.xlsx").exists():  # mended meanwhile
+        assert [part for part in told if part not in words(dialog)] == []
+        if spoil is half_a_workbook:  # mended meanwhile
             (folder / "half.xlsx").unlink()
             click(dialog.buttons[wx.ID_REFRESH])
             yield lambda: dialog.directory is not None
             assert dialog.grid.table.rows
         yield 0.05
-        press(dialog, wx.WXK_ESCAPE)
+        press(wx.WXK_ESCAPE, over=dialog)
 
     assert editor.run(operate) == DISCARDED

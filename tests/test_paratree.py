@@ -15,6 +15,8 @@ from qon_paratree import ParameterDirectory
 from qon_testparameters import BadValueError, WorkbookError
 from support import write_book
 
+VOLTAGE = "instruments/main/psu-voltage"
+
 
 @pytest.fixture
 def directory(tmp_path: Path) -> Path:
@@ -35,35 +37,39 @@ def directory(tmp_path: Path) -> Path:
     return top
 
 
-def test_values_are_reached_by_attribute_and_by_path(directory: Path) -> None:
-    tree = ParameterDirectory.load(directory)
+@pytest.fixture
+def tree(directory: Path) -> Any:
+    return ParameterDirectory.load(directory)
+
+
+def contents(directory: Path) -> dict[Path, bytes]:
+    return {file: file.read_bytes() for file in directory.rglob("*") if file.is_file()}
+
+
+def test_values_are_reached_by_attribute_and_by_path(tree: Any) -> None:
     assert tree.instruments.main.psu_resource == "sim::1" == tree["instruments/main/psu_resource"]
     assert tree["products/board"].limits.retries == 2 == tree.get("products/board/limits/retries")
     assert tree.instruments["load 1/get"] == 5 and tree.get("products/none", 7) == 7
-    assert "instruments/main/psu-voltage" in tree and "instruments/main/psu" not in tree
+    assert VOLTAGE in tree and "instruments/main/psu" not in tree
     assert list(tree) == ["products", "instruments"] and list(tree.products) == ["empty", "board"]
-    assert tree.parameter("instruments/main/psu-voltage").up == 30.0
+    assert tree.parameter(VOLTAGE).up == 30.0
     assert copy.copy(tree.instruments).main.psu_resource == "sim::1"
-    with pytest.raises(
-        AttributeError, match='no "psu_resorce" in sheet "instruments/main". Did you mean "psu_resource"'
-    ):
+    near = 'no "psu_resorce" in sheet "instruments/main". Did you mean "psu_resource"'
+    with pytest.raises(AttributeError, match=near):
         _ = tree.instruments.main.psu_resorce
-    with pytest.raises(
-        KeyError, match='There is no "scope" in directory "products". There are: empty, board.'
-    ):
+    with pytest.raises(KeyError, match='no "scope" in directory "products". There are: empty, board.'):
         tree["products/scope/main/x"]
     with pytest.raises(KeyError, match="is a sheet, not a parameter"):
         tree.parameter("instruments/main")
 
 
-def test_setting_a_value_is_checked_and_never_makes_a_new_one(directory: Path) -> None:
-    tree = ParameterDirectory.load(directory)
+def test_setting_a_value_is_checked_and_never_makes_a_new_one(tree: Any) -> None:
     tree.instruments.main.psu_resource = "sim::2"
-    tree["instruments/main/psu-voltage"] = 5
+    tree[VOLTAGE] = 5
     assert tree.instruments.main["psu-voltage"] == 5.0 and tree.changed
     for path, value, words in (
-        ("instruments/main/psu-voltage", 31, "31.0 is above the upper limit 30.0"),
-        ("instruments/main/psu-voltage", "5", "is not of type float"),
+        (VOLTAGE, 31, "31.0 is above the upper limit 30.0"),
+        (VOLTAGE, "5", "is not of type float"),
         ("instruments/main/columns", {1, 2}, "cannot be written as JSON"),
     ):
         with pytest.raises(BadValueError, match=f'instruments.xlsx, sheet "main", variable ".*": .*{words}'):
@@ -73,21 +79,18 @@ def test_setting_a_value_is_checked_and_never_makes_a_new_one(directory: Path) -
     with pytest.raises(AttributeError, match="only parameters have a value"):
         tree.instruments = 5
     tree.revert()
-    assert tree.instruments.main["psu-voltage"] == 12.0 and not tree.changed
+    assert tree[VOLTAGE] == 12.0 and not tree.changed
 
 
-def test_an_editor_walks_marks_checks_and_undoes(directory: Path) -> None:
-    root = ParameterDirectory.load(directory).root
-    kinds = [(node.kind, node.path) for node in _all(root)]
-    assert kinds[:5] == [
-        ("directory", ""),
-        ("directory", "products"),
-        ("directory", "products/empty"),
-        ("workbook", "products/board"),
-        ("sheet", "products/board/limits"),
-    ]
-    nodes = {node.path: node for node in root.walk()}
-    voltage, columns = nodes["instruments/main/psu-voltage"], nodes["instruments/main/columns"]
+def test_an_editor_walks_marks_checks_and_undoes(tree: Any) -> None:
+    def below(node: Any) -> list[Any]:
+        return [node, *(each for child in node.children for each in below(child))]
+
+    kinds = [(node.kind, node.path) for node in below(tree.root)]
+    assert kinds[:3] == [("directory", ""), ("directory", "products"), ("directory", "products/empty")]
+    assert kinds[3:5] == [("workbook", "products/board"), ("sheet", "products/board/limits")]
+    nodes = {node.path: node for node in tree.root.walk()}
+    voltage, columns = nodes[VOLTAGE], nodes["instruments/main/columns"]
     with pytest.raises(BadValueError) as caught:
         voltage.check("31")
     assert caught.value.faults[0].text == "31.0 is above the upper limit 30.0."
@@ -95,22 +98,13 @@ def test_an_editor_walks_marks_checks_and_undoes(directory: Path) -> None:
         voltage.set_text("")
     voltage.set_text("24")
     columns.value[0][1] = 200  # changed within the list
-    assert [node.path for node in _all(root) if node.changed] == [
-        "",
-        "instruments",
-        "instruments/main",
-        "instruments/main/psu-voltage",
-        "instruments/main/columns",
-    ]
+    changed = ["", "instruments", "instruments/main", VOLTAGE, "instruments/main/columns"]
+    assert [node.path for node in below(tree.root) if node.changed] == changed
     assert (voltage.stored_text, voltage.text) == ("12.0", "24.0")
     columns.revert()
-    assert columns.value == [["Name", 300]] and root.changed
+    assert columns.value == [["Name", 300]] and tree.changed
     voltage.set_text(voltage.stored_text)
-    assert not root.changed
-
-
-def _all(node: Any) -> list[Any]:
-    return [node, *(below for child in node.children for below in _all(child))]
+    assert not tree.changed
 
 
 def test_a_save_changes_the_values_and_nothing_else(directory: Path) -> None:
@@ -120,38 +114,30 @@ def test_a_save_changes_the_values_and_nothing_else(directory: Path) -> None:
     main.column_dimensions["A"].width = 55
     main["A3"].font = Font(bold=True)
     main["B5"].comment = Comment("set by the line leader", "me")
-    main.append((None, None, None, None, None, None, None, "a note at the side"))
+    main.append((*[None] * 7, "a note at the side"))
     notes = book.create_sheet("notes")
     notes["A1"] = "what was calibrated when"
     notes.merge_cells("A1:C1")
     book.save(path)
     path.chmod(0o640)
-    others = {file: file.read_bytes() for file in directory.rglob("*") if file.is_file() and file != path}
+    before = contents(directory)
 
     tree = ParameterDirectory.load(directory)
     assert tree.save(directory) == []
-    tree["instruments/main/psu-voltage"] = 24
+    tree[VOLTAGE] = 24
     tree.instruments.main.psu_resource = "=1+1"
     assert tree.save(directory) == [path] and not tree.changed and tree.save() == []
 
     again = ParameterDirectory.load(directory)
-    assert {node.path: node.value for node in again.root.walk()} == {
-        node.path: node.value for node in tree.root.walk()
-    }
+    values, wanted = ({n.path: n.value for n in each.root.walk()} for each in (again, tree))
+    assert values == wanted and values[VOLTAGE] == 24
     main = (book := openpyxl.load_workbook(path))["main"]
-    assert [main.cell(row, 1).value for row in range(2, 6)] == [
-        "# supply",
-        "PSU address",
-        None,
-        "PSU voltage",
-    ]
+    assert [main.cell(row, 1).value for row in range(2, 6)] == ["# supply", "PSU address", None, "PSU voltage"]
     assert main.column_dimensions["A"].width == 55 and main["A3"].font.bold
     assert main["B5"].comment.text == "set by the line leader" and main["H7"].value == "a note at the side"
     assert book["notes"].merged_cells.ranges and book["notes"]["A1"].value == "what was calibrated when"
     assert stat.S_IMODE(path.stat().st_mode) == 0o640
-    assert others == {
-        file: file.read_bytes() for file in directory.rglob("*") if file.is_file() and file != path
-    }
+    assert contents(directory) == before | {path: path.read_bytes()}
 
 
 def test_faults_of_all_workbooks_come_together(directory: Path) -> None:
@@ -162,9 +148,7 @@ def test_faults_of_all_workbooks_come_together(directory: Path) -> None:
         ParameterDirectory.load(directory)
     texts = str(caught.value).splitlines()
     assert "board.xlsx: it cannot be read as an .xlsx workbook" in texts[0]
-    assert texts[1].endswith(
-        'there are two entries named "instruments"; rename the directory or the workbook.'
-    )
+    assert texts[1].endswith('two entries named "instruments"; rename the directory or the workbook.')
     assert texts[2].endswith('sheet "main", row 2, variable "volt": 31 is above the upper limit 30.')
     with pytest.raises(FileNotFoundError, match="Parameter directory not found.*none"):
         ParameterDirectory.load(directory / "none")
@@ -174,12 +158,11 @@ def test_faults_of_all_workbooks_come_together(directory: Path) -> None:
 
 @pytest.mark.parametrize("call", ["fsync", "replace", "access"])
 def test_a_failing_save_names_the_file_and_leaves_every_old_one_whole(
-    call: str, directory: Path, monkeypatch: pytest.MonkeyPatch
+    call: str, directory: Path, tree: Any, monkeypatch: pytest.MonkeyPatch
 ) -> None:
-    tree = ParameterDirectory.load(directory)
     tree.products.board.limits.retries = 9
     tree.instruments.main.psu_resource = "sim::9"
-    before = {file: file.read_bytes() for file in directory.rglob("*") if file.is_file()}
+    before = contents(directory)
 
     def fail(*_args: Any) -> Any:
         if call == "access":
@@ -190,5 +173,5 @@ def test_a_failing_save_names_the_file_and_leaves_every_old_one_whole(
         patch.setattr(files.os, call, fail)
         with pytest.raises(OSError, match=r"(No space left on device|read-only).*board.xlsx'"):
             tree.save()
-    assert before == {file: file.read_bytes() for file in directory.rglob("*") if file.is_file()}
+    assert contents(directory) == before
     assert tree.changed and len(tree.save()) == 2

@@ -9,7 +9,7 @@ import pytest
 import qon_ats
 import wx
 from station import Answers, Station, texts
-from support import Boxes, pump, pump_for
+from support import Boxes, click, pump, pump_for
 
 pytest_plugins = ["stationplugin"]
 
@@ -73,19 +73,17 @@ def test_stopping_from_outside_from_a_tick_and_without_a_job(station: Station) -
 
 
 def test_ticks_never_overlap_and_may_start_cells(station: Station) -> None:
-    frame = ticking(station, "self.append_ok('a', 1)", "self.append_ok('a', 1)")
+    frame = ticking(station, "self.append_ok('a', 1)")
     inside: set[Any] = set()
 
     def long_job() -> None:
         before = frame.ticks
         pump_for(0.03)  # a dialog's event loop, say: timers go on firing in it
         inside.add((frame.ticks - before, frame.is_running(0)))
-        for number in (1, 2):
-            frame.start_cell(number)  # ignored while it runs
+        frame.start_cell(1)  # ignored while it runs
 
     frame.job = long_job
-    for cell in frame.cells:
-        pump(lambda cell=cell: len(texts(cell.ui_history_grid)) >= 2)
+    pump(lambda: len(texts(frame.cells[0].ui_history_grid)) >= 2)
     frame.job = lambda: None
     assert inside == {(0, True)} and pump(lambda: not frame.is_running())
 
@@ -121,7 +119,7 @@ def test_a_block_waits_for_the_tick_in_progress_or_times_out(station: Station) -
         try:
             frame.block_ticker(0.2)
         except TimeoutError as error:
-            seen.append((str(error), time.monotonic() - started, frame.is_ticker_blocked()))
+            seen.append((str(error), time.monotonic() - started >= 0.2, frame.is_ticker_blocked()))
         waiting.set()
         frame.block_ticker()
         seen.append((frame._in_ticker, frame.ticks))
@@ -136,9 +134,9 @@ def test_a_block_waits_for_the_tick_in_progress_or_times_out(station: Station) -
     frame.job = long_job
     pump(lambda: len(seen) == 2)
     thread.join(10)
-    (text, seconds, blocked), (in_tick, ticks) = seen
-    assert (text, blocked, in_tick) == ("Wait for ticker ending timeout.", False, False)
-    assert 0.2 <= seconds < 5 and frame.is_quiet() and frame.ticks == ticks
+    timed_out, (in_tick, ticks) = seen
+    assert timed_out == ("Wait for ticker ending timeout.", True, False)
+    assert not in_tick and frame.is_quiet() and frame.ticks == ticks
     frame.unblock_ticker()
     assert frame.goes_on()
 
@@ -152,9 +150,9 @@ def test_the_operator_decides_after_an_exception(goes_on: bool, station: Station
         frame.job = lambda: None
         raise OSError("fixture 2 does not answer")
 
-    def decide(dialog: wx.Dialog) -> None:
+    def decide(dialog: Any) -> None:
         shown.append((dialog.ui_exception_trace.GetValue(), frame.is_quiet()))
-        station.click(dialog.FindWindow(wx.ID_OK)) if goes_on else dialog.Close()
+        click(dialog.FindWindow(wx.ID_OK)) if goes_on else dialog.Close()
 
     with Answers(decide):
         frame.job = fail

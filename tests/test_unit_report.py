@@ -21,13 +21,11 @@ def save(panel: TestDataViewerPanel, path: Path | None, row: int = 0) -> Any:
     panel.ui_history.SelectRow(row)
     with file_dialog(path) as asked:
         panel.on_save_single_uut_test_data(None)
-    message = "Give a file name to save"
-    wildcard, style = "Excel File(*.xlsx)|*.xlsx", wx.FD_SAVE | wx.FD_OVERWRITE_PROMPT
-    proposed = asked.call_args.kwargs["defaultFile"]
     asked.assert_called_once_with(
-        panel, message=message, defaultDir="", defaultFile=mock.ANY, wildcard=wildcard, style=style
-    )
-    return proposed
+        panel, message="Give a file name to save", defaultDir="", defaultFile=mock.ANY,
+        wildcard="Excel File(*.xlsx)|*.xlsx", style=wx.FD_SAVE | wx.FD_OVERWRITE_PROMPT,
+    )  # fmt: skip
+    return asked.call_args.kwargs["defaultFile"]
 
 
 def rows(path: Path) -> list[tuple[Any, ...]]:
@@ -35,14 +33,10 @@ def rows(path: Path) -> list[tuple[Any, ...]]:
 
 
 def test_contents(panel: TestDataViewerPanel, tmp_path: Path) -> None:
-    items = [
-        Assertion("a", 1.5, 1, 2, "V"),
-        Assertion("b"),
-        Assertion("版本", "1.0", result=False),
-        Assertion("t", True),
-    ]
+    items = Assertion("a", 1.5, 1, 2, "V"), Assertion("b"), Assertion("版本", "1.0", result=False), Assertion("t", True)
     uut = unit("SN001", 1, *items, done=False)
-    panel.append(uut)
+    bare = UUT(None)
+    panel.extend([uut, bare, UUT("")])
     uut.end_time = uut.begin_time + 90
     path = tmp_path / "report.xlsx"
     path.write_text("an older report")
@@ -57,17 +51,9 @@ def test_contents(panel: TestDataViewerPanel, tmp_path: Path) -> None:
         ("版本", "1.0", None, None, None, "NG"),
         ("t", True, None, None, None, "OK"),
     ]
-
-
-@pytest.mark.parametrize("serial_number", ["", None])
-def test_a_unit_without_number_and_items(
-    serial_number: str | None, panel: TestDataViewerPanel, tmp_path: Path
-) -> None:
-    uut = UUT(serial_number)
-    panel.append(uut)
-    proposed = save(panel, tmp_path / "report.xlsx")
-    assert proposed == qon_handy.timestamp_as_filename(uut.begin_time) + ".xlsx"
-    assert [row[0] for row in rows(tmp_path / "report.xlsx")[2:]] == ["Result: TBD", "Test Item Name"]
+    for row in (1, 2):
+        assert save(panel, path, row) == qon_handy.timestamp_as_filename(bare.begin_time) + ".xlsx"
+        assert [cells[0] for cells in rows(path)[2:]] == ["Result: TBD", "Test Item Name"]
 
 
 def test_one_unit_must_be_selected_and_cancel_writes_nothing(
@@ -85,14 +71,11 @@ def test_one_unit_must_be_selected_and_cancel_writes_nothing(
 
 
 def test_what_cannot_be_written_raises_and_the_unit_stays(panel: TestDataViewerPanel, tmp_path: Path) -> None:
-    panel.extend(
-        [unit("A", 1, Assertion("raw", "\x07")), unit("B", 1, Assertion("array", [1, 2])), unit("C")]
-    )
+    odd = unit("A", 1, Assertion("raw", "\x07")), unit("B", 1, Assertion("array", [1, 2]))
+    panel.extend([*odd, unit("C")])
     path = tmp_path / "report.xlsx"
-    for row, target, error in (
-        (0, path, IllegalCharacterError), (1, path, ValueError),
-        (2, tmp_path, OSError), (2, path / "no", OSError),
-    ):  # fmt: skip
+    errors = {(0, path): IllegalCharacterError, (1, path): ValueError, (2, tmp_path): OSError}
+    for (row, target), error in errors.items():
         with pytest.raises(error):
             save(panel, target, row)
     assert [uut.serial_number for uut in panel.get_uut_list()] == ["A", "B", "C"]

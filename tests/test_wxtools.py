@@ -1,40 +1,32 @@
 """Message boxes and questions: answers, threads, turns, and keys that were not meant for them."""
 
 import threading
-from collections.abc import Callable, Iterator
+from collections.abc import Callable
 from typing import Any
 
 import pytest
 import wx
-from dialogs import Operator, box, click, on_screen, press, scan, texts
 from qon_companions import gui_thread
-from qon_companions.boxes import turns
-from qon_companions.boxes.keys import GUARD_SECONDS
+from qon_companions.boxes import keys, turns
 from qon_wxtools import MB, TrueOrFalseDialog
-from support import pump
+from station import LATER, Answers, dialogs
+from support import click, press, pump, pump_for, scan, words
 
 LONG = "\n".join(f'  File "script_{number}.py", line {number}, in run' for number in range(60))
+GUARD_SECONDS = 0.1
 
 
 @pytest.fixture(autouse=True)
-def english(monkeypatch: pytest.MonkeyPatch) -> None:
-    monkeypatch.setenv("QON_LANG", "en")
+def quick(english: None, monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setattr(turns, "PAUSE_SECONDS", 0.05)
+    monkeypatch.setattr(keys, "GUARD_SECONDS", GUARD_SECONDS)
 
 
 @pytest.fixture
-def frame(app: wx.App) -> Iterator[wx.Frame]:
+def cells(frame: wx.Frame) -> list[wx.Panel]:
     """A station's window with four places for cells."""
-    window = wx.Frame(None, title="Station", size=wx.Size(1000, 700))
-    window.cells = [
-        wx.Panel(window, pos=wx.Point(500 * (i % 2), 350 * (i // 2)), size=wx.Size(495, 345))
-        for i in range(4)
-    ]
-    window.Show()
-    pump(window.IsShownOnScreen)
-    yield window
-    if window:
-        window.Destroy()
-    pump(lambda: not on_screen())
+    places = [wx.Point(500 * (i % 2), 350 * (i // 2)) for i in range(4)]
+    return [wx.Panel(frame, pos=place, size=wx.Size(495, 345)) for place in places]
 
 
 class Asked(threading.Thread):
@@ -49,10 +41,6 @@ class Asked(threading.Thread):
     def run(self) -> None:
         self.result = self._ask()
 
-    def ended(self) -> Any:
-        pump(lambda: not self.is_alive(), 10.0, "the thread gets its answer")
-        return self.result
-
 
 def ask(cell: wx.Window, title: str, **labels: str) -> int:
     """As a cell asks on behalf of its script, in the GUI thread."""
@@ -62,169 +50,133 @@ def ask(cell: wx.Window, title: str, **labels: str) -> int:
     return answer
 
 
-# Message boxes.
+# A box; the button that is clicked, None to close it; the answer; what is to be read.
+BOXES: list[tuple[Callable[[], int], int | None, int, tuple[str, ...]]] = [
+    (lambda: MB.Notice("参数保存成功。"), wx.ID_OK, wx.OK, ("Notice", "参数保存成功。")),
+    (lambda: MB.Notice(message="In & close", title="Cell 2"), wx.ID_OK, wx.OK, ("Cell 2", "In & close")),
+    (lambda: MB.Notice("Sorry", "Not there yet."), wx.ID_OK, wx.OK, ("Sorry", "Not there yet.")),
+    (lambda: MB.Error(ValueError("a value")), None, wx.OK, ("Error", "a value")),
+    (lambda: MB.Error(LONG), wx.ID_OK, wx.OK, ("script_0.py", "script_59.py")),
+    (lambda: MB.Confirm("Clear?\nFor ever!"), wx.ID_YES, wx.YES, ("Clear? For ever!",)),
+    (lambda: MB.Confirm("Clear?"), wx.ID_NO, wx.NO, ("Clear?",)),
+    (lambda: MB.Confirm("Clear?"), None, wx.NO, ("Clear?",)),
+]
 
 
-@pytest.mark.parametrize(
-    ("show", "press_button", "answer", "shown"),
-    [
-        (lambda: MB.Error("no meter"), wx.ID_OK, wx.OK, ["Error", "no meter"]),
-        (
-            lambda: MB.Notice("保存测试项参数设置成功。"),
-            wx.ID_OK,
-            wx.OK,
-            ["Notice", "保存测试项参数设置成功。"],
-        ),
-        (
-            lambda: MB.Notice(message="Put it in & close", title="Cell 2"),
-            wx.ID_OK,
-            wx.OK,
-            ["Cell 2", "Put it in & close"],
-        ),
-        (
-            lambda: MB.Notice("Sorry", "It is not there yet."),
-            wx.ID_OK,
-            wx.OK,
-            ["Sorry", "It is not there yet."],
-        ),
-        (lambda: MB.Error(ValueError("a value")), None, wx.OK, ["a value"]),
-        (lambda: MB.Confirm("Clear?\nFor ever!"), wx.ID_YES, wx.YES, ["Clear?", "For ever!"]),
-        (lambda: MB.Confirm("Clear?"), wx.ID_NO, wx.NO, ["Clear?"]),
-        (lambda: MB.Confirm("Clear?"), None, wx.NO, ["Clear?"]),
-        (lambda: MB.Error(LONG), wx.ID_OK, wx.OK, ["script_0.py", "script_59.py"]),
-    ],
-)
-def test_a_box_shows_its_texts_and_gives_the_answer(
-    frame: wx.Frame, show: Callable[[], int], press_button: int | None, answer: int, shown: list[str]
-) -> None:
-    def operate() -> Iterator[Any]:
-        yield box
-        assert all(text in texts(box()) for text in shown)
-        area = wx.Display(0).GetClientArea()
-        assert area.Contains(box().GetRect()), "the box is larger than the screen"
-        click(box().buttons[press_button]) if press_button else box().Close()
+def test_a_box_shows_its_texts_and_gives_the_answer(frame: wx.Frame) -> None:
+    for show, button, answer, texts in BOXES:
 
-    with Operator(operate):
-        assert show() == answer
+        def act(box: Any, button: int | None = button, texts: tuple[str, ...] = texts) -> None:
+            assert all(text in words(box) for text in texts), words(box)
+            assert wx.Display(0).GetClientArea().Contains(box.GetRect()), "larger than the screen"
+            click(box.buttons[button]) if button else box.Close()
+
+        with dialogs(act):
+            assert show() == answer, texts
 
 
-# Threads and turns.
-
-
-def test_boxes_of_two_threads_come_one_after_the_other_and_each_gets_its_answer(frame: wx.Frame) -> None:
+def test_questions_come_one_after_the_other_and_each_gets_its_answer(cells: list[wx.Panel]) -> None:
+    """Those of threads and of cells, over the cell; who was answered and still waits for the others is named."""
     threads = [Asked(lambda: MB.Confirm("first?"))]
-    seen: list[str] = []
-
-    def operate() -> Iterator[Any]:
-        yield box
-        threads.append(Asked(lambda: MB.Confirm("second?")))
-        yield lambda: len(turns._asked) == 2
-        for answer in (wx.ID_YES, wx.ID_NO):
-            yield lambda: box() and box().message not in seen
-            seen.append(box().message)
-            click(box().buttons[answer])
-
-    with Operator(operate):
-        assert [threads[0].ended(), threads[1].ended()] == [wx.YES, wx.NO]
-    assert seen == ["first?", "second?"]
-
-
-def test_cells_that_ask_at_the_same_time_are_answered_in_turn(frame: wx.Frame) -> None:
-    """Each over its cell; who was answered and still waits for the others is named."""
     given = {f"Cell {number}": wx.ID_OK if number % 2 else wx.ID_CANCEL for number in range(1, 5)}
     got: dict[str, int] = {}
     seen: list[str] = []
 
-    def operate() -> Iterator[Any]:
-        yield lambda: len(turns._asked) == 4
-        while len(seen) < 4:
-            yield lambda: box() and box().GetTitle() not in seen
-            title = box().GetTitle()
-            cell = frame.cells[int(title[-1]) - 1]
-            assert cell.GetScreenRect().Contains(box().GetRect())
-            if len(seen) > 1:
-                assert f"{seen[0]} goes on" in texts(box()) or f"{seen[1]}" in texts(box())
-            seen.append(title)
-            click(box().buttons[given[title]])
-
     def asks(cell: wx.Window, title: str) -> None:
         got[title] = ask(cell, title)
 
-    for number, title in enumerate(given):
-        wx.CallAfter(asks, frame.cells[number], title)
-    with Operator(operate):
-        pump(lambda: len(got) == 4, 20.0)
-    assert got == given and seen == list(given)
+    def all_asked() -> bool:
+        if len(turns._asked) == len(threads) == 1:
+            threads.append(Asked(lambda: MB.Confirm("second?")))
+        elif len(turns._asked) == 2:
+            for each in zip(cells, given, strict=True):
+                wx.CallAfter(asks, *each)
+        return len(turns._asked) == 6
+
+    def answer(box: Any) -> Any:
+        if not seen and not all_asked():
+            return LATER
+        title = box.GetTitle() if box.GetTitle() in given else box.message
+        if title in given:
+            middle = box.GetPosition() + wx.Point(*(box.GetSize() / 2))
+            assert cells[list(given).index(title)].GetScreenRect().Contains(middle)
+            assert " goes on after this answer." in words(box)
+        seen.append(title)
+        return click(box.buttons[given.get(title, wx.ID_YES if title == "first?" else wx.ID_NO)])
+
+    with Answers(answer):
+        pump(lambda: len(got) == 4 and not any(thread.is_alive() for thread in threads), 20.0)
+    assert got == given and seen == ["first?", "second?", *given]
+    assert [thread.result for thread in threads] == [wx.YES, wx.NO]
 
 
 @pytest.mark.parametrize("where", ["window", "cell"])
-def test_a_box_of_a_thread_ends_when_its_window_goes(frame: wx.Frame, where: str) -> None:
+def test_a_box_of_a_thread_ends_when_its_window_goes(where: str, frame: wx.Frame, cells: list[Any]) -> None:
     """The one that is open and the one that waits for its turn; nobody hangs, nothing crashes."""
-    other = wx.Frame(None)
-    threads: list[Asked] = []
+    threads = [Asked(lambda: gui_thread.call(ask, cells[2], "Cell 3")) for _ in range(2)]
 
-    def operate() -> Iterator[Any]:
-        question = lambda: gui_thread.call(ask, frame.cells[2], "Cell 3")
-        threads.append(Asked(question))
-        yield box
-        threads.append(Asked(question))
-        yield lambda: len(turns._asked) == 2
-        (frame if where == "window" else frame.cells[2]).Destroy()
+    def act(_box: Any) -> Any:
+        return LATER if len(turns._asked) < 2 else (frame if where == "window" else cells[2]).Destroy()
 
-    with Operator(operate):
-        pump(lambda: len(threads) == 2 and not any(thread.is_alive() for thread in threads), 10.0)
+    with Answers(act):
+        pump(lambda: not any(thread.is_alive() for thread in threads))
     assert [thread.result for thread in threads] == [wx.ID_CANCEL, wx.ID_CANCEL]
-    other.Destroy()
     pump(lambda: not [window for window in wx.GetTopLevelWindows() if window is not frame])
 
 
-# Keys.
-
-
-def test_what_a_scanner_types_answers_nothing(frame: wx.Frame) -> None:
+def test_what_a_scanner_types_answers_nothing(cells: list[wx.Panel]) -> None:
     """Neither a number with Y and N in it, nor its Enter, nor Enter alone."""
 
-    def operate() -> Iterator[Any]:
-        yield box
-        scan(box(), "YN-4711")
-        yield lambda: "“YN-4711” is no answer" in texts(box())
-        yield GUARD_SECONDS
-        press(box(), wx.WXK_RETURN)
-        press(box(), wx.WXK_SPACE)
-        yield 0.3
-        assert box(), "it was answered"
-        scan(box(), "good")  # a word that is on a button is an answer
-        yield lambda: not box()
+    def act(box: Any) -> None:
+        scan("YN-4711", box)
+        pump(lambda: "“YN-4711” is no answer" in words(box))
+        pump_for(2 * GUARD_SECONDS)
+        press(wx.WXK_RETURN, over=box)
+        press(wx.WXK_SPACE)
+        pump_for(0.2)
+        assert box.IsModal(), "it was answered"
+        scan("good", box)  # a word that is on a button is an answer
 
-    with Operator(operate):
-        assert ask(frame.cells[0], "Cell 1", true="Good", false="Bad") == wx.ID_OK
+    with dialogs(act):
+        assert ask(cells[0], "Cell 1", true="Good", false="Bad") == wx.ID_OK
 
 
-@pytest.mark.parametrize(
-    ("keys", "labels", "answer"),
-    [
-        ([(ord("Y"), wx.MOD_ALT)], {}, wx.ID_OK),
-        ([(ord("N"), wx.MOD_ALT)], {"true": "Yes", "false": "no"}, wx.ID_CANCEL),
-        ([(ord("E"), wx.MOD_ALT)], {"true": "Red & on", "false": "Red"}, wx.ID_CANCEL),
-        ([(ord("N"), wx.MOD_ALT)], {"true": "是", "false": "否"}, wx.ID_CANCEL),
-        ([(wx.WXK_TAB, 0), (wx.WXK_SPACE, 0)], {}, wx.ID_OK),
-        ([(wx.WXK_TAB, 0), (wx.WXK_TAB, 0), (wx.WXK_RETURN, 0)], {}, wx.ID_CANCEL),
-        ([(wx.WXK_ESCAPE, 0)], {}, wx.ID_CANCEL),
-    ],
-)
-def test_the_keyboard_alone_answers(
-    frame: wx.Frame, keys: list[tuple[int, int]], labels: dict[str, str], answer: int
+def test_keys_meant_for_the_window_below_answer_nothing(
+    cells: list[wx.Panel], monkeypatch: pytest.MonkeyPatch
 ) -> None:
-    def operate() -> Iterator[Any]:
-        yield box
-        yield GUARD_SECONDS
-        for key, modifiers in keys:
-            press(box(), key, modifiers)
-            yield 0.2
-        yield lambda: not box()
+    monkeypatch.setattr(keys, "GUARD_SECONDS", 60.0)
 
-    with Operator(operate):
-        assert ask(frame.cells[0], "Cell 1", **labels) == answer
+    def act(box: Any) -> None:
+        box.buttons[wx.ID_OK].SetFocus()
+        press(wx.WXK_RETURN, over=box)
+        press(wx.WXK_SPACE)
+        pump_for(0.2)
+        assert box.IsModal(), "it was answered"
+        box.Close()
+
+    with dialogs(act):
+        assert ask(cells[0], "Cell 1") == wx.ID_CANCEL
 
 
-# Window sizes.
+KEYS: list[tuple[list[Any], dict[str, str], int]] = [
+    ([("Y", wx.MOD_ALT)], {}, wx.ID_OK),
+    ([("N", wx.MOD_ALT)], {"true": "Yes", "false": "no"}, wx.ID_CANCEL),
+    ([("E", wx.MOD_ALT)], {"true": "Red & on", "false": "Red"}, wx.ID_CANCEL),
+    ([("N", wx.MOD_ALT)], {"true": "是", "false": "否"}, wx.ID_CANCEL),
+    ([(wx.WXK_TAB, 0), (wx.WXK_SPACE, 0)], {}, wx.ID_OK),
+    ([(wx.WXK_TAB, 0), (wx.WXK_TAB, 0), (wx.WXK_RETURN, 0)], {}, wx.ID_CANCEL),
+    ([(wx.WXK_ESCAPE, 0)], {}, wx.ID_CANCEL),
+]
+
+
+@pytest.mark.parametrize(("typed", "labels", "answer"), KEYS)
+def test_the_keyboard_alone_answers(
+    typed: list[Any], labels: dict[str, str], answer: int, cells: list[wx.Panel]
+) -> None:
+    def act(box: Any) -> None:
+        for key, modifiers in typed:
+            pump_for(keys.BURST_SECONDS + 0.05)  # slower than a scanner
+            press(key, modifiers, over=box)
+
+    with dialogs(act):
+        assert ask(cells[0], "Cell 1", **labels) == answer
