@@ -9,22 +9,11 @@ import itertools
 import sys
 import threading
 from importlib.machinery import ModuleSpec
-from types import ModuleType
+from types import FunctionType, ModuleType
 from typing import Any, ClassVar
 
 import pytest
 
-# These start a process of their own, which imports the real wx.
-OWN_PROCESS = {
-    "test_a_missing_module_is_named_with_its_cure",
-    "test_the_whole_station_works_by_itself_and_gives_the_implied_verdicts",
-    "test_nothing_grows_and_every_cycle_is_collected",
-    "test_closing_ends_the_process_whatever_runs",
-    "test_nothing_grows_over_a_thousand_runs",
-    "test_without_a_display_there_is_one_clear_line",
-    "test_names_parameters_and_defaults_agree",
-    "test_a_new_station_passes_its_own_test_and_opens",
-}
 _numbers = itertools.count(1)
 
 
@@ -86,8 +75,22 @@ def install() -> None:
     wx.IsMainThread = lambda: threading.current_thread() is threading.main_thread()
 
 
+def starts_a_process(function: FunctionType) -> bool:
+    """Itself, or by a helper that it calls: a process of its own would import the real wx."""
+    used = function.__code__.co_names
+    helpers = [function.__globals__.get(name) for name in used]
+    return any(
+        "subprocess" in each.__code__.co_names
+        for each in (function, *helpers)
+        if isinstance(each, FunctionType)
+    )
+
+
 def needs_windows(item: pytest.Item) -> bool:
-    return "app" in getattr(item, "fixturenames", ()) or getattr(item, "originalname", "") in OWN_PROCESS
+    function = getattr(item, "function", None)
+    return "app" in getattr(item, "fixturenames", ()) or (
+        isinstance(function, FunctionType) and starts_a_process(function)
+    )
 
 
 def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item]) -> None:
