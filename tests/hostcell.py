@@ -8,19 +8,9 @@ from types import SimpleNamespace
 from typing import Any
 
 import qon_ats
-from support import script_text, write_book, write_limits, write_script
+from support import in_thread, script_text, write_book, write_limits, write_script
 
 JOIN_SECONDS = 10.0
-
-
-class HostFrame:
-    """The part of a main frame that scripts reach."""
-
-    def __init__(self) -> None:
-        self.app_config = SimpleNamespace(station="bench")
-        self.shared: dict[str, Any] = {}
-        self.get_shared_obj = self.shared.__getitem__
-        self.set_shared_obj = self.shared.__setitem__
 
 
 class HostCell(qon_ats.CellBase):
@@ -29,7 +19,10 @@ class HostCell(qon_ats.CellBase):
 
     def __init__(self, number: int, cell_config: Any) -> None:
         qon_ats.CellBase.__init__(self, number, cell_config)
-        self.main_frame = HostFrame()
+        shared: dict[str, Any] = {}
+        self.main_frame = SimpleNamespace(  # the part that scripts reach
+            app_config=None, get_shared_obj=shared.__getitem__, set_shared_obj=shared.__setitem__
+        )
         self.output: list[str] = []
         self.notes: list[Any] = []
         self.cleanups = 0
@@ -85,16 +78,12 @@ class Script(qon_ats.CellRunnerBase):
 
 def runner_of(cell: Any, runner_type: type[qon_ats.CellRunnerBase] = Script) -> Any:
     """A runner built as the engine does it: in a thread marked with the cell."""
-    made: list[Any] = []
 
-    def build() -> None:
+    def build() -> Any:
         threading.current_thread().cell_proxy = cell  # type: ignore[attr-defined]
-        made.append(runner_type())
+        return runner_type()
 
-    thread = threading.Thread(target=build)
-    thread.start()
-    thread.join(JOIN_SECONDS)
-    return made[0]
+    return in_thread(build)
 
 
 class Host:

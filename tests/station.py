@@ -176,40 +176,17 @@ class Station:
         pump(lambda: not wx.GetTopLevelWindows())
 
 
-class Steps:
-    """What an operator does in a dialog's own event loop: a generator that yields what to wait for, a condition
-    or seconds."""
-
-    def __init__(self, steps: Iterator[Any]) -> None:
-        self._steps = steps
-        self._wait_for(0.0)
-
-    def _wait_for(self, told: Any) -> None:
-        now = time.monotonic()
-        self._until = told if callable(told) else lambda: time.monotonic() >= now + told
-        self._deadline = now + SECONDS
-
-    def take(self) -> bool:
-        """One more if it is due; whether there are more."""
-        if self._until():
-            try:
-                self._wait_for(next(self._steps))
-            except StopIteration:
-                return False
-        assert time.monotonic() < self._deadline, "what the operator waits for does not happen"
-        return True
-
-
 class Answers:
     """While it is open, each modal dialog that comes up is handed to `act`, inside the dialog's own loop.
-    An act may be a generator of `Steps`; one that answers LATER is called again soon."""
+    An act that answers LATER is called again soon.  What closes the dialog has to be its last word: wx cannot
+    end a loop from within another one."""
 
     def __init__(self, act: Callable[[Any], Any]) -> None:
         self.titles: list[str] = []
         self.parents: list[wx.Window] = []
         self._act = act
         self._seen: list[wx.Dialog] = []
-        self._steps: list[Steps] = []
+        self._acted = 0.0
         self._timer = wx.Timer()
         self._timer.Bind(wx.EVT_TIMER, self._on_timer)
 
@@ -219,9 +196,8 @@ class Answers:
             modal = [w for w in wx.GetTopLevelWindows() if isinstance(w, wx.Dialog) and w.IsModal()]
             if modal and modal[-1] not in self._seen:
                 self._hand_over(modal[-1])
-            self._steps = [steps for steps in self._steps if steps.take()]
+            assert not self._acted or time.monotonic() < self._acted + 2 * SECONDS or not modal, "a dialog stays open"
         except BaseException:
-            self._steps.clear()
             for dialog in reversed(self._seen):  # the test is to fail, not to hang
                 if dialog and dialog.IsModal():
                     dialog.EndModal(wx.ID_CANCEL)
@@ -230,12 +206,10 @@ class Answers:
     def _hand_over(self, dialog: wx.Dialog) -> None:
         self._seen.append(dialog)
         title, parent = dialog.GetTitle(), dialog.GetParent()
-        done = self._act(dialog)
-        if done == LATER:
+        if self._act(dialog) == LATER:
             self._seen.remove(dialog)
             return
-        if isinstance(done, Iterator):
-            self._steps.append(Steps(done))
+        self._acted = time.monotonic()
         self.titles.append(title)
         self.parents.append(parent)
 
@@ -243,9 +217,7 @@ class Answers:
         self._timer.Start(10)
         return self
 
-    def __exit__(self, kind: type[BaseException] | None, *_: object) -> None:
-        if kind is None:  # the last step may still wait for what the answer did
-            pump(lambda: not self._steps, what="the operator comes to an end")
+    def __exit__(self, *_: object) -> None:
         self._timer.Stop()
         pump(lambda: not any(self._seen), what="the dialogs are destroyed")
 

@@ -5,6 +5,7 @@ import textwrap
 import time
 import uuid
 from collections.abc import Callable, Iterable, Iterator, Mapping
+from concurrent.futures import ThreadPoolExecutor
 from contextlib import contextmanager
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -52,6 +53,12 @@ def pump_for(seconds: float) -> None:
 def _describe(condition: Callable[[], Any]) -> str:
     code = getattr(condition, "__code__", None)  # native methods have none
     return f"{condition} ({Path(code.co_filename).name}:{code.co_firstlineno})" if code else repr(condition)
+
+
+def in_thread(call: Callable[..., Any], *args: Any) -> Any:
+    """What the call gives or raises in another thread; this one waits."""
+    with ThreadPoolExecutor(1) as pool:
+        return pool.submit(call, *args).result(30)
 
 
 # An operator's hands.  Without a window manager keys go to the window under the mouse.
@@ -177,9 +184,9 @@ def write_limits(path: Path, limits: Mapping[str, tuple[Any, Any]]) -> Path:
     return write_book(path, {"limits": rows})
 
 
-def unique_name(prefix: str = "script") -> str:
+def unique_name() -> str:
     """Scripts are imported by their bare name: every test needs names of its own."""
-    return f"{prefix}_{uuid.uuid4().hex[:12]}"
+    return f"script_{uuid.uuid4().hex[:12]}"
 
 
 RUNNER = """\

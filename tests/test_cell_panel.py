@@ -1,7 +1,6 @@
 """The panel of a cell: what the operator sees and does, from the scan to the verdict."""
 
 import builtins
-import threading
 import time
 from typing import Any
 
@@ -10,7 +9,7 @@ import qon_ats
 import wx
 from conftest import Uncaught
 from station import Answers, Station, colours, counters, named, prompt, texts
-from support import Boxes, click, press, pump, pump_for, scan
+from support import Boxes, click, in_thread, press, pump, pump_for, scan
 
 pytest_plugins = ["stationplugin"]
 
@@ -40,7 +39,6 @@ def test_from_the_scan_through_a_running_test(station: Station) -> None:
     ]
     shades = ["".join({*colours(cell.ui_assertions, row)}) for row in range(4)]
     assert shades == ["white", "white", "red", "white"]
-    uut = cell.uut
     click(cell.ui_start)  # "Pause" on it does not pause, and nothing starts
     meeting.go_on()
     meeting.arrived()
@@ -62,7 +60,7 @@ def test_from_the_scan_through_a_running_test(station: Station) -> None:
     assert cell.is_paused()
     click(cell.ui_start)
     meeting.arrived()
-    assert cell.uut is uut and cell.is_busy() and uut.serial_number == cell.get_serial_number() == "SN-4711"
+    assert cell.is_busy() and cell.uut.serial_number == cell.get_serial_number() == "SN-4711"
 
 
 EXCEPTION = "Exception Aborted"
@@ -151,9 +149,7 @@ def test_what_a_test_thread_shows(station: Station, monkeypatch: pytest.MonkeyPa
     monkeypatch.setattr(cell.ui_gauge, "SetValue", gauge.append)
     monkeypatch.setattr(cell.ui_gauge, "GetValue", lambda: gauge[-1])
     for _ in range(2):
-        thread = threading.Thread(target=lambda: (cell.start("A"), cell.start("B")))
-        thread.start()
-        thread.join(10)
+        in_thread(lambda: (cell.start("A"), cell.start("B")))
         assert not cell.is_running()  # it is the GUI thread that starts, once
         station.meetings[1].arrived()
         pump(lambda: cell.get_serial_number() == "SN-NEW")
@@ -195,9 +191,7 @@ def test_answers_that_are_none(station: Station, boxes: Boxes) -> None:
 def test_functions_run_in_the_gui_thread_for_a_script(station: Station, uncaught: Uncaught) -> None:
     [cell] = station("""
         meet.notes.append(self.call_user_function(sorted, [1, 2], reverse=True))
-        info = self.call_user_function_delay_wait(threading.current_thread)
-        info.wait()
-        meet.notes.append(info.result is threading.main_thread())
+        meet.notes.append(self.call_user_function(threading.current_thread) is threading.main_thread())
         meet.notes.append(self.call_user_function_no_wait(meet.notes.append, 'first'))
         self.call_user_function(int)
         meet.notes.append(self.call_user_function_delay_wait(int, 'x'))
@@ -209,27 +203,24 @@ def test_functions_run_in_the_gui_thread_for_a_script(station: Station, uncaught
     uncaught.take(ValueError)  # out of the event loop; who waits for the result goes on waiting
     *notes, info = station.meetings[1].notes
     assert notes == [[2, 1], True, None, "first"]
-    station.meetings[1].go_on()
-    pump_for(0.05)
     assert (cell.is_busy(), info.result, info.event.is_set()) == (True, None, False)
     info.event.set()
 
 
-class OwnCell(qon_ats.Cell):
-    def clear_last_test_data(self) -> None:
-        self.notes = ["cleared"]
-
-    def print(self, message: str, end: str = "\n") -> None:
-        super().print(message.upper(), end)
-
-    def _show_an_assertion(self, assertion: qon_ats.Assertion) -> None:
-        self.notes.append(assertion.name)
-
-    def is_in_debug_mode(self) -> bool:
-        return True
-
-
 def test_a_subclass_of_the_cell_is_asked(station: Station, monkeypatch: pytest.MonkeyPatch) -> None:
+    class OwnCell(qon_ats.Cell):
+        def clear_last_test_data(self) -> None:
+            self.notes = ["cleared"]
+
+        def print(self, message: str, end: str = "\n") -> None:
+            super().print(message.upper(), end)
+
+        def _show_an_assertion(self, assertion: qon_ats.Assertion) -> None:
+            self.notes.append(assertion.name)
+
+        def is_in_debug_mode(self) -> bool:
+            return True
+
     monkeypatch.setattr(qon_ats, "Cell", OwnCell)
     cell = station.run(station("self.debug_print('hello')\nself.append_ok('item', 1)").cells[0])
     assert (cell.notes, texts(cell.ui_assertions)) == (["cleared", "item"], [])

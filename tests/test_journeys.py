@@ -1,6 +1,5 @@
 """The ways of the people who use a station, from the first key to the last: with mouse, keyboard alone, scanner."""
 
-import sys
 from collections.abc import Callable
 from pathlib import Path
 from typing import Any
@@ -207,44 +206,6 @@ def test_edit_save_reload_and_export(station: Station) -> None:
         Keyboard(station).command(frame, "on_export_assertion_config")
     assert list(openpyxl.load_workbook(path).active.values)[1] == ("VOUT", 13.5, 4.9, 13, "V", "VOUT", "float")
     assert has_focus(frame.cells[0].ui_serial_number)
-
-
-BY_HAND = """
-import wx
-
-class ManualOperationDialog(wx.Dialog):
-    def __init__(self, frame):
-        super().__init__(frame, title="By hand")
-        self.supply = wx.ToggleButton(self, label="&Supply on")
-        self.SetEscapeId(wx.ID_CANCEL)
-        wx.Button(self, wx.ID_CANCEL, "&Close", pos=(0, 60))
-"""
-
-
-def test_operate_by_hand_while_another_cell_is_testing(
-    station: Station, monkeypatch: pytest.MonkeyPatch
-) -> None:
-    monkeypatch.syspath_prepend(station.folder)
-    monkeypatch.setitem(sys.modules, "manual_operation_dialog", sys)
-    monkeypatch.delitem(sys.modules, "manual_operation_dialog")  # and again at the end
-    (station.folder / "manual_operation_dialog.py").write_text(BY_HAND)
-    frame = station("meet()\nself.append_ok('item', 1)", "")
-    keys, cell = Keyboard(station), frame.cells[0]
-    keys.start(cell, "SN1")
-    station.meetings[1].arrived()
-
-    def operate(box: Any) -> None:
-        keys.press(box.supply)
-        pump(box.supply.GetValue)
-        assert frame.is_ticker_blocked()
-        station.finish(cell)
-        assert state(cell)[0] == "OK" and box.supply.GetValue()
-        press(wx.WXK_ESCAPE)
-
-    with dialogs(operate):
-        press(wx.WXK_F9)
-    assert not frame.is_ticker_blocked()
-    pump(lambda: has_focus(cell.ui_serial_number), what="its unit ended meanwhile")
 
 
 def letters_of(window: wx.Window) -> list[str]:

@@ -11,7 +11,7 @@ import wx.grid
 from qon_atsui.log_view import CAP, LogView
 from qon_atsui.record_grid import RecordGrid
 from station import click_row
-from support import press, pump, pump_for, shown
+from support import in_thread, press, pump, pump_for, shown
 
 DOUBLE_CLICK = 0.6  # seconds; clicks that are to count as two are further apart
 
@@ -64,10 +64,9 @@ def test_cells_answer_what_was_written_in_any_order(grid: RecordGrid) -> None:
     assert column(grid, 6) == ["", "", "new column", ""] and grid.GetCellValue(2, 0) == "item 2"
     grid.DeleteRows(1, 2)
     assert column(grid, 0) == ["item 0", "odd\x1ftext"]
-    for write in (lambda: grid.SetCellValue(2, 0, "x"), lambda: grid.SetCellValue(-1, 0, "x"),
-                  lambda: grid.DeleteRows(1, 2)):  # fmt: skip
+    for write, *beyond in ((grid.SetCellValue, 2, 0, "x"), (grid.SetCellValue, -1, 0, "x"), (grid.DeleteRows, 1, 2)):
         with pytest.raises(IndexError):
-            write()
+            write(*beyond)
     with pytest.raises(TypeError, match="Row 0, column 3: a cell holds a text, not None"):
         grid.SetCellValue(0, 3, None)
 
@@ -75,12 +74,7 @@ def test_cells_answer_what_was_written_in_any_order(grid: RecordGrid) -> None:
 def test_a_burst_reaches_the_window_in_one_message(grid: RecordGrid, monkeypatch: pytest.MonkeyPatch) -> None:
     messages: list[int] = []
     process = grid.ProcessTableMessage
-
-    def note(message: wx.grid.GridTableMessage) -> Any:
-        messages.append(message.GetCommandInt())
-        return process(message)
-
-    monkeypatch.setattr(grid, "ProcessTableMessage", note)
+    monkeypatch.setattr(grid, "ProcessTableMessage", lambda m: (messages.append(m.GetCommandInt()), process(m)))
     add(grid, 500)
     assert not messages and grid.GetNumberRows() == 500
     pump(lambda: messages)
@@ -111,11 +105,7 @@ def test_the_newest_row_stays_in_view_until_the_operator_looks_elsewhere(grid: R
 
 def test_keys_and_clicks_select_the_row_before_they_are_heard(grid: RecordGrid) -> None:
     heard: list[tuple[int, list[int]]] = []
-
-    def hear(event: wx.grid.GridEvent) -> None:
-        heard.append((event.GetRow(), grid.GetSelectedRows()))
-
-    grid.Bind(wx.grid.EVT_GRID_SELECT_CELL, hear)
+    grid.Bind(wx.grid.EVT_GRID_SELECT_CELL, lambda e: heard.append((e.GetRow(), grid.GetSelectedRows())))
     add(grid, 30)
     pump(lambda: wx.grid.Grid.GetNumberRows(grid) == 30)
     grid.SetFocus()
@@ -152,14 +142,12 @@ def test_keys_and_clicks_select_the_row_before_they_are_heard(grid: RecordGrid) 
 def test_the_log_keeps_the_order_and_the_newest_of_too_much(frame: wx.Frame) -> None:
     log = LogView(frame)
     frame.SendSizeEvent()
-    log.AppendText("line 0\n")
-    log.AppendText("line 1\n")
-    assert log.GetValue() == "line 0\nline 1\n"
     log.AppendText("before it was cleared")
     log.SetValue("")
     log.AppendText("first \udc80 中文\n")
+    log.AppendText("second\n")
     pump(lambda: log.GetTextLength())
-    assert log.GetValue() == "first \\udc80 中文\n"
+    assert log.GetValue() == "first \\udc80 中文\nsecond\n"
     for index in range(30):
         log.AppendText(f"{index} " + "x" * 100_000 + "\n")
         log.flush()
@@ -182,8 +170,6 @@ def test_the_log_keeps_the_order_and_the_newest_of_too_much(frame: wx.Frame) -> 
 def viewer(app: wx.App) -> Iterator[qon_atsui.TestDataViewerPanel]:
     with shown(qon_atsui.TestDataViewerFrame(None)) as window:
         panel = qon_atsui.TestDataViewerPanel(window)
-        window.ui_root_sizer.Add(panel, 1, wx.EXPAND)
-        window.Layout()
         panel.ui_cell_filter.Append("1")
         yield panel
 
@@ -203,14 +189,8 @@ def test_a_row_counted_in_an_older_listing_is_not_written(
     units, choice = viewer.ui_history, viewer.ui_cell_filter
     units.AppendRows(3)
     counted, changed = threading.Event(), threading.Event()
-
-    def done() -> None:
-        choice.GetStringSelection()
-        counted.set()
-        assert changed.wait(5)
-        units.SetCellValue(1, 2, "another unit")
-
-    thread = threading.Thread(target=done)
+    steps = (choice.GetStringSelection, counted.set, changed.wait, lambda: units.SetCellValue(1, 2, "another unit"))
+    thread = threading.Thread(target=lambda: [step() for step in steps])
     thread.start()
     assert counted.wait(5)
     if when == "after":
@@ -221,7 +201,5 @@ def test_a_row_counted_in_an_older_listing_is_not_written(
     thread.join(5)
     pump_for(0.05)
     assert set(column(units, 2)) <= {""}
-    thread = threading.Thread(target=lambda: (choice.GetStringSelection(), units.SetCellValue(0, 2, "current")))
-    thread.start()
-    thread.join(5)
+    in_thread(lambda: (choice.GetStringSelection(), units.SetCellValue(0, 2, "current")))
     pump(lambda: units.GetNumberRows() == 0 or units.GetCellValue(0, 2) == "current")

@@ -1,6 +1,5 @@
 """The plot panel and the number keypad."""
 
-import threading
 from typing import Any
 
 import numpy as np
@@ -10,7 +9,7 @@ from qon_companions.boxes.keys import GUARD_SECONDS
 from qon_matplot import MatplotPanel
 from qon_touch import input_integer
 from station import dialogs
-from support import click, pump, pump_for, words
+from support import click, in_thread, pump, pump_for, words
 
 FINGER = 60  # pixels
 
@@ -43,18 +42,8 @@ def test_each_plot_is_a_fresh_one(panel: MatplotPanel) -> None:
 
 
 def test_other_threads_may_not_plot(panel: MatplotPanel) -> None:
-    refused: list[str] = []
-
-    def use() -> None:
-        try:
-            panel.subplots()
-        except RuntimeError as error:
-            refused.append(str(error))
-
-    thread = threading.Thread(target=use)
-    thread.start()
-    thread.join(5.0)
-    assert "GUI thread" in refused[0]
+    with pytest.raises(RuntimeError, match="GUI thread"):
+        in_thread(panel.subplots)
 
 
 def test_a_number_is_entered_with_fingers(frame: wx.Frame) -> None:

@@ -9,7 +9,7 @@ import pytest
 import qon_ats
 import wx
 from station import Answers, Station, texts
-from support import Boxes, click, pump, pump_for
+from support import Boxes, click, in_thread, pump, pump_for
 
 pytest_plugins = ["stationplugin"]
 
@@ -36,8 +36,8 @@ class Ticking(qon_ats.ATSFrame):
         return self.ticks == ticks
 
     def goes_on(self) -> bool:
-        wanted = self.ticks + 2
-        return pump(lambda: self.ticks >= wanted, what="the ticker ticks")
+        ticks = self.ticks
+        return pump(lambda: self.ticks > ticks + 1, what="the ticker ticks")
 
 
 def ticking(station: Station, *runs: str, **main: Any) -> Ticking:
@@ -52,21 +52,17 @@ def test_the_ticker_is_off_until_it_is_started(main: dict[str, Any], station: St
     assert frame.is_quiet() and frame.ticks == 0 and frame._ticker_interval == main.get("ticker_interval", 1)
     frame.on_start_ticker(None)
     assert boxes.of("Error") == ([NO_INTERVAL] if "ticker_interval" in main else [])
-    thread = threading.Thread(target=frame.start_ticker, args=(2,))
-    thread.start()
-    thread.join(10)
+    in_thread(frame.start_ticker, 2)
     assert frame.goes_on() and frame._ticker_interval == 2
 
 
-def test_stopping_from_outside_from_a_tick_and_without_a_job(station: Station) -> None:
+def test_stopping_from_a_tick_and_without_a_job(station: Station) -> None:
     frame = ticking(station)
-    assert frame.goes_on()
-    frame.stop_ticker()
-    assert frame.is_quiet()
-    frame.on_start_ticker(None)
-    assert frame.goes_on()
     frame.job = frame.stop_ticker
     assert pump(lambda: not frame._run_ticker) and frame.is_quiet()
+    ticks = frame.ticks
+    frame.on_start_ticker(None)
+    assert pump(lambda: not frame._run_ticker) and frame.ticks == ticks + 1
     frame = station.build()  # ticks once: nothing to do
     pump(lambda: not frame._run_ticker)
     assert (frame.is_running(0), frame.is_ticker_blocked()) == (False, False)
@@ -125,13 +121,8 @@ def test_a_block_waits_for_the_tick_in_progress_or_times_out(station: Station) -
         seen.append((frame._in_ticker, frame.ticks))
 
     thread = threading.Thread(target=blocker)
-
-    def long_job() -> None:
-        frame.job = lambda: None
-        thread.start()
-        assert waiting.wait(10)
-
-    frame.job = long_job
+    jobs = [lambda: None, lambda: (thread.start(), waiting.wait(10))]
+    frame.job = lambda: jobs.pop()() if jobs else None
     pump(lambda: len(seen) == 2)
     thread.join(10)
     timed_out, (in_tick, ticks) = seen

@@ -1,6 +1,5 @@
 """The record of one unit: its assertions, its verdict, its one way to being done."""
 
-import threading
 import time
 from typing import Any
 
@@ -106,28 +105,3 @@ def test_verdicts_are_asked_of_the_assertions_as_they_are_overridden() -> None:
         uut.done = True
     uut.append_assertion(Odd("bad", 1))
     assert (uut.summer, uut.first_ng) == ("NG", uut.assertions[1])
-
-
-def test_appends_while_the_unit_becomes_done() -> None:
-    uut = unit(OK)
-    refused = [0, 0]
-    half = threading.Event()
-
-    def work(number: int) -> None:
-        for index in range(2000):
-            try:
-                uut.append_assertion(Assertion(f"{number}.{index}", 1))
-            except ValueError:
-                refused[number] += 1
-            if index == 1000:
-                half.set()
-
-    threads = [threading.Thread(target=work, args=(number,)) for number in (0, 1)]
-    for thread in threads:
-        thread.start()
-    assert half.wait(10)
-    uut.done = True
-    recorded = len(uut.assertions)
-    for thread in threads:
-        thread.join(10)
-    assert len(uut.assertions) == recorded == 1 + 4000 - sum(refused)
