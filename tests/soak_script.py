@@ -115,10 +115,10 @@ class Runner(qon_ats.CellRunnerBase):
     def burst(self) -> None:
         count, uniform, bad = self.ledger.count, self.chance.uniform, self.bad
         category = self.chance.choice(("power", "signal"))
-        for _ in range(self.chance.randrange(1, 12 + self.ledger.size // 4)):
+        for index in range(self.chance.randrange(1, 12 + self.ledger.size // 4)):
             value = uniform(4.5 - bad, 5.5 + bad)
             count(4.5 <= value <= 5.5, category)
-            self.assert_limits("VOUT", value, 4.5, 5.5, "V", False, category)
+            self.assert_limits(f"VOUT{index}", value, 4.5, 5.5, "V", False, category)
 
     def judge_later(self) -> None:
         self.ledger.count(None)

@@ -9,6 +9,7 @@ import math
 import os
 import subprocess
 import sys
+import threading
 import weakref
 from collections import Counter
 from collections.abc import Iterable
@@ -16,8 +17,10 @@ from itertools import pairwise
 from pathlib import Path
 from typing import Any
 
+import pytest
 import wx
 from qon_companions.boxes import turns
+from qon_station import collecting
 from station import Answers, Station
 from support import pump
 
@@ -148,3 +151,34 @@ def test_nothing_grows_and_every_cycle_is_collected(tmp_path: Path) -> None:
     for name, most in SLACK.items():
         assert grown[name] <= most, +grown
     assert result["alive"] <= 4 * CELLS and result["left"] == 0  # each cell keeps its last run
+
+
+class Cycle:
+    def __init__(self) -> None:
+        self.me = self
+
+
+def test_the_gui_thread_collects_for_all_while_it_can(app: wx.App, monkeypatch: pytest.MonkeyPatch) -> None:
+    """A test thread would free windows and timers that the GUI thread is at work on."""
+    monkeypatch.setattr(collecting, "MOST_NEW", 100_000)
+    usual, last, collecting_threads = gc.get_threshold(), [weakref.ref(Cycle())], set()
+
+    def note(_phase: str, _info: dict[str, int]) -> None:
+        collecting_threads.add(threading.current_thread())
+
+    def make(count: int) -> None:
+        for _ in range(count):
+            last[0] = weakref.ref(Cycle())
+
+    with collecting.GuiCollector():
+        gc.callbacks.append(note)
+        hot = threading.Thread(target=make, args=(40_000,))
+        hot.start()
+        pump(lambda: not hot.is_alive() and not last[0](), 30, "the GUI thread collects")
+        assert collecting_threads == {threading.main_thread()}
+        alone = threading.Thread(target=make, args=(150_000,))
+        alone.start()
+        alone.join(60)
+        assert alone in collecting_threads, "memory grows for as long as the GUI thread is busy"
+        gc.callbacks.remove(note)
+    assert gc.get_threshold() == usual

@@ -10,6 +10,7 @@ import wx
 from qon_companions.gui_thread import post
 from qon_companions.i18n import _, install_locale
 
+from .collecting import GuiCollector
 from .explain import details, explain
 from .fault_window import FaultWindow
 from .faults import Faults, Hooks
@@ -40,6 +41,7 @@ def run(
     with contextlib.ExitStack() as stack:
         stack.enter_context(Hooks(faults))
         stack.enter_context(logging_of_wx())
+        stack.enter_context(GuiCollector())
         _open_log(stack, log_file, level, faults)
         frame = _built(frame_factory)
         if frame is None:
