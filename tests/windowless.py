@@ -25,8 +25,10 @@ class Nothing(type):
             raise AttributeError(name)
         return StandIn.value(name)
 
-    def __call__(cls, *args: Any, **kwargs: Any) -> Any:
-        raise RuntimeError(f"{cls.__name__}: there is no wx here, this needs a window")
+
+def refuse(self: Any, *_args: Any, **_kwargs: Any) -> None:
+    """The constructor of every stand-in class."""
+    raise RuntimeError(f"{type(self).__name__}: there is no wx here, this needs a window")
 
 
 class StandIn(ModuleType):
@@ -44,7 +46,7 @@ class StandIn(ModuleType):
     @staticmethod
     def value(name: str) -> Any:
         """A number for a constant, a class for everything else."""
-        return next(_numbers) if name.isupper() or "_" in name else Nothing(name, (), {})
+        return next(_numbers) if name.isupper() or "_" in name else Nothing(name, (), {"__init__": refuse})
 
 
 class Finder:
