@@ -50,13 +50,13 @@ def canvas_in(window: wx.Window) -> Any:
     return next((child for child in found if hasattr(child, "figure")), None)
 
 
-def select_items(panel: Any, canvas: Any) -> float:
-    """The fewest milliseconds from selecting an item, through the grid's own event, to its painted plot."""
+def select_items(panel: Any, show: Callable[[], None]) -> float:
+    """The fewest milliseconds of selecting an item through the grid's own event; `show` belongs to it."""
     grid = panel.ui_assertions
     times = []
     for row in range(1, REPEATS + 1):
         grid.SelectRow(row)
-        times.append(timed(lambda row=row: (grid.SetGridCursor(row, 0), canvas.Update())))
+        times.append(timed(lambda row=row: (grid.SetGridCursor(row, 0), show())))
         pump(0.05)
         assert panel.ui_single_item_ok_count.GetValue() != ""
     return min(times)
@@ -78,12 +78,12 @@ def main() -> None:
     panel.ui_assertions.SetGridCursor(0, 1)
     pump()
     canvas = canvas_in(panel)
-    figures["analysis with plot"] = select_items(panel, canvas)
+    figures["analysis with plot"] = select_items(panel, canvas.Update)  # to the painted plot
     axes = SimpleNamespace(plot=lambda x, y: None)
     plot = type(canvas.GetParent())
     plot.subplots = lambda self: (None, axes)
     plot.draw = plot.clear = lambda self: None
-    figures["analysis"] = select_items(panel, canvas)
+    figures["analysis"] = select_items(panel, lambda: None)
     filtered = wx.CommandEvent(wx.wxEVT_CHOICE)
     filtered.SetString("2")
     panel.ui_cell_filter.SetStringSelection("2")

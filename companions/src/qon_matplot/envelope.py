@@ -103,10 +103,25 @@ class EnvelopeLine(Line2D):
 
 
 class _LabelPlace:
-    """An axis without a label needs no place for it, and finding that measures all tick labels again."""
+    """An axis without a label and an offset needs no place for them: finding it measures all tick labels again."""
+
+    _bare = False  # while it is drawn without a label
+
+    def draw(self, renderer: RendererBase) -> None:
+        self._bare = not self.label.get_text()  # type: ignore[attr-defined]
+        try:
+            super().draw(renderer)  # type: ignore[misc]
+        finally:
+            self._bare = False
+
+    def _get_ticklabel_bboxes(self, *args: Any, **kwargs: Any) -> tuple[list[Any], list[Any]]:
+        if self._bare and not self.major.formatter.get_offset():  # type: ignore[attr-defined]
+            return [], []
+        found: tuple[list[Any], list[Any]] = super()._get_ticklabel_bboxes(*args, **kwargs)  # type: ignore[misc]
+        return found
 
     def _update_label_position(self, renderer: RendererBase) -> None:
-        if self.label.get_text():  # type: ignore[attr-defined]
+        if not self._bare:
             super()._update_label_position(renderer)  # type: ignore[misc]
 
 
