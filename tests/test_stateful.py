@@ -1,5 +1,9 @@
-"""Records and engine against a model of them: public calls in any order, from the owner and from the script."""
+"""Records and engine against a model of them: public calls in any order, from the owner and from the script.
 
+QON_EXAMPLES sets the number of orders, which are then others at each run.
+"""
+
+import contextlib
 import os
 import queue
 import tempfile
@@ -7,6 +11,7 @@ from collections.abc import Callable
 from pathlib import Path
 from typing import Any
 
+import pytest
 import qon_ats
 from hostcell import HostCell
 from hypothesis import HealthCheck, settings
@@ -21,6 +26,8 @@ VALUES = st.sampled_from([1, 9, None])  # OK, NG, TBD with the limits 0 to 2
 VERDICTS = {1: True, 9: False, None: None}
 CATEGORIES = st.sampled_from([None, "all", "power", ["power", "signal"], ["all", "signal"], []])
 JUDGEMENTS = st.sampled_from([({"value": 5}, True), ({"value": 5, "upper": 1}, False), ({"result": "pass"}, True), ({}, None)])
+STOPS = st.sampled_from([None, True, False])
+WAYS = st.sampled_from(["append", "cell", "runner"])
 Step = Callable[[qon_ats.CellRunnerBase], Any]
 
 
@@ -140,12 +147,9 @@ class Engine(RuleBasedStateMachine):
     @precondition(lambda self: self.cell.uut)
     @rule(done=st.booleans())
     def set_done(self, done: bool) -> None:
-        refused = False
-        try:
+        allowed = self.finish() if done else not self.done
+        with contextlib.nullcontext() if allowed else pytest.raises(ValueError):
             self.cell.uut.done = done
-        except ValueError:
-            refused = True
-        assert refused is not (self.finish() if done else not self.done)
 
     def finish(self) -> bool:
         """Whether the unit may be set done."""
@@ -157,9 +161,14 @@ class Engine(RuleBasedStateMachine):
     # The script's steps.
 
     @precondition(lambda self: self.live and not self.blocked)
-    @rule(name=NAMES, value=VALUES, category=CATEGORIES, stop=st.sampled_from([None, True, False]))
-    def measure(self, name: str, value: Any, category: Any, stop: bool | None) -> None:
-        self.cell.inbox.put(lambda runner: runner.noumenon.append(Assertion(name, value, 0, 2), stop, category))
+    @rule(name=NAMES, value=VALUES, category=CATEGORIES, stop=STOPS, way=WAYS)
+    def measure(self, name: str, value: Any, category: Any, stop: bool | None, way: str) -> None:
+        calls: dict[str, Step] = {
+            "append": lambda runner: runner.noumenon.append(Assertion(name, value, 0, 2), stop, category),
+            "cell": lambda runner: runner.noumenon.assert_with_limits(name, value, 0, 2, "V", None, stop, category),
+            "runner": lambda runner: runner.assert_limits(name, value, 0, 2, "V", stop, category),
+        }
+        self.cell.inbox.put(calls["append" if isinstance(category, list) else way])
         if self.done:
             self.ended("ValueError")
             return
@@ -185,10 +194,8 @@ class Engine(RuleBasedStateMachine):
             "pause": lambda runner: runner.pause(),
             "abort": lambda runner: runner.abort("self"),
         }
-        if how == "pause":
-            self.paused = self.held = True
-        if how == "abort":
-            self.aborted, self.held = True, False
+        self.paused, self.aborted = self.paused or how == "pause", self.aborted or how == "abort"
+        self.held = (self.held or how == "pause") and how != "abort"
         self.blocked = self.paused and self.held
         self.cell.reached.clear()
         self.cell.inbox.put(steps[how])
@@ -246,12 +253,7 @@ class Engine(RuleBasedStateMachine):
             self.cell.finish()
 
 
+EXAMPLES = os.environ.get("QON_EXAMPLES")
 TestEngine = Engine.TestCase
-TestEngine.settings = settings(
-    max_examples=int(os.environ.get("QON_EXAMPLES", "60")),
-    stateful_step_count=40,
-    deadline=None,
-    derandomize=True,
-    database=None,
-    suppress_health_check=list(HealthCheck),
-)
+TestEngine.settings = settings(max_examples=int(EXAMPLES or "60"), derandomize=not EXAMPLES, stateful_step_count=40)
+TestEngine.settings = settings(TestEngine.settings, deadline=None, database=None, suppress_health_check=HealthCheck)
