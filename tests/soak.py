@@ -11,6 +11,7 @@ from unittest import mock
 
 import qon_ats
 import wx
+from qon_station.collecting import GuiCollector
 from soak_script import POINTS, Ledger
 from station import Answers, Station, texts
 from support import pump, unique_name, write_book, write_script
@@ -45,10 +46,9 @@ class Soak:
 
     @staticmethod
     def make_unit_type(cell: qon_ats.Cell) -> type[qon_ats.UUT]:
-        """A unit is made after the last run's flags are reset and before the thread starts."""
-
         class Unit(qon_ats.UUT):
             def __init__(self, **arguments: Any) -> None:
+                """After the last run's flags are reset and before the thread starts."""
                 super().__init__(**arguments)
                 if cell.ledger.point == POINTS[0]:
                     cell.ledger.interrupt()
@@ -57,17 +57,15 @@ class Soak:
 
     def soak(self, target: int, what: str = "measurements") -> Counter[str]:
         """Until so many are counted of what is asked for."""
-        self.target, self.what, begin, timer = target, what, time.monotonic(), wx.Timer()
+        self.target, self.what, timer = target, what, wx.Timer()
         timer.Bind(wx.EVT_TIMER, self.look)
         timer.Start(15)  # milliseconds
-        with mock.patch.object(wx, "MessageBox", return_value=wx.NO) as closing, Answers(self.answer):
-            try:
-                pump(self.is_over, float("inf"))
-            finally:
-                timer.Stop()
+        with mock.patch.object(wx, "MessageBox", return_value=wx.NO) as closing, Answers(self.answer), GuiCollector():
+            pump(self.is_over, float("inf"))
+        timer.Stop()
         pump(lambda: len(self.ran) >= self.totals["post"], what="everything posted has run")
         self.check_station()
-        return self.totals + Counter({"seconds": round(time.monotonic() - begin), "refused closes": closing.call_count})
+        return self.totals + Counter({"refused closes": closing.call_count})
 
     def is_over(self) -> bool:
         if self.fault:
@@ -82,7 +80,7 @@ class Soak:
                 self.attend(cell, cell.ledger)
             if len(self.units) >= CLEAR_AFTER:
                 self.clear()
-        except BaseException as error:  # noqa: BLE001 - told at once too: the loop may be a dialog's that does not end
+        except BaseException as error:  # noqa: BLE001 - told at once too: a dialog's loop may not end
             self.fault = error
             traceback.print_exception(error)
 
@@ -96,7 +94,7 @@ class Soak:
             pass  # its start is on the way
         elif cell.is_ready():
             self.audit(cell, ledger)
-        elif ledger.end == "SystemExit":  # that leaves the cell busy, the rest of the items on their way to the grid
+        elif ledger.end == "SystemExit":  # that leaves the cell busy, the rest of the items on their way
             if not cell._test_thread.is_alive() and cell._assertion_queue.empty():
                 self.audit(cell, ledger)
                 cell.reset_state()
@@ -147,15 +145,12 @@ class Soak:
         """A run has ended: what the station kept of it against what its script and the operator counted."""
         uut, items, did = cell.uut, ledger.items, ledger.did
         done, verdict, shown = ledger.outcome()
-        rows = range(cell.ui_assertions.GetNumberRows())
+        rows = [cell.ui_assertions.GetCellValue(row, 0) for row in range(cell.ui_assertions.GetNumberRows())]
         in_order = sorted if items["HELPER"] else list  # two threads record and queue each in an order of its own
         kept: dict[str, tuple[Any, Any]] = {
             "records": (len(uut.assertions), items["measurements"]),
             "queued": (cell._assertion_queue.unfinished_tasks - ledger.queued_before, items["measurements"]),
-            "rows": (
-                in_order(cell.ui_assertions.GetCellValue(row, 0) for row in rows),
-                in_order(item.name for item in uut.assertions),
-            ),
+            "rows": (in_order(rows), in_order(item.name for item in uut.assertions)),
             "all": (Counter(map(id, cell.get_assertions())), Counter(map(id, uut.assertions))),
             "NG": (sum(item.is_ng() for item in uut.assertions), items["NG"]),
             "NG items": (len(cell._ng_items), items["NG"]),

@@ -9,7 +9,6 @@ import math
 import os
 import subprocess
 import sys
-import threading
 import weakref
 from collections import Counter
 from collections.abc import Iterable
@@ -17,10 +16,8 @@ from itertools import pairwise
 from pathlib import Path
 from typing import Any
 
-import pytest
 import wx
 from qon_companions.boxes import turns
-from qon_station import collecting
 from station import Answers, Station
 from support import pump
 
@@ -95,7 +92,6 @@ class Subject:
         self.alive()
         objects = gc.get_objects()
         kinds = Counter(f"object {type(each).__name__}" for each in objects)
-        pages = int(Path("/proc/self/statm").read_text().split()[1])
         return json.dumps(kinds | {
             "objects": len(objects),
             "memory blocks": sys.getallocatedblocks(),
@@ -104,7 +100,7 @@ class Subject:
             "windows": self.count_windows(wx.GetTopLevelWindows()),
             "timers": sum(issubclass(type(each), wx.Timer | wx.PyTimer) for each in objects),
             "posted events": sum(issubclass(type(each), wx.PyEvent) for each in objects),
-            "resident KiB": pages * (os.sysconf("SC_PAGE_SIZE") // 1024),
+            "resident KiB": int(Path("/proc/self/statm").read_text().split()[1]) * os.sysconf("SC_PAGE_SIZE") // 1024,
         })  # fmt: skip
 
     def count_windows(self, windows: Iterable[wx.Window]) -> int:
@@ -138,47 +134,15 @@ def main(folder: str, runs: int) -> None:
 
 
 def test_nothing_grows_and_every_cycle_is_collected(tmp_path: Path) -> None:
-    code = f"import test_growth; test_growth.main({str(tmp_path)!r}, {RUNS})"
-    where: dict[str, Any] = {"cwd": Path(__file__).parent, "timeout": 100 + RUNS}
-    command = [sys.executable, "-c", code]
-    done = subprocess.run(command, capture_output=True, text=True, check=False, **where)
+    command = [sys.executable, "-c", f"import test_growth; test_growth.main({str(tmp_path)!r}, {RUNS})"]
+    here, seconds = Path(__file__).parent, 100 + RUNS
+    done = subprocess.run(command, cwd=here, timeout=seconds, capture_output=True, text=True, check=False)
     assert done.returncode == 0, done.stderr
     result = json.loads(done.stdout)
     figures = [Counter(json.loads(each)) for each in result["figures"]]
-    steps = [Counter({name: after[name] - before[name] for name in after}) for before, after in pairwise(figures)]
-    grown = Counter({name: min(step[name] for step in steps) for name in figures[-1]})
+    steps = list(pairwise(figures))
+    grown = Counter({name: min(after[name] - before[name] for before, after in steps) for name in figures[-1]})
     print({name: [each[name] for each in figures] for name in SLACK})
     for name, most in SLACK.items():
         assert grown[name] <= most, +grown
     assert result["alive"] <= 4 * CELLS and result["left"] == 0  # each cell keeps its last run
-
-
-class Cycle:
-    def __init__(self) -> None:
-        self.me = self
-
-
-def test_the_gui_thread_collects_for_all_while_it_can(app: wx.App, monkeypatch: pytest.MonkeyPatch) -> None:
-    """A test thread would free windows and timers that the GUI thread is at work on."""
-    monkeypatch.setattr(collecting, "MOST_NEW", 100_000)
-    usual, last, collecting_threads = gc.get_threshold(), [weakref.ref(Cycle())], set()
-
-    def note(_phase: str, _info: dict[str, int]) -> None:
-        collecting_threads.add(threading.current_thread())
-
-    def make(count: int) -> None:
-        for _ in range(count):
-            last[0] = weakref.ref(Cycle())
-
-    with collecting.GuiCollector():
-        gc.callbacks.append(note)
-        hot = threading.Thread(target=make, args=(40_000,))
-        hot.start()
-        pump(lambda: not hot.is_alive() and not last[0](), 30, "the GUI thread collects")
-        assert collecting_threads == {threading.main_thread()}
-        alone = threading.Thread(target=make, args=(150_000,))
-        alone.start()
-        alone.join(60)
-        assert alone in collecting_threads, "memory grows for as long as the GUI thread is busy"
-        gc.callbacks.remove(note)
-    assert gc.get_threshold() == usual

@@ -25,8 +25,8 @@ NAMES = st.sampled_from(["a", "b", "版本"])
 VALUES = st.sampled_from([1, 9, None])  # OK, NG, TBD with the limits 0 to 2
 VERDICTS = {1: True, 9: False, None: None}
 CATEGORIES = st.sampled_from([None, "all", "power", ["power", "signal"], ["all", "signal"], []])
-JUDGEMENTS = st.sampled_from([({"value": 5}, True), ({"value": 5, "upper": 1}, False), ({"result": "pass"}, True), ({}, None)])
-STOPS = st.sampled_from([None, True, False])
+UPDATES = [({"value": 5}, True), ({"value": 5, "upper": 1}, False), ({"result": "pass"}, True), ({}, None)]
+JUDGEMENTS = st.sampled_from(UPDATES)
 WAYS = st.sampled_from(["append", "cell", "runner"])
 Step = Callable[[qon_ats.CellRunnerBase], Any]
 
@@ -69,8 +69,7 @@ class Engine(RuleBasedStateMachine):
     def __init__(self) -> None:
         super().__init__()
         self.cell = Puppet(SHEET)
-        self.queue: list[str] = []
-        self.cleanups = 0
+        self.queue, self.cleanups = [], 0
         self.live = self.blocked = self.held = False
         self.forget()
         self.new_unit(None)
@@ -161,7 +160,7 @@ class Engine(RuleBasedStateMachine):
     # The script's steps.
 
     @precondition(lambda self: self.live and not self.blocked)
-    @rule(name=NAMES, value=VALUES, category=CATEGORIES, stop=STOPS, way=WAYS)
+    @rule(name=NAMES, value=VALUES, category=CATEGORIES, stop=st.none() | st.booleans(), way=WAYS)
     def measure(self, name: str, value: Any, category: Any, stop: bool | None, way: str) -> None:
         calls: dict[str, Step] = {
             "append": lambda runner: runner.noumenon.append(Assertion(name, value, 0, 2), stop, category),

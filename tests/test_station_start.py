@@ -1,9 +1,11 @@
-"""The start of a station application: exit codes, explanations, the log file, and faults that nobody caught."""
+"""The start of a station application: exit codes, explanations, the log file, uncaught faults, the collector."""
 
+import gc
 import os
 import subprocess
 import sys
 import threading
+import weakref
 from pathlib import Path
 from typing import Any
 
@@ -11,6 +13,7 @@ import pytest
 import qon_station
 import wx
 from qon_companions.boxes import keys
+from qon_station import collecting
 from qon_station.fault_window import FaultWindow
 from qon_station.faults import Faults, Hooks
 from station import dialogs
@@ -169,3 +172,34 @@ def test_the_fault_window_leaves_the_keyboard_where_it_is_and_comes_back_for_new
         pump(lambda: not window.IsShown())
         assert not faults.list()
     pump_for(0.4)  # a refresh that is still due finds no window
+
+
+class Cycle:
+    def __init__(self) -> None:
+        self.me = self
+
+
+def test_the_gui_thread_collects_for_all_while_it_can(app: wx.App, monkeypatch: pytest.MonkeyPatch) -> None:
+    """A test thread would free windows and timers that the GUI thread is at work on."""
+    monkeypatch.setattr(collecting, "MOST_NEW", 100_000)
+    usual, last, collecting_threads = gc.get_threshold(), [weakref.ref(Cycle())], set()
+
+    def note(_phase: str, _info: dict[str, int]) -> None:
+        collecting_threads.add(threading.current_thread())
+
+    def make(count: int) -> None:
+        for _ in range(count):
+            last[0] = weakref.ref(Cycle())
+
+    with collecting.GuiCollector():
+        gc.callbacks.append(note)
+        hot = threading.Thread(target=make, args=(40_000,))
+        hot.start()
+        pump(lambda: not hot.is_alive() and not last[0](), 30, "the GUI thread collects")
+        assert collecting_threads == {threading.main_thread()}
+        alone = threading.Thread(target=make, args=(150_000,))
+        alone.start()
+        alone.join(60)
+        assert alone in collecting_threads, "memory grows for as long as the GUI thread is busy"
+        gc.callbacks.remove(note)
+    assert gc.get_threshold() == usual

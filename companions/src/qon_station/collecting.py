@@ -1,7 +1,7 @@
 """The collector of reference cycles, kept to the GUI thread.
 
-Python collects in whatever thread happens to allocate.  In a test thread it would free objects of wx that were dropped
-in a cycle while the GUI thread is at work on them, and a timer that is freed while it fires ends the process.
+Python collects in whatever thread happens to allocate.  In a test thread it would free objects of wx that were
+dropped in a cycle while the GUI thread is at work on them, and a timer that is freed while it fires ends the process.
 """
 
 import gc
@@ -11,7 +11,7 @@ from types import TracebackType
 import wx
 
 INTERVAL_MS = 50
-# New objects after which any thread collects: the GUI thread has been busy for long, and memory must not grow.
+# New objects after which any thread collects: the GUI thread is busy for long, and memory must not grow.
 MOST_NEW = 1_000_000
 FULL_SHARE = 0.02  # of the time, at most, goes into collections of everything
 
