@@ -24,7 +24,7 @@ def unpack(data: bytes) -> Members:
 
 def pack(members: Members) -> bytes:
     buffer = io.BytesIO()
-    with zipfile.ZipFile(buffer, "w", zipfile.ZIP_DEFLATED) as archive:
+    with zipfile.ZipFile(buffer, "w") as archive:
         for name, content in members.items():
             archive.writestr(name, content)
     return buffer.getvalue()

@@ -2,7 +2,7 @@
 
 import threading
 import time
-from collections.abc import Callable, Iterator, Mapping
+from collections.abc import Callable, Iterator
 from contextlib import contextmanager
 from pathlib import Path
 from textwrap import dedent
@@ -43,6 +43,7 @@ def counters(owner: qon_ats.Cell | qon_ats.ATSFrame) -> list[str]:
 
 
 def unit(serial_number: str, cell: int = 1, *items: qon_ats.Assertion, done: bool = True) -> qon_ats.UUT:
+    """A unit with these items, else with one that passed."""
     uut = qon_ats.UUT(serial_number, cell)
     for item in items or (qon_ats.Assertion("a", 1),):
         uut.append_assertion(item)
@@ -52,12 +53,10 @@ def unit(serial_number: str, cell: int = 1, *items: qon_ats.Assertion, done: boo
 
 def choose(panel: qon_ats.TestDataViewerPanel, text: str) -> None:
     """The operator chooses a cell, or "all"."""
-    choice = panel.ui_cell_filter
-    choice.SetStringSelection(text)
-    event = wx.CommandEvent(wx.wxEVT_CHOICE, choice.GetId())
-    event.SetEventObject(choice)
+    panel.ui_cell_filter.SetStringSelection(text)
+    event = wx.CommandEvent(wx.wxEVT_CHOICE, panel.ui_cell_filter.GetId())
     event.SetString(text)
-    choice.GetEventHandler().ProcessEvent(event)
+    panel.ui_cell_filter.ProcessEvent(event)
 
 
 def click_row(grid: wx.grid.Grid, row: int) -> None:
@@ -85,7 +84,7 @@ class Meeting:
     def arrived(self, events: bool = True) -> None:
         """Wait for the script, with or without running the event loop meanwhile."""
         if events:
-            pump(self._reached.is_set, SECONDS, "the script comes to its meeting")
+            pump(self._reached.is_set, what="the script comes to its meeting")
         assert self._reached.wait(SECONDS), "the script did not come to its meeting"
         self._reached.clear()
 
@@ -104,12 +103,7 @@ class Station:
         self.meetings: dict[int, Meeting] = {}
 
     def __call__(
-        self,
-        *runs: str,
-        cleanup: str = "",
-        main: Mapping[str, Any] | None = None,
-        frame_type: type[qon_ats.ATSFrame] = qon_ats.ATSFrame,
-        **keys: Any,
+        self, *runs: str, cleanup: str = "", main: Any = None, frame_type: Any = qon_ats.ATSFrame, **keys: Any
     ) -> qon_ats.ATSFrame:
         """A frame with a cell for each script body; in it `cell` and `meet` are the cell and its meeting."""
         sheets: dict[str, Any] = {"main": {"cell_count": len(runs) or 1, "column_count": 2, **(main or {})}}
@@ -124,9 +118,7 @@ class Station:
         """The text of a whole script."""
         return script_text(BEGIN + dedent(run), BEGIN + dedent(cleanup))
 
-    def build(
-        self, frame_type: type[qon_ats.ATSFrame] = qon_ats.ATSFrame, title: str = ""
-    ) -> qon_ats.ATSFrame:
+    def build(self, frame_type: Any = qon_ats.ATSFrame, title: str = "") -> qon_ats.ATSFrame:
         """A frame of the workbook in the folder."""
         return self.use(frame_type(None, title, str(self.book), str(self.folder / "app_config")))
 
@@ -186,7 +178,7 @@ class Answers:
         self.parents: list[wx.Window] = []
         self._act = act
         self._seen: list[wx.Dialog] = []
-        self._acted = 0.0
+        self._acted = float("inf")
         self._timer = wx.Timer()
         self._timer.Bind(wx.EVT_TIMER, self._on_timer)
 
@@ -196,7 +188,7 @@ class Answers:
             modal = [w for w in wx.GetTopLevelWindows() if isinstance(w, wx.Dialog) and w.IsModal()]
             if modal and modal[-1] not in self._seen:
                 self._hand_over(modal[-1])
-            assert not self._acted or time.monotonic() < self._acted + 2 * SECONDS or not modal, "a dialog stays open"
+            assert not modal or time.monotonic() < self._acted + 2 * SECONDS, "a dialog stays open"
         except BaseException:
             for dialog in reversed(self._seen):  # the test is to fail, not to hang
                 if dialog and dialog.IsModal():
@@ -225,18 +217,10 @@ class Answers:
 @contextmanager
 def dialogs(*acts: Callable[[Any], Any]) -> Iterator[None]:
     """Exactly these dialogs come up, one after the other, each handled by its act."""
-    left = list(acts)
-
-    def act(dialog: wx.Dialog) -> Any:
-        handle = left.pop(0)
-        if handle(dialog) == LATER:
-            left.insert(0, handle)
-            return LATER
-        return None
-
-    with Answers(act):
+    left = iter(acts)
+    with Answers(lambda dialog: next(left)(dialog)) as came:
         yield
-        pump(lambda: not left, what="all dialogs came up")
+        pump(lambda: len(came.titles) == len(acts), what="all dialogs came up")
 
 
 @contextmanager

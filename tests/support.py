@@ -7,7 +7,6 @@ import uuid
 from collections.abc import Callable, Iterable, Iterator, Mapping
 from concurrent.futures import ThreadPoolExecutor
 from contextlib import contextmanager
-from dataclasses import dataclass, field
 from pathlib import Path
 from typing import Any
 
@@ -25,8 +24,7 @@ def pump(condition: Callable[[], Any], timeout: float = 10.0, what: str = "") ->
     try:
         while True:
             dispatch(loop)
-            result = condition()
-            if result:
+            if result := condition():
                 return result
             assert time.monotonic() < deadline, f"not within {timeout:g} s: {what or _describe(condition)}"
             time.sleep(0.001)
@@ -64,23 +62,26 @@ def in_thread(call: Callable[..., Any], *args: Any) -> Any:
 # An operator's hands.  Without a window manager keys go to the window under the mouse.
 
 
+def point(window: wx.Window | None, at: wx.Point) -> None:
+    """Move the mouse to this point of the window."""
+    if window is not None:
+        wx.UIActionSimulator().MouseMove(window.ClientToScreen(at))
+
+
 def click(window: wx.Window, at: wx.Point | None = None) -> None:
     """A click in the middle of the window, or at this point of it."""
-    simulator = wx.UIActionSimulator()
-    simulator.MouseMove(window.ClientToScreen(at or wx.Point(*(window.GetClientSize() / 2))))
-    simulator.MouseClick()
+    point(window, at or wx.Point(*(window.GetClientSize() / 2)))
+    wx.UIActionSimulator().MouseClick()
 
 
 def press(code: int | str, modifiers: int = wx.MOD_NONE, over: wx.Window | None = None) -> None:
-    if over is not None:
-        wx.UIActionSimulator().MouseMove(over.GetScreenPosition() + wx.Point(6, 6))
+    point(over, wx.Point(6, 6))
     wx.UIActionSimulator().Char(ord(code) if isinstance(code, str) else code, modifiers)
 
 
 def scan(text: str, over: wx.Window | None = None, enter: bool = True) -> None:
     """As a barcode scanner types it: at once, with Enter behind it."""
-    if over is not None:
-        wx.UIActionSimulator().MouseMove(over.GetScreenPosition() + wx.Point(6, 6))
+    point(over, wx.Point(6, 6))
     wx.UIActionSimulator().Text(text.encode())
     if enter:
         press(wx.WXK_RETURN)
@@ -120,37 +121,24 @@ def shown(window: Any) -> Iterator[Any]:
         pump(lambda: not window)
 
 
-@dataclass
-class Box:
-    """One message box that would have been shown."""
-
-    kind: str
-    args: tuple[Any, ...]
-    kwargs: dict[str, Any]
-
-    @property
-    def text(self) -> str:
-        """The message itself, however it was passed."""
-        return self.kwargs.get("message", self.args[0] if self.args else "")
-
-
-@dataclass
 class Boxes:
-    """Stand-ins for the message boxes: they record, and answer at once with `answer`."""
+    """Stand-ins for the message boxes: they record kind, arguments and keywords, and answer with `answer`."""
 
-    answer: int = wx.YES
-    shown: list[Box] = field(default_factory=list)
+    def __init__(self) -> None:
+        self.answer: int = wx.YES
+        self.shown: list[tuple[str, tuple[Any, ...], dict[str, Any]]] = []
 
     def stand_in(self, kind: str) -> Callable[..., int]:
         def box(*args: Any, **kwargs: Any) -> int:
-            self.shown.append(Box(kind, args, kwargs))
+            self.shown.append((kind, args, kwargs))
             return self.answer
 
         return box
 
     def of(self, *kinds: str) -> list[str]:
-        """The texts of the boxes of these kinds, of all without one."""
-        return [box.text for box in self.shown if not kinds or box.kind in kinds]
+        """The messages of the boxes of these kinds, of all without one."""
+        boxes = [(args, keywords) for kind, args, keywords in self.shown if kind in kinds or not kinds]
+        return [keywords["message"] if "message" in keywords else args[0] for args, keywords in boxes]
 
 
 # Files.

@@ -6,12 +6,8 @@ from pathlib import Path
 from typing import Any
 
 import pytest
-import qon_ats
-from conftest import Uncaught
 from station import Station, prompt, texts
 from support import Boxes, parameter_row, pump, pump_for, write_book, write_limits
-
-pytest_plugins = ["stationplugin"]
 
 GOOD = "self.append_ok('a', 1)"
 ODD_ROW = (*parameter_row("cell_count", 2)[:6], "integr")
@@ -100,29 +96,6 @@ def test_a_failing_listener_loses_neither_the_unit_nor_the_other_listeners(stati
     assert prompt(cell) == ("Exception Aborted", "cyan")
     grid = frame._ATSFrame__test_data_viewer.test_data_viewer_panel.ui_history
     pump(lambda: texts(grid)[0][3] == "OK")
-
-
-def test_a_failing_hook_leaves_the_cell_ready(
-    station: Station, uncaught: Uncaught, monkeypatch: pytest.MonkeyPatch
-) -> None:
-    class OwnCell(qon_ats.Cell):
-        broken = False
-
-        def clear_last_test_data(self) -> None:
-            if self.broken:
-                raise OSError("no log file")
-
-    monkeypatch.setattr(qon_ats, "Cell", OwnCell)
-    bad, good = station(GOOD, GOOD).cells
-    bad.broken = True
-    bad.start()
-    good.start()
-    pump(lambda: uncaught.errors)
-    uncaught.take(OSError)
-    assert bad.is_ready() and bad.uut is None
-    station.finish(good)
-    bad.broken = False
-    assert station.run(bad).uut.is_ok and good.uut.is_ok
 
 
 def test_a_script_that_exits_leaves_its_cell_visibly_busy(station: Station) -> None:

@@ -11,8 +11,6 @@ from conftest import Uncaught
 from station import Answers, Station, colours, counters, named, prompt, texts
 from support import Boxes, click, in_thread, press, pump, pump_for, scan
 
-pytest_plugins = ["stationplugin"]
-
 
 def test_from_the_scan_through_a_running_test(station: Station) -> None:
     [cell] = station("""
@@ -185,7 +183,7 @@ def test_answers_that_are_none(station: Station, boxes: Boxes) -> None:
         station.run(cell)
     assert station.meetings[1].notes == [False, False, "", None, None]
     assert shown.parents[:2] == [cell] * 2 and all("Cell 1" in title for title in shown.titles)
-    assert [box.kwargs for box in boxes.shown] == [{"message": "Take the unit out", "title": "Cell 1"}]
+    assert boxes.shown == [("Notice", (), {"message": "Take the unit out", "title": "Cell 1"})]
 
 
 def test_functions_run_in_the_gui_thread_for_a_script(station: Station, uncaught: Uncaught) -> None:

@@ -1,6 +1,8 @@
-"""One run of a cell from the start request to the end of its thread."""
+"""One run of a cell: from the script's file and the start request to the end of its thread."""
 
 import contextlib
+import itertools
+import os
 import queue
 import sys
 import threading
@@ -13,7 +15,7 @@ import qon_ats
 from hostcell import Host, HostCell
 from qon_ats import UUT, Assertion
 from qon_testparameters import BookParameters
-from support import Boxes, write_book
+from support import script_text, unique_name, write_book, write_script
 
 NOT_IN_THREAD = '"done" method must be call in Cell testing thread, not it\'s sub thread or any others.'
 
@@ -76,12 +78,6 @@ def test_every_end_of_a_script_is_the_end_of_the_run(end: str, host: Host) -> No
         assert Path(cell.script).name in cell.text and "raise KeyError('gone')" in cell.text
     cell.reset_state()
     assert cell.is_ready()
-
-
-@pytest.mark.parametrize("body", ["self.append_ok('a', 1)", "self.append_ng('a', 1)", "raise KeyError"])
-def test_a_failing_cleanup_is_shown_and_the_run_ends(body: str, host: Host, boxes: Boxes) -> None:
-    cell = host(body, cleanup="raise ValueError('relay stuck')").run()
-    assert boxes.of("Error") == ["Cleanup fail: relay stuck."] and cell.has_done()
 
 
 def test_leaving_by_sys_exit_cleans_up_but_is_no_end_of_the_test(host: Host) -> None:
@@ -165,22 +161,6 @@ def test_steps_of_a_start_and_their_overrides(host: Host) -> None:
     assert steps[-1] == ("append", cell.get_assertions()[0], None, "power")
 
 
-def test_reset_clears_the_run_and_keeps_what_others_may_still_want(host: Host) -> None:
-    cell = host("self.append_ng('a', 1, category=None)").run()
-    cell.update_elapse_begin_time()
-    cell.abort("late")
-    cell._pause_flag = True
-    uut, thread, items = cell.uut, cell._test_thread, cell.get_assertions()
-    assert cell._assertion_category == {"all": items} and cell._ng_items == items
-    cell.reset_state()
-    assert (cell.is_paused(), cell._abort_flag, cell.has_done()) == (False, False, False)
-    assert (cell._result_description, cell._exception_object) == ("", None)
-    assert (cell._start_time, cell._elapse_begin_time, cell._ng_items) == (None, None, [])
-    assert cell._assertion_category == {"all": []} and cell.get_assertions() is not items
-    assert cell.get_assertions("new") is cell._assertion_category["new"]
-    assert (cell.uut, cell._test_thread, cell._assertion_queue.qsize()) == (uut, thread, 1)
-
-
 @pytest.mark.parametrize(
     ("configured", "argument", "stops"),
     [(None, None, True), (True, None, True), (False, None, False), (False, True, True), (True, False, False)],
@@ -229,7 +209,7 @@ def test_the_queue_is_a_standard_queue_that_loses_nothing(host: Host) -> None:
     finally:
         sys.setswitchinterval(interval)
     names = [[name for name in mine[:-1] if name[0] == number] for mine in got for number in "01"]
-    assert sorted(sum(names, [])) == [f"{number}.{index:04}" for number in range(2) for index in range(3000)]
+    assert sorted(itertools.chain(*names)) == [f"{number}.{index:04}" for number in range(2) for index in range(3000)]
     assert names == [sorted(mine) for mine in names] and line.empty() and line.unfinished_tasks == 0
 
 
@@ -240,9 +220,8 @@ def test_elapse_time_follows_the_clock_until_the_end(host: Host, monkeypatch: py
     cell.start()
     cell.wait_reached()
     now[0] = 1012.5
-    assert cell.get_elapse_time() == 12.5
     cell.update_elapse_begin_time()
-    assert cell._elapse_begin_time == 1012.5
+    assert cell.get_elapse_time() == 12.5 and cell._elapse_begin_time == 1012.5
     cell.go.set()
     cell.finish()
     now[0] = 2000.0
@@ -264,3 +243,73 @@ def test_configurations_a_cell_can_be_built_from(in_tmp: Path) -> None:
     for number in (1, 4):
         with pytest.raises(ValueError, match="cell1"):
             qon_ats.CellBase(number, str(bare))
+
+
+OTHER = """\
+import qon_ats
+
+class Other(qon_ats.CellRunnerBase):
+    def run(self): self.append_ok("other", 1)
+    def cleanup(self): pass
+
+class Plain: pass
+
+number = 5
+"""
+
+
+@pytest.mark.parametrize(("keys", "seen"), [({}, "bbb"), ({"reload_cell_runner": False}, "aaa")])
+def test_edits_are_seen_by_the_next_run(keys: dict[str, Any], seen: str, host: Host) -> None:
+    """As an engineer edits between two runs: same size, a later time of change."""
+    cell = host.from_text(script_text("self.append_ok('aaa', 1)"), **keys)
+    assert cell.run().names == ["aaa"]
+    path = Path(cell.script)
+    changed = path.stat().st_mtime + 5
+    path.write_text(script_text("self.append_ok('bbb', 1)"), encoding="utf-8")
+    os.utime(path, (changed, changed))
+    assert cell.run_again().names == [seen]
+
+
+@pytest.mark.parametrize(
+    ("name", "error", "message"),
+    [
+        ("Missing", ValueError, 'Class "Missing" not found in script "{}".'),
+        ("Plain", TypeError, 'Class "Plain" is not derived from CellRunnerBase.'),
+        ("number", TypeError, ""),
+    ],
+)
+def test_a_class_that_is_no_runner(name: str, error: type[Exception], message: str, host: Host) -> None:
+    cell = host.from_text(OTHER, runner_class_name=name).run()
+    assert type(cell._exception_object) is error
+    assert message.format(cell.script) in str(cell._exception_object)
+    assert str(cell._exception_object) in cell.text
+    assert (cell.has_done(), cell.is_running(), cell.uut.done) == (True, True, False)
+    cell.runner_class_name = "Other"
+    assert (cell.run_again().names, cell._exception_object) == (["other"], None)
+
+
+def test_the_module_stays_that_of_the_first_run(host: Host) -> None:
+    cell = host.from_text(script_text("self.append_ok('aaa', 1)")).run()
+    module = cell._cell_runner_module
+    cell.script = other = str(write_script(host.folder, script_text("self.append_ok('bbb', 1)")))
+    assert (cell.run_again().names, cell.script, cell._cell_runner_module) == (["aaa"], other, module)
+
+
+def test_the_path_gets_the_folder_once_at_its_end(host: Host) -> None:
+    earlier, name = host.folder / "earlier", unique_name()
+    earlier.mkdir()
+    write_script(earlier, script_text("self.append_ok('earlier', 1)"), name)
+    sys.path.append(str(earlier))
+    script = write_script(host.folder, script_text("self.append_ok('later', 1)"), f"{name}.v2.final")
+    first, second = host(script=str(script)), host(script=str(script))
+    assert first.run().names == second.run().names == ["earlier"]
+    assert sys.path[-1] == str(host.folder) and sys.path.count(str(host.folder)) == 1
+    assert first._cell_runner_module is second._cell_runner_module is sys.modules[name]
+
+
+def test_a_script_s_path_is_made_absolute(host: Host, monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.chdir(host.folder)
+    cell = host(script="sub/../relative.py", runner_class_name="Mine")
+    assert (cell.script, cell.runner_class_name) == (str(host.folder / "relative.py"), "Mine")
+    cell.script = "other.py"
+    assert cell.script == str(host.folder / "other.py")

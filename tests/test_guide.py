@@ -14,8 +14,6 @@ from qon_paratree import ParameterDirectory
 from station import Station
 from support import pump, script_text, write_book
 
-pytest_plugins = ["stationplugin"]
-
 ROOT = Path(__file__).parent.parent
 GUIDE = (ROOT / "docs" / "test-engineer.md").read_text(encoding="utf-8")
 PYTHONS_OWN = ("Can't instantiate", "'>=' not supported", "'NoneType' object", "could not convert")

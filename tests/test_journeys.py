@@ -18,7 +18,6 @@ from qon_station.faults import Faults
 from station import Answers, Station, counters, dialogs, file_dialog, texts
 from support import click, has_focus, inside, parameter_row, press, pump, pump_for, scan, write_book
 
-pytest_plugins = ["stationplugin"]
 pytestmark = pytest.mark.usefixtures("english")
 
 

@@ -1,15 +1,60 @@
-"""The station's window: its cells, totals, hooks, shared objects and closing."""
+"""The station's window: its configuration, cells, totals, hooks, shared objects and closing."""
 
 import os
+from pathlib import Path
 from typing import Any
 
 import pytest
 import qon_ats
 import wx
 from station import Station, counters, texts
-from support import Boxes, pump, pump_for, write_book
+from support import Boxes, pump, pump_for, write_book, write_script
 
-pytest_plugins = ["stationplugin"]
+ALL_KEYS = {
+    "mop_block_ticker": False, "show_toolbar": True, "show_statistics_panel": False, "cell_count": 5,
+    "column_count": 3, "startup_in_debug_mode": True, "run_ticker": False, "ticker_interval": 7,
+}  # fmt: skip
+
+
+# Shown: tool bar, statistics; debug mode and its menu item; dialog blocks the ticker; interval.
+@pytest.mark.parametrize(
+    ("main", "cells", "columns", "state"),
+    [
+        ({}, 1, 1, [0, 1, 0, 0, 1, 100]),
+        (ALL_KEYS, 5, 3, [1, 0, 1, 1, 0, 7]),
+        ({"column_count": 9, "cell_count": 2}, 2, 2, [0, 1, 0, 0, 1, 100]),
+    ],
+)
+def test_main_sheet(main: dict[str, Any], cells: int, columns: int, state: Any, station: Station) -> None:
+    write_book(station.book, {"main": main, "cell1": {"script": "s.py"}})
+    frame = station.build()
+    assert [cell.cell_number for cell in frame.cells] == list(range(1, cells + 1))
+    sizer = frame.ui_cell_panel.GetSizer()
+    assert (sizer.GetCols(), sizer.GetHGap(), sizer.GetVGap()) == (columns, 0, 0)
+    assert [item.GetWindow() for item in sizer.GetChildren()] == frame.cells
+    shown = [frame.ui_toolbar.IsShown(), frame.ui_statistics_panel.IsShown()]
+    debug = [frame.is_in_debug_mode(), frame.ui_in_debug_mode.IsChecked()]
+    assert [*shown, *debug, frame._mop_block_ticker, frame._ticker_interval] == state
+    assert (frame.app_config, frame.cells[0].assertion_configs, frame._run_ticker) == (None, None, False)
+
+
+def test_cells_without_a_sheet_share_the_first_cells(station: Station) -> None:
+    sheets = {"main": {"cell_count": 3}, "cell1": {"script": "shared.py"}, "cell2": {"script": "own.py"}}
+    write_book(station.book, sheets)
+    cells = station.build().cells
+    assert [Path(cell.script).name for cell in cells] == ["shared.py", "own.py", "shared.py"]
+    assert cells[0].cell_config is cells[2].cell_config
+
+
+def test_default_places_are_in_the_working_directory(station: Station) -> None:
+    Path("app_config").mkdir()
+    write_book(Path("app_config/bench.xlsx"), {"supply": {"volts": 12.5}})
+    write_script(Path(), station.script("self.append_ok('U', self.app_config.bench.supply.volts)"), "here")
+    write_book(Path("ats_config.xlsx"), {"main": {}, "cell1": {"script": "here.py"}})
+    [cell] = station.use(qon_ats.ATSFrame()).cells
+    assert station.run(cell).uut.assertions[0].value == 12.5
+    assert cell.script == str(station.folder / "here.py")
+
 
 NAME = "Veltrano自动化测试系统"
 
@@ -78,21 +123,17 @@ def test_own_words_for_ok_and_ng(station: Station, monkeypatch: pytest.MonkeyPat
     pump(lambda: tuple(row[3] for row in texts(grid)) == words)
 
 
-def test_what_scripts_share_with_their_frame(station: Station) -> None:
-    frame = station(
-        "self.set_shared_obj('lock', threading.Lock())\nself.debug_print('detail')\nself.append_ok('a', 1)",
-        "self.append_ok('a', self.get_shared_obj('lock').locked())\n"
-        "meet.notes.append(self.frame_noumenon.is_in_ui_thread())",
-    )
+def test_debug_mode_and_what_scripts_share_with_their_frame(station: Station) -> None:
+    frame = station("self.set_shared_obj('lock', cell)\nself.debug_print('detail')\nself.append_ok('a', 1)",
+                    "self.append_ok('a', not self.frame_noumenon.is_in_ui_thread())")  # fmt: skip
     with pytest.raises(KeyError):
         frame.get_shared_obj("lock")
     for debug, log in ((True, "detail\n"), (False, "")):
         frame.ui_in_debug_mode.Check(debug)
         frame.on_change_debug_mode(None)
-        assert [cell.is_in_debug_mode() for cell in frame.cells] == [debug, debug]
         assert station.run(frame.cells[0]).ui_test_logger.GetValue() == log
-    assert station.run(frame.cells[1]).uut.is_ok
-    assert station.meetings[2].notes == [False] and frame.is_in_ui_thread()
+    assert frame.get_shared_obj("lock") is frame.cells[0] and frame.is_in_ui_thread()
+    assert station.run(frame.cells[1]).uut.assertions[0].value is True
 
 
 class Hooked(qon_ats.ATSFrame):
@@ -142,9 +183,9 @@ def test_closing_a_running_station(force: bool, station: Station, boxes: Boxes, 
     boxes.answer = wx.NO
     assert frame.Close(force) is force  # a forced close cannot be vetoed, only declined
     assert (exits, "ended" in frame.calls, frame.IsShown()) == ([], False, True)
-    [box] = boxes.shown
-    assert box.args == ("Test is still running...\nAre you sure to exit?", "Info")
-    assert box.kwargs == {"style": wx.YES_NO | wx.ICON_QUESTION}
+    [(_kind, *asked)] = boxes.shown
+    question = ("Test is still running...\nAre you sure to exit?", "Info")
+    assert asked == [question, {"style": wx.YES_NO | wx.ICON_QUESTION}]
     station.finish(cell)  # the run went on
     assert cell.ui_history_grid.GetCellValue(0, 3) == "OK"
     cell.start("SN2")

@@ -83,12 +83,11 @@ def test_setting_a_value_is_checked_and_never_makes_a_new_one(tree: Any) -> None
 
 
 def test_an_editor_walks_marks_checks_and_undoes(tree: Any) -> None:
-    def below(node: Any) -> list[Any]:
-        return [node, *(each for child in node.children for each in below(child))]
-
-    kinds = [(node.kind, node.path) for node in below(tree.root)]
-    assert kinds[:3] == [("directory", ""), ("directory", "products"), ("directory", "products/empty")]
-    assert kinds[3:5] == [("workbook", "products/board"), ("sheet", "products/board/limits")]
+    products, instruments = tree.root.children
+    assert [(node.kind, node.path) for node in products.children] == [
+        ("directory", "products/empty"),
+        ("workbook", "products/board"),
+    ]
     nodes = {node.path: node for node in tree.root.walk()}
     voltage, columns = nodes[VOLTAGE], nodes["instruments/main/columns"]
     with pytest.raises(BadValueError) as caught:
@@ -98,8 +97,8 @@ def test_an_editor_walks_marks_checks_and_undoes(tree: Any) -> None:
         voltage.set_text("")
     voltage.set_text("24")
     columns.value[0][1] = 200  # changed within the list
-    changed = ["", "instruments", "instruments/main", VOLTAGE, "instruments/main/columns"]
-    assert [node.path for node in below(tree.root) if node.changed] == changed
+    assert [path for path, node in nodes.items() if node.changed] == [VOLTAGE, "instruments/main/columns"]
+    assert (tree.changed, instruments.changed, products.changed) == (True, True, False)
     assert (voltage.stored_text, voltage.text) == ("12.0", "24.0")
     columns.revert()
     assert columns.value == [["Name", 300]] and tree.changed

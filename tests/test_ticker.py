@@ -11,8 +11,6 @@ import wx
 from station import Answers, Station, texts
 from support import Boxes, click, in_thread, pump, pump_for
 
-pytest_plugins = ["stationplugin"]
-
 NO_INTERVAL = (
     'Set a applicable ticker interval in file "ats_config.xlsx".\n\t\t\tIt must be greater than 0.\n\t\t\t'
     "After setting the interval parameter, you must restart this application to apply it."

@@ -1,14 +1,20 @@
-"""The test data viewer: the list of units, whatever thread ends them, the filter and the details."""
+"""The test data viewer: the list of units, whatever thread ends them, details, reports, and one item across units."""
 
 from datetime import datetime
+from pathlib import Path
 from typing import Any
+from unittest import mock
 
+import numpy
+import openpyxl
+import pytest
+import qon_handy
 import wx
+from conftest import Uncaught
+from openpyxl.utils.exceptions import IllegalCharacterError
 from qon_ats import UUT, Assertion, TestDataViewerFrame, TestDataViewerPanel
-from station import choose, click_row, colours, texts, unit
+from station import choose, click_row, colours, file_dialog, texts, unit
 from support import Boxes, in_thread, press, pump, pump_for, shown
-
-pytest_plugins = ["stationplugin"]
 
 
 def end(*units: UUT) -> None:
@@ -121,7 +127,7 @@ def test_clearing_is_asked_first(panel: TestDataViewerPanel, boxes: Boxes) -> No
     for command in (panel.on_export_data, panel.on_import_data, panel.on_refresh_statistics_analizer):
         command(None)
     sorry = ("Sorry", "This function has not been implemented yet.")
-    assert [box.args for box in boxes.shown[3:]] == [sorry] * 2
+    assert [args for _kind, args, _keywords in boxes.shown[3:]] == [sorry] * 2
 
 
 def test_the_window_is_hidden_not_closed(app: wx.App) -> None:
@@ -134,3 +140,167 @@ def test_the_window_is_hidden_not_closed(app: wx.App) -> None:
         assert not frame.IsShown() and [uut.serial_number for uut in frame.get_uut_list()] == ["A", "B"]
         frame.clear()
         assert frame.get_uut_list() == []
+
+
+def save(panel: TestDataViewerPanel, path: Path | None, row: int = 0) -> Any:
+    """Save the report of a row: the file name that was proposed."""
+    panel.ui_history.SelectRow(row)
+    with file_dialog(path) as asked:
+        panel.on_save_single_uut_test_data(None)
+    asked.assert_called_once_with(
+        panel, message="Give a file name to save", defaultDir="", defaultFile=mock.ANY,
+        wildcard="Excel File(*.xlsx)|*.xlsx", style=wx.FD_SAVE | wx.FD_OVERWRITE_PROMPT,
+    )  # fmt: skip
+    return asked.call_args.kwargs["defaultFile"]
+
+
+def rows(path: Path) -> list[tuple[Any, ...]]:
+    return list(openpyxl.load_workbook(path).active.values)
+
+
+def test_contents(panel: TestDataViewerPanel, tmp_path: Path) -> None:
+    items = Assertion("a", 1.5, 1, 2, "V"), Assertion("b"), Assertion("版本", "1.0", result=False), Assertion("t", True)
+    uut = unit("SN001", 1, *items, done=False)
+    bare = UUT(None)
+    panel.extend([uut, bare, UUT("")])
+    uut.end_time = uut.begin_time + 90
+    path = tmp_path / "report.xlsx"
+    path.write_text("an older report")
+    assert save(panel, path) == "SN001.xlsx"
+    assert rows(path) == [
+        (f"Begin : {qon_handy.timestamp(uut.begin_time)}", *[None] * 5),
+        (f"End   : {qon_handy.timestamp(uut.end_time)}", *[None] * 5),
+        ("Result: NG", *[None] * 5),
+        ("Test Item Name", "Value", "Limit Low", "Limit Up", "Unit", "Result"),
+        ("a", 1.5, 1, 2, "V", "OK"),
+        ("b", None, None, None, None, "TBD"),
+        ("版本", "1.0", None, None, None, "NG"),
+        ("t", True, None, None, None, "OK"),
+    ]
+    for row in (1, 2):
+        assert save(panel, path, row) == qon_handy.timestamp_as_filename(bare.begin_time) + ".xlsx"
+        assert [cells[0] for cells in rows(path)[2:]] == ["Result: TBD", "Test Item Name"]
+
+
+def test_one_unit_must_be_selected_and_cancel_writes_nothing(
+    panel: TestDataViewerPanel, boxes: Boxes, tmp_path: Path
+) -> None:
+    panel.extend([unit("A", 1), unit("B", 2)])
+    panel.on_save_single_uut_test_data(None)
+    panel.ui_history.SelectRow(0)
+    panel.ui_history.SelectRow(1, True)
+    panel.on_save_single_uut_test_data(None)
+    assert boxes.of("Notice") == ["Please select one and only one UUT first."] * 2
+    choose(panel, "2")
+    assert save(panel, None) == "A.xlsx"  # the row counts in the whole list, whatever the filter shows
+    assert not list(tmp_path.iterdir()) and len(boxes.shown) == 2
+
+
+def test_what_cannot_be_written_raises_and_the_unit_stays(panel: TestDataViewerPanel, tmp_path: Path) -> None:
+    odd = unit("A", 1, Assertion("raw", "\x07")), unit("B", 1, Assertion("array", [1, 2]))
+    panel.extend([*odd, unit("C")])
+    path = tmp_path / "report.xlsx"
+    errors = {(0, path): IllegalCharacterError, (1, path): ValueError, (2, tmp_path): OSError}
+    for (row, target), error in errors.items():
+        with pytest.raises(error):
+            save(panel, target, row)
+    assert [uut.serial_number for uut in panel.get_uut_list()] == ["A", "B", "C"]
+    save(panel, path, 2)
+    assert rows(path)[4][0] == "a"
+
+
+FIGURES = ("ok_count", "ng_count", "yield", "max", "min", "middle", "average", "variance", "std_deviation")
+
+
+def figures(panel: TestDataViewerPanel) -> list[str]:
+    return [getattr(panel, f"ui_single_item_{name}").GetValue() for name in FIGURES]
+
+
+@pytest.fixture
+def plot(panel: TestDataViewerPanel) -> mock.Mock:
+    """The panel's plot, watched."""
+    panel._TestDataViewerPanel__matplot_panel = mock.Mock(wraps=panel._TestDataViewerPanel__matplot_panel)
+    return panel._TestDataViewerPanel__matplot_panel
+
+
+def calls(plot: mock.Mock) -> list[str]:
+    return [call[0] for call in plot.mock_calls]
+
+
+def select(panel: TestDataViewerPanel, plot: mock.Mock, row: int) -> None:
+    """The operator clicks on a unit and on its second item."""
+    plot.reset_mock()
+    click_row(panel.ui_history, row)
+    click_row(panel.ui_assertions, 1)
+    pump(lambda: calls(plot))
+
+
+def plotted(plot: mock.Mock) -> list[list[float]]:
+    [line] = plot._mock_wraps.plot.figure.axes[0].get_lines()
+    return line.get_xydata().tolist()
+
+
+def judged(value: Any, upper: float = 5) -> Assertion:
+    return Assertion("V", value, 0, upper)
+
+
+def undecided(value: Any) -> Assertion:
+    item = Assertion("V", value)
+    item.update()
+    return item
+
+
+CASES: dict[str, tuple[list[Assertion], str]] = {
+    "gathering_order": (
+        [judged(3), judged(1), judged(2)], "3 0 100.00% 3.0 1.0 2.0 2.0 0.6666666666666666 0.816496580927726",
+    ),
+    "upper_middle": ([judged(v) for v in (1, 2, 3, 4)], "4 0 100.00% 4.0 1.0 3.0 2.5 1.25 1.118033988749895"),
+    "yield": ([judged(5), judged(7)], "1 1 50.00% 7.0 5.0 7.0 6.0 1.0 1.0"),
+    "undecided_values_count": ([judged(5), undecided(4)], "1 0 100.00% 5.0 4.0 5.0 4.5 0.25 0.5"),
+    "whatever_float_reads": (
+        [Assertion("V", "1e1"), Assertion("V", True), Assertion("V", numpy.float32(4))],
+        "3 0 100.00% 10.0 1.0 4.0 5.0 14.0 3.7416573867739413",
+    ),
+}  # fmt: skip
+
+
+@pytest.mark.parametrize("case", CASES)
+def test_figures_and_plot(case: str, panel: TestDataViewerPanel, plot: mock.Mock) -> None:
+    items, shown = CASES[case]
+    panel.extend([unit("SN", 1, Assertion("other", 99), item, done=False) for item in items])
+    select(panel, plot, 1)
+    assert figures(panel) == shown.split() and calls(plot) == ["subplots", "draw"]
+    assert plotted(plot) == [[i, float(item.value)] for i, item in enumerate(items)]
+
+
+def test_only_what_the_filter_lists_counts_and_every_item_of_a_name(
+    panel: TestDataViewerPanel, plot: mock.Mock
+) -> None:
+    twice, other = unit("A", 2, judged(1), judged(9)), unit("B", 1, judged(100))
+    panel.extend([twice, other, unit("C", 2, Assertion("v", 50), judged(3))])
+    select(panel, plot, 0)
+    assert figures(panel)[:5] == ["2", "2", "50.00%", "100.0", "1.0"]
+    choose(panel, "2")
+    assert figures(panel) == [""] * 9 and calls(plot)[2:] == ["clear", "draw"]
+    select(panel, plot, 1)
+    assert figures(panel)[:6] == ["2", "1", "66.67%", "9.0", "1.0", "3.0"]
+    assert [y for _, y in plotted(plot)] == [1, 9, 3]
+
+
+@pytest.mark.parametrize(
+    ("value", "error"), [(4, None), ("v1.2", ValueError), (None, ValueError), ([1, 2], TypeError)]
+)
+def test_items_that_have_no_figures(
+    value: Any, error: type[Exception] | None, panel: TestDataViewerPanel, plot: mock.Mock, uncaught: Uncaught
+) -> None:
+    odd = undecided(value) if error is None else Assertion("V", value, result=True)
+    panel.append(unit("A", 1, Assertion("W", 1), odd, done=False))
+    for name in FIGURES:
+        getattr(panel, f"ui_single_item_{name}").SetValue("left over")
+    click_row(panel.ui_history, 0)
+    click_row(panel.ui_assertions, 1)
+    pump(lambda: calls(plot) or uncaught.errors)
+    if error:
+        uncaught.take(error)  # out of the event loop; the plot stays as it was
+    assert calls(plot) == ([] if error else ["clear", "draw"])
+    assert figures(panel) == ([""] * 9 if error else ["0", "0"] + [""] * 7)

@@ -64,15 +64,14 @@ BOXES: list[tuple[Callable[[], int], int | None, int, tuple[str, ...]]] = [
 
 
 def test_a_box_shows_its_texts_and_gives_the_answer(frame: wx.Frame) -> None:
-    for show, button, answer, texts in BOXES:
+    def act(box: Any) -> None:
+        assert [text for text in case[3] if text not in words(box)] == []
+        assert wx.Display(0).GetClientArea().Contains(box.GetRect()), "larger than the screen"
+        click(box.buttons[case[1]]) if case[1] else box.Close()
 
-        def act(box: Any, button: int | None = button, texts: tuple[str, ...] = texts) -> None:
-            assert all(text in words(box) for text in texts), words(box)
-            assert wx.Display(0).GetClientArea().Contains(box.GetRect()), "larger than the screen"
-            click(box.buttons[button]) if button else box.Close()
-
+    for case in BOXES:
         with dialogs(act):
-            assert show() == answer, texts
+            assert case[0]() == case[2], case[3]
 
 
 def test_questions_come_one_after_the_other_and_each_gets_its_answer(cells: list[wx.Panel]) -> None:
@@ -124,38 +123,28 @@ def test_a_box_of_a_thread_ends_when_its_window_goes(where: str, frame: wx.Frame
     pump(lambda: not [window for window in wx.GetTopLevelWindows() if window is not frame])
 
 
-def test_what_a_scanner_types_answers_nothing(cells: list[wx.Panel]) -> None:
-    """Neither a number with Y and N in it, nor its Enter, nor Enter alone."""
+def test_keys_that_were_not_meant_for_the_box_answer_nothing(
+    cells: list[wx.Panel], monkeypatch: pytest.MonkeyPatch
+) -> None:
+    """Those for the window below it, a scanned number with Y and N in it, its Enter, nor Enter and space alone."""
+    monkeypatch.setattr(keys, "GUARD_SECONDS", 60.0)
 
     def act(box: Any) -> None:
-        scan("YN-4711", box)
-        pump(lambda: "“YN-4711” is no answer" in words(box))
-        pump_for(2 * GUARD_SECONDS)
-        press(wx.WXK_RETURN, over=box)
-        press(wx.WXK_SPACE)
+        for number in ("", "YN-4711"):
+            box.buttons[wx.ID_OK].SetFocus() if not number else box._nowhere.SetFocus()
+            scan(number, box)
+            press(wx.WXK_SPACE)
+            pump_for(0.2)
+            assert box.IsModal(), "it was answered"
+        assert "“YN-4711” is no answer" in words(box)
+        monkeypatch.setattr(keys, "GUARD_SECONDS", 0.0)
+        scan("", box)
         pump_for(0.2)
         assert box.IsModal(), "it was answered"
         scan("good", box)  # a word that is on a button is an answer
 
     with dialogs(act):
         assert ask(cells[0], "Cell 1", true="Good", false="Bad") == wx.ID_OK
-
-
-def test_keys_meant_for_the_window_below_answer_nothing(
-    cells: list[wx.Panel], monkeypatch: pytest.MonkeyPatch
-) -> None:
-    monkeypatch.setattr(keys, "GUARD_SECONDS", 60.0)
-
-    def act(box: Any) -> None:
-        box.buttons[wx.ID_OK].SetFocus()
-        press(wx.WXK_RETURN, over=box)
-        press(wx.WXK_SPACE)
-        pump_for(0.2)
-        assert box.IsModal(), "it was answered"
-        box.Close()
-
-    with dialogs(act):
-        assert ask(cells[0], "Cell 1") == wx.ID_CANCEL
 
 
 KEYS: list[tuple[list[Any], dict[str, str], int]] = [
