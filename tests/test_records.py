@@ -4,7 +4,6 @@ import time
 from typing import Any
 
 import pytest
-import qon_ats
 import qon_testparameters
 from qon_ats import UUT, Assertion, Statistics
 
