@@ -51,6 +51,7 @@ SCRIPTS: dict[str, tuple[str | None, list[str], list[str]]] = {
     "syntax": ("def run(:\n", ["SyntaxError", "{path}", "line 1"], []),
     "import": ("import no_such_driver\n", ["no_such_driver", "{path}"], []),
     "no_class": ("import qon_ats\n", ['Class "CellRunner" not found in script "{path}".'], []),
+    "no_type": ("CellRunner = 5\n", ["TypeError"], []),
     "wrong_base": ("class CellRunner: pass\n", ['"CellRunner" is not derived from CellRunnerBase.'], []),
     "no_cleanup": (NO_CLEANUP, ["TypeError", "CellRunner", "cleanup"], []),
     "constructor": (RUNNER + "    def __init__(self): self.psu.on()\n", ["psu", "{path}"], []),

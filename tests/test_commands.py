@@ -206,9 +206,3 @@ def test_other_faults_escape_and_the_ticker_goes_on(fault: str, module: Path, st
         assert not frame.is_ticker_blocked() and str(module) in "".join(format_exception(caught.value))
         write(module, title="mended")
         assert opened(frame) == "mended"
-
-
-def test_the_built_in_dialog_s_message(station: Station) -> None:
-    for message in ("", "缺少模块"):
-        dialog = qon_ats.ManualOperationDialog(station(), message)
-        assert dialog.ui_message.GetValue() == message

@@ -15,10 +15,11 @@ import openpyxl
 import pytest
 import qon_station
 import wx
-from hostcell import Host, HostCell
+from hostcell import HostCell
 from qon_paratree import ParameterDirectory
+from qon_station.testing import run_script
 from qon_testparameters import BookParameters
-from support import pump_for, write_book
+from support import pump_for, write_book, write_script
 
 ROOT = Path(__file__).parent.parent
 DEMO = ROOT / "demo"
@@ -165,12 +166,11 @@ def python_of_the_readme(containing: str) -> str:
     return next(text for text in re.findall(r"```python\n(.*?)```", README, re.DOTALL) if containing in text)
 
 
-def test_the_first_script_of_the_readme_runs(host: Host) -> None:
-    script = python_of_the_readme("CellRunner")
-    cell = host.from_text(script, limits={"VREF": (2.4, 2.6)}, cell_type=DemoCell).run(GOOD)
-    assert cell._exception_object is None, cell.text
-    assert cell.uut.summer == "OK" and cell.names == ["VOUT", "VREF", "FIRMWARE", "LED"]
-    assert "outputs off" in cell.text
+def test_the_first_script_of_the_readme_runs(tmp_path: Path) -> None:
+    script = write_script(tmp_path, python_of_the_readme("CellRunner"))
+    uut = run_script(script, answers=lambda _question: True, limits={"VREF": (2.4, 2.6)})
+    assert [item.name for item in uut.assertions] == ["VOUT", "VREF", "FIRMWARE", "LED"]
+    assert uut.is_ok and "outputs off" in uut.run.log
 
 
 def test_the_application_of_the_readme_opens(

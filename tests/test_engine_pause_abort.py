@@ -7,23 +7,6 @@ import pytest
 from hostcell import Host, HostCell
 
 
-def test_a_paused_run_waits_at_its_check_point_and_resumes(host: Host) -> None:
-    cell = host("cell.meet()\ncell.check_pause()\ncell.notes.append('woke')\nself.append_ok('a', 1)")
-    cell.start()
-    cell.wait_reached()
-    cell.pause()
-    cell.go.set()
-    assert (cell.is_paused(), cell.is_running(), cell.is_busy()) == (True, True, False)
-    cell._test_thread.join(0.05)
-    assert cell._test_thread.is_alive() and cell.notes == []
-    cell.start("ignored")
-    assert cell.is_paused() and not cell._pause_event.is_set()
-    cell.handle_start_request("resumes")  # the flag is the script's to clear
-    cell.finish()
-    assert (cell.notes, cell.is_paused()) == (["woke"], False)
-    assert (cell.uut.summer, cell.uut.serial_number) == ("OK", "")
-
-
 @pytest.mark.parametrize("paused", [False, True])
 @pytest.mark.parametrize("check", ["self.check_abort()", "self.sleep(60, 0.001)", "self.abortable(print)()"])
 def test_an_abort_ends_the_run_at_the_next_check_point(paused: bool, check: str, host: Host) -> None:

@@ -80,11 +80,6 @@ def test_every_end_of_a_script_is_the_end_of_the_run(end: str, host: Host) -> No
     assert cell.is_ready()
 
 
-def test_leaving_by_sys_exit_cleans_up_but_is_no_end_of_the_test(host: Host) -> None:
-    cell = host("self.append_ok('a', 1)\nraise SystemExit(3)").run()
-    assert (cell.cleanups, cell.has_done(), cell.is_busy(), cell.uut.done) == (1, False, True, False)
-
-
 def test_done_belongs_to_the_test_thread(host: Host) -> None:
     cell = host("""
         def other():
@@ -245,19 +240,6 @@ def test_configurations_a_cell_can_be_built_from(in_tmp: Path) -> None:
             qon_ats.CellBase(number, str(bare))
 
 
-OTHER = """\
-import qon_ats
-
-class Other(qon_ats.CellRunnerBase):
-    def run(self): self.append_ok("other", 1)
-    def cleanup(self): pass
-
-class Plain: pass
-
-number = 5
-"""
-
-
 @pytest.mark.parametrize(("keys", "seen"), [({}, "bbb"), ({"reload_cell_runner": False}, "aaa")])
 def test_edits_are_seen_by_the_next_run(keys: dict[str, Any], seen: str, host: Host) -> None:
     """As an engineer edits between two runs: same size, a later time of change."""
@@ -268,24 +250,6 @@ def test_edits_are_seen_by_the_next_run(keys: dict[str, Any], seen: str, host: H
     path.write_text(script_text("self.append_ok('bbb', 1)"), encoding="utf-8")
     os.utime(path, (changed, changed))
     assert cell.run_again().names == [seen]
-
-
-@pytest.mark.parametrize(
-    ("name", "error", "message"),
-    [
-        ("Missing", ValueError, 'Class "Missing" not found in script "{}".'),
-        ("Plain", TypeError, 'Class "Plain" is not derived from CellRunnerBase.'),
-        ("number", TypeError, ""),
-    ],
-)
-def test_a_class_that_is_no_runner(name: str, error: type[Exception], message: str, host: Host) -> None:
-    cell = host.from_text(OTHER, runner_class_name=name).run()
-    assert type(cell._exception_object) is error
-    assert message.format(cell.script) in str(cell._exception_object)
-    assert str(cell._exception_object) in cell.text
-    assert (cell.has_done(), cell.is_running(), cell.uut.done) == (True, True, False)
-    cell.runner_class_name = "Other"
-    assert (cell.run_again().names, cell._exception_object) == (["other"], None)
 
 
 def test_the_module_stays_that_of_the_first_run(host: Host) -> None:

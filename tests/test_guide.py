@@ -1,18 +1,17 @@
 """The programs in the test engineer's guide run as they stand there."""
 
 import re
-from collections.abc import Callable, Iterator
+from collections.abc import Iterator
 from pathlib import Path
 from threading import Lock
 from typing import Any
 
 import pytest
 import wx
-from hostcell import Host, HostCell
-from qon_ats import CallUserFunctionInfo
 from qon_paratree import ParameterDirectory
+from qon_station.testing import run_script
 from station import Station
-from support import pump, script_text, write_book
+from support import pump, script_text, write_book, write_script
 
 ROOT = Path(__file__).parent.parent
 GUIDE = (ROOT / "docs" / "test-engineer.md").read_text(encoding="utf-8")
@@ -36,44 +35,22 @@ SCRIPTS = [
 ]
 
 
-class GuideCell(HostCell):
-    """An engine cell with an operator who agrees to everything."""
-
-    def set_prompt(self, message: str, bg_color: Any = None) -> None:
-        self.notes.append(message)
-
-    update_percentage = increase_percentage = notice_box = set_prompt
-
-    def ask_true_or_false(self, question: str, true: str = "Yes", false: str = "No") -> bool:
-        return True
-
-    def input_text(self, prompt: str) -> str:
-        return "B-17"
-
-    def call_user_function_delay_wait(self, function: Callable[..., Any], *args: Any) -> CallUserFunctionInfo:
-        info = CallUserFunctionInfo(function, True, *args)
-        info()
-        return info
-
-    call_user_function_no_wait = call_user_function_delay_wait
-
-    def call_user_function(self, function: Callable[..., Any], *args: Any) -> Any:
-        return self.call_user_function_delay_wait(function, *args).result
+def answer(question: str) -> Any:
+    return "B-17" if "atch" in question else True
 
 
 @pytest.mark.parametrize(("heading", "program"), SCRIPTS, ids=[heading for heading, _ in SCRIPTS])
-def test_script(heading: str, program: str, host: Host, app: wx.App, tmp_path: Path) -> None:
+def test_script(heading: str, program: str, app: wx.App, tmp_path: Path) -> None:
     [(_, bench)] = programs("yaml")
     (tmp_path / "bench.yaml").write_text(bench, encoding="utf-8")
     meter = {"library": f"{tmp_path / 'bench.yaml'}@sim", "resource": "TCPIP::meter::5025::SOCKET"}
     (tmp_path / "app_config").mkdir()
     write_book(tmp_path / "app_config" / "bench.xlsx", {"supply": {"volts": 12.0}, "meter": meter})
-    cell = host.from_text(program if "class " in program else script_text(program), cell_type=GuideCell)
-    cell.main_frame.app_config = ParameterDirectory.load(tmp_path / "app_config")
-    cell.main_frame.set_shared_obj("scanner lock", Lock())
-    cell.run()
-    assert cell.uut.done and cell.uut.assertions, cell.text
-    assert {item.name for item in cell.uut.assertions if not item.is_ok()} <= {"COSMETIC"}
+    path = write_script(tmp_path, program if "class " in program else script_text(program))
+    parameters = ParameterDirectory.load(tmp_path / "app_config")
+    uut = run_script(path, answers=answer, app_config=parameters, shared={"scanner lock": Lock()})
+    assert uut.done and uut.assertions, uut.run.log
+    assert {item.name for item in uut.assertions if not item.is_ok()} <= {"COSMETIC"}
 
 
 def defined(name: str) -> Any:

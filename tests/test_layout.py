@@ -230,28 +230,20 @@ def test_every_command_has_a_key_or_a_mnemonic_and_reaches_its_handler(app: wx.A
         assert tools and all(command.hint for command in tools) and frame.ui_in_debug_mode.IsCheckable()
 
 
-def test_a_destroyed_frame_leaves_no_timer_no_cycle_and_no_object(app: wx.App) -> None:
-    frame = qon_atsui.Frame(None)
-    cell = qon_atsui.Cell(frame.ui_cell_panel)
+def test_a_destroyed_cell_leaves_no_timer_and_no_object(frame: wx.Frame) -> None:
+    cell = qon_atsui.Cell(frame)
     timer, fired = cell.ui_refresh_timer, []
     cell.on_refresh_timer_event = lambda _event, cell=cell: fired.append("fired into a dead window")
     cell.ui_assertions.AppendRows(3)
     cell.ui_test_logger.AppendText("pending")
-    frame.Show()
     timer.StartOnce(60_000)
-    parts = (frame, cell, cell.ui_prompt, cell.ui_assertions, cell.ui_test_logger)
-    alive = [weakref.ref(part) for part in parts]
-    frame.Destroy()
-    pump(lambda frame=frame: not frame)
+    alive = [weakref.ref(part) for part in (cell, cell.ui_prompt, cell.ui_assertions, cell.ui_test_logger)]
+    cell.Destroy()
+    pump(lambda cell=cell: not cell)
     assert not timer.StartOnce(1) and not timer.IsRunning()
     pump_for(0.05)
-    del frame, cell, timer, parts
-
-    def collected() -> bool:
-        gc.collect()
-        return not any(reference() for reference in alive)
-
-    pump(collected, what="nothing holds the parts")
+    del cell, timer
+    pump(lambda: gc.collect() >= 0 and not any(part() for part in alive), what="nothing holds the parts")
     assert not fired
 
 

@@ -38,14 +38,6 @@ def test_main_sheet(main: dict[str, Any], cells: int, columns: int, state: Any, 
     assert (frame.app_config, frame.cells[0].assertion_configs, frame._run_ticker) == (None, None, False)
 
 
-def test_cells_without_a_sheet_share_the_first_cells(station: Station) -> None:
-    sheets = {"main": {"cell_count": 3}, "cell1": {"script": "shared.py"}, "cell2": {"script": "own.py"}}
-    write_book(station.book, sheets)
-    cells = station.build().cells
-    assert [Path(cell.script).name for cell in cells] == ["shared.py", "own.py", "shared.py"]
-    assert cells[0].cell_config is cells[2].cell_config
-
-
 def test_default_places_are_in_the_working_directory(station: Station) -> None:
     Path("app_config").mkdir()
     write_book(Path("app_config/bench.xlsx"), {"supply": {"volts": 12.5}})

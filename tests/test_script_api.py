@@ -108,14 +108,6 @@ def test_loose_verdicts(verdict: bool, values: list[Any], cell: HostCell) -> Non
         assert runner.assert_false("f", value).is_ng() is verdict, value
 
 
-def test_units_by_default(cell: HostCell) -> None:
-    runner = runner_of(cell)
-    units = [runner.assert_result("a", 1, True).unit, runner.try_limits("b", 1, 0, 2).unit]
-    assert [*units, runner.assert_limits("c", 1, 0, 2).unit, runner.append_ok("d", None).unit] == ["N/A", "", "", ""]
-    assert runner.assert_equal("e", 3, 3).is_ok() and runner.assert_equal("f", 3, 4).is_ng()
-    assert cell.names == ["a", "c", "d", "e", "f"]
-
-
 def test_a_runner_is_built_in_a_test_thread_only() -> None:
     with pytest.raises(AttributeError, match="cell_proxy"):
         Script()

@@ -7,6 +7,7 @@ import sys
 import threading
 import weakref
 from pathlib import Path
+from types import SimpleNamespace
 from typing import Any
 
 import pytest
@@ -51,16 +52,14 @@ sys.exit(qon_station.run(Station, log_file=sys.argv[1]))
 """
 
 
-def run_application(folder: Path, log_file: Path, **environment: str) -> subprocess.CompletedProcess[str]:
-    command = [sys.executable, "-c", APPLICATION, str(log_file)]
-    return subprocess.run(
-        command, env=os.environ | environment, capture_output=True, text=True, timeout=60, check=False
-    )
+def run_application(log_file: Path, **environment: str) -> subprocess.CompletedProcess[str]:
+    command, variables = [sys.executable, "-c", APPLICATION, str(log_file)], os.environ | environment
+    return subprocess.run(command, env=variables, capture_output=True, text=True, timeout=60, check=False)
 
 
 def test_a_station_logs_reports_each_kind_of_fault_once_and_goes_on(app: wx.App, tmp_path: Path) -> None:
     log_file = tmp_path / "log" / "station.log"
-    done = run_application(tmp_path, log_file)
+    done = run_application(log_file)
     assert (done.returncode, done.stdout) == (0, "FaultWindow\n"), done.stderr
     text = log_file.read_text(encoding="utf-8")
     assert "Cell 1: 工位 1 is ready" in text and "wx: a warning of wx" in text
@@ -70,7 +69,7 @@ def test_a_station_logs_reports_each_kind_of_fault_once_and_goes_on(app: wx.App,
 
 
 def test_without_a_display_there_is_one_clear_line(tmp_path: Path) -> None:
-    done = run_application(tmp_path, tmp_path / "station.log", DISPLAY="", WAYLAND_DISPLAY="")
+    done = run_application(tmp_path / "station.log", DISPLAY="", WAYLAND_DISPLAY="")
     assert done.returncode == 1
     assert "The station cannot start" in done.stderr and "Traceback" not in done.stderr
 
@@ -125,27 +124,21 @@ def test_a_start_that_fails_tells_the_cause_and_ends_with_1(
 
 
 def test_a_thread_s_fault_names_its_cell_and_exits_are_no_faults(monkeypatch: pytest.MonkeyPatch) -> None:
-    class Cell:
-        def get_cell_name(self) -> str:
-            return "Cell 7"
-
     monkeypatch.setattr(threading, "excepthook", lambda args: None)  # the console
     faults = Faults()
     with Hooks(faults):
         for target in (missing_key, sys.exit):
             thread = threading.Thread(target=target)
-            thread.cell_proxy = Cell()
+            thread.cell_proxy = SimpleNamespace(get_cell_name=lambda: "Cell 7")
             thread.start()
             thread.join(5.0)
     assert [(fault.where, fault.count) for fault in faults.list()] == [("Cell 7", 1)]
 
 
 def raise_in(function: Any) -> Exception:
-    try:
+    with pytest.raises(Exception) as caught:  # whatever it is
         function()
-    except Exception as error:  # noqa: BLE001 - what it raised is wanted
-        return error
-    raise AssertionError
+    return caught.value
 
 
 def test_the_fault_window_leaves_the_keyboard_where_it_is_and_comes_back_for_news(app: wx.App) -> None:
