@@ -44,6 +44,7 @@ class Station(wx.Frame):
         if self.ticks > 10 and windows and windows[0].list.GetItemCount() == 2:
             counts = [windows[0].list.GetItemText(row) for row in range(2)]
             if "1" in counts and max(map(int, counts)) > 10:
+                self.timer.Stop()  # the frame lives on for a moment after Close
                 print(type(windows[0]).__name__, flush=True)
                 return self.Close()
         raise ValueError("nothing measured")
