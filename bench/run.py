@@ -76,8 +76,10 @@ def main() -> None:
             if name == "flood":
                 program = replace(program, arguments=(str(arguments.flood_seconds),))
             rounds[name] = run_rounds(name, program, max(1, round(arguments.rounds * program.share)))
-    print(f"Python {sys.version.split()[0]}, up to {arguments.rounds} rounds: median (lowest..highest)\n")
     shown = [figure for figure in FIGURES if rounds.get(figure.program)]
+    if not shown:
+        raise SystemExit("there is nothing to show")
+    print(f"Python {sys.version.split()[0]}, up to {arguments.rounds} rounds: median (lowest..highest)\n")
     print_table([row(f, rounds[f.program], PROGRAMS[f.program].sides) for f in shown])
 
 
