@@ -37,9 +37,12 @@ def pytest_runtest_protocol(item: pytest.Item) -> Iterator[Any]:
 @pytest.fixture(scope="session")
 def app() -> Iterator[wx.App]:
     """The one application object; windows left over by a test are destroyed at the end."""
+    from qon_station.collecting import GuiCollector
+
     application = wx.App(False)
     application.SetExitOnFrameDelete(False)
-    yield application
+    with GuiCollector():  # a test thread that frees windows ends the process
+        yield application
     for window in wx.GetTopLevelWindows():
         window.Destroy()
     application.ProcessPendingEvents()

@@ -8,7 +8,7 @@ from collections.abc import Callable
 
 Members = dict[str, bytes]
 
-# What to put in the place of something in the XML: broken syntax, other types, impossible numbers and references.
+# What to put in the place of something: broken syntax, other types, impossible numbers and references.
 TOKENS = (
     b"<", b">", b'"', b"&", b"&#0;", b"-1", b"99999999999999999999", b"nan", b"1e999", b"", b"\xff\xfe", b"A0",
     b"XFD1048577", b"ZZZZ9", b"<f>1+1</f>", b"<f t='shared' si='0'/>", b"<f t='array' ref='A1'>x</f>", b"<v/>",

@@ -62,7 +62,8 @@ def choose(panel: qon_ats.TestDataViewerPanel, text: str) -> None:
 def click_row(grid: wx.grid.Grid, row: int) -> None:
     pump_for(0.02)  # the grid hears of its rows
     place = grid.CellToRect(row, 0)
-    click(grid.GetGridWindow(), grid.CalcScrolledPosition(place.GetPosition()) + wx.Point(5, place.height // 2))
+    at = grid.CalcScrolledPosition(place.GetPosition()) + wx.Point(5, place.height // 2)
+    click(grid.GetGridWindow(), at)
     pump(lambda: list(grid.GetSelectedRows()) == [row])
 
 
@@ -183,7 +184,7 @@ class Answers:
         self._timer.Bind(wx.EVT_TIMER, self._on_timer)
 
     def _on_timer(self, _event: wx.TimerEvent) -> None:
-        """The topmost dialog alone: one that another covers is out of reach, and wx could not end its loop."""
+        """The topmost dialog alone: a covered one is out of reach, and wx could not end its loop."""
         try:
             modal = [w for w in wx.GetTopLevelWindows() if isinstance(w, wx.Dialog) and w.IsModal()]
             if modal and modal[-1] not in self._seen:

@@ -1,4 +1,4 @@
-"""What tests of every topic use: the event loop, an operator's hands, message boxes, workbooks and script files."""
+"""What tests of every topic use: event loop, an operator's hands, message boxes, workbooks, script files."""
 
 import json
 import textwrap

@@ -112,9 +112,10 @@ def test_a_script_that_exits_leaves_its_cell_visibly_busy(station: Station) -> N
     assert texts(bad.ui_assertions)[0][0] == "kept" and not bad.uut.done and good.uut.is_ok
 
 
-@pytest.mark.parametrize(("module", "cure"), [("wx", "python3-wxgtk4.0"), ("qon_touch", "qon-ats-companions")])
+@pytest.mark.parametrize(("module", "cure"), [("wx", "python3-wxgtk"), ("qon_touch", "qon-ats-companions")])
 def test_a_missing_module_is_named_with_its_cure(module: str, cure: str) -> None:
     code = f"import sys; sys.modules[{module!r}] = None; import qon_ats"
-    done = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=False, timeout=60)
+    command = [sys.executable, "-c", code]
+    done = subprocess.run(command, capture_output=True, text=True, check=False, timeout=60)
     last = done.stderr.splitlines()[-1]
     assert last.startswith(f'ImportError: qon_ats needs the module "{module}"') and cure in last

@@ -146,24 +146,22 @@ def test_what_a_test_thread_shows(station: Station, monkeypatch: pytest.MonkeyPa
     gauge: list[float] = []
     monkeypatch.setattr(cell.ui_gauge, "SetValue", gauge.append)
     monkeypatch.setattr(cell.ui_gauge, "GetValue", lambda: gauge[-1])
-    for _ in range(2):
-        in_thread(lambda: (cell.start("A"), cell.start("B")))
-        assert not cell.is_running()  # it is the GUI thread that starts, once
-        station.meetings[1].arrived()
-        pump(lambda: cell.get_serial_number() == "SN-NEW")
-        station.meetings[1].go_on()
-        pump(cell.is_ready)
-        assert station.meetings[1].notes == ["A", "SN-NEW", "Serial number must be a str object."]
-        assert texts(cell.ui_history_grid)[-1][2] == cell.uut.serial_number == "SN-NEW"
-        assert gauge == [0, 0, 100, 42.5, 90, 100, 100]
-        assert cell.ui_test_logger.GetValue() == "中文\nb\n" and len(texts(cell.ui_assertions)) == 1
-        gauge.clear()  # the second run begins with nothing left of the first
-        station.meetings[1].notes.clear()
+    in_thread(lambda: (cell.start("A"), cell.start("B")))
+    assert not cell.is_running()  # it is the GUI thread that starts, once
+    station.meetings[1].arrived()
+    pump(lambda: cell.get_serial_number() == "SN-NEW")
+    station.finish()
+    assert station.meetings[1].notes == ["A", "SN-NEW", "Serial number must be a str object."]
+    assert gauge == [0, 0, 100, 42.5, 90, 100, 100]
+    assert cell.ui_test_logger.GetValue() == "中文\nb\n"
+    station.run(cell, "C")  # begins with nothing left of the first
+    assert cell.ui_test_logger.GetValue() == "中文\nb\n" and len(texts(cell.ui_assertions)) == 1
+    assert [row[2] for row in texts(cell.ui_history_grid)] == ["SN-NEW"] * 2
     cell.ui_serial_number.SetValue("  typed ")
     assert cell.get_serial_number() == "typed"
     cell.set_serial_number(None)
     pump(lambda: cell.ui_serial_number.GetValue() == "")
-    assert cell.uut.serial_number == "" and len(texts(cell.ui_history_grid)) == 2
+    assert cell.uut.serial_number == ""
 
 
 def test_answers_that_are_none(station: Station, boxes: Boxes) -> None:

@@ -103,9 +103,7 @@ def test_exported_limits_are_read_back(station: Station, boxes: Boxes) -> None:
     assert boxes.of() == ["保存测试项参数设置成功。"] * 2
 
 
-def test_exports_refused_cancelled_and_failed(
-    station: Station, boxes: Boxes, monkeypatch: pytest.MonkeyPatch
-) -> None:
+def test_refused_exports(station: Station, boxes: Boxes, monkeypatch: pytest.MonkeyPatch) -> None:
     input_integer = mock.Mock(side_effect=[2, None, 2, 2, 2, 2])
     monkeypatch.setattr(qon_touch, "input_integer", input_integer)
     export(station(main={"cell_count": 0}), None)

@@ -108,7 +108,7 @@ def test_each_defect_is_found_and_a_good_unit_passes(bench: Bench) -> None:
     for cell in cells:
         cell._test_thread.join(30.0)
         assert cell.has_done() and cell._exception_object is None, cell.text
-        assert cell.uut.done and cell.uut.summer == implied_verdict(cell.uut.serial_number), cell.uut.serial_number
+        assert cell.uut.done and cell.uut.summer == implied_verdict(cell.uut.serial_number), cell.text
         failed[implied_defect(cell.uut.serial_number)] = cell.uut.first_ng_item_name()
     assert failed == {None: "", **FIRST_FAILED}
     good = cells[0]
@@ -137,7 +137,7 @@ def test_a_silent_instrument_is_named_by_role_and_resource(bench: Bench) -> None
         silent = f"TCPIP::127.0.0.1::{server.getsockname()[1]}::SOCKET"
         closed = f"TCPIP::127.0.0.1::{free_port(1)}::SOCKET"
         for resource in (closed, silent, "TCPIP::no-such-host.invalid::1::SOCKET", "COM17"):
-            with pytest.raises(InstrumentError, match=f"supply of cell 7 {re.escape(resource)} .*instruments"):
+            with pytest.raises(InstrumentError, match=f"supply of cell 7 {re.escape(resource)} .*instr"):
                 Supply("supply of cell 7", resource, "@py", 300)
         bench.app_config["instruments/bench/timeout_ms"] = 300
         bench.app_config["instruments/cell1/meter"] = silent
@@ -173,9 +173,7 @@ def test_the_first_script_of_the_readme_runs(tmp_path: Path) -> None:
     assert uut.is_ok and "outputs off" in uut.run.log
 
 
-def test_the_application_of_the_readme_opens(
-    app: wx.App, in_tmp: Path, monkeypatch: pytest.MonkeyPatch
-) -> None:
+def test_the_readme_s_application_opens(app: wx.App, in_tmp: Path, monkeypatch: pytest.MonkeyPatch) -> None:
     write_book(in_tmp / "ats_config.xlsx", {"main": {}, "cell1": {"script": "first.py"}})
     factories: list[Callable[[], Any]] = []
     monkeypatch.setattr(qon_station, "run", factories.append)

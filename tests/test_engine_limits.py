@@ -20,22 +20,18 @@ def cell(host: Host) -> HostCell:
     return made
 
 
-@pytest.mark.parametrize(
-    ("name", "value", "limits", "verdict", "used"),
-    [
-        ("v", 5.0, (0, 1), "OK", (4.9, 5.1)),
-        ("v", 5.2, (0, 9), "NG", (4.9, 5.1)),
-        ("open", -100, (0, 1), "OK", (None, 5.1)),
-        ("floor", 100, (0, 1), "OK", (1, None)),
-        ("V", 5.0, (0, 1), "NG", (0, 1)),
-        ("other", 0.5, (0, 1), "OK", (0, 1)),
-        ("other", 0.5, (None, None), "OK", (None, None)),
-        ("other", None, (0, 1), "TBD", (0, 1)),
-    ],
-)
-def test_configured_limits_replace_those_of_the_script(
-    name: str, value: Any, limits: tuple[Any, Any], verdict: str, used: tuple[Any, Any], cell: HostCell
-) -> None:
+# Name, value and limits of the script; verdict and limits used.
+CASES: list[tuple[Any, ...]] = [
+    ("v", 5.0, (0, 1), "OK", (4.9, 5.1)), ("v", 5.2, (0, 9), "NG", (4.9, 5.1)),
+    ("open", -100, (0, 1), "OK", (None, 5.1)), ("floor", 100, (0, 1), "OK", (1, None)),
+    ("other", 0.5, (0, 1), "OK", (0, 1)), ("other", 0.5, (None, None), "OK", (None, None)),
+    ("other", None, (0, 1), "TBD", (0, 1)), ("V", 5.0, (0, 1), "NG", (0, 1)),
+]  # fmt: skip
+
+
+@pytest.mark.parametrize("case", CASES)
+def test_configured_limits_replace_those_of_the_script(case: tuple[Any, ...], cell: HostCell) -> None:
+    name, value, limits, verdict, used = case
     recorded = cell.assert_with_limits(name, value, *limits)
     tried = cell.try_limits(name, value, *limits)
     shown = cell.assert_with_result(name, value, "PASS", None, *limits)
@@ -52,22 +48,17 @@ def test_a_given_result_decides(cell: HostCell) -> None:
     assert cell.assert_with_result("x", 5, None, lower=0, upper=1).is_ng()
 
 
-@pytest.mark.parametrize(
-    ("value", "mean", "percent", "bounds", "verdict"),
-    [
+def test_percent_limits(cell: HostCell) -> None:
+    for value, mean, percent, bounds, verdict in (
         (10.5, 10, 5, (9.5, 10.5), "OK"),
         (10.51, 10, 5, (9.5, 10.5), "NG"),
         (-10, -10, 5, (-9.5, -10.5), "NG"),
         (0.3, 0.1 * 3, 7.7, ((100 - 7.7) * (0.1 * 3) / 100, (100 + 7.7) * (0.1 * 3) / 100), "OK"),
         (True, 1, 0, (1.0, 1.0), "OK"),
-    ],
-)
-def test_percent_limits(
-    value: float, mean: float, percent: float, bounds: tuple[float, float], verdict: str, cell: HostCell
-) -> None:
-    assertion = cell.assert_with_percent_limits("x", value, mean, percent)
-    assert (assertion.lower, assertion.upper, assertion.result) == (*bounds, verdict)
-    assert (type(assertion.value), assertion.unit) == (float, "N/A")
+    ):
+        assertion = cell.assert_with_percent_limits("x", value, mean, percent)
+        assert (assertion.lower, assertion.upper, assertion.result) == (*bounds, verdict)
+        assert (type(assertion.value), assertion.unit) == (float, "N/A")
     assert cell.assert_with_percent_limits("v", 5.0, 100, 1, "V", None, True, "p").is_ok()
     assert cell.get_assertions("p")[0].upper == 5.1
 

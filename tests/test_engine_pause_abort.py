@@ -38,27 +38,25 @@ def test_checking_for_an_abort_belongs_to_the_test_thread(host: Host) -> None:
     assert cell._result_description == "no test"
 
 
-@pytest.mark.parametrize(
-    ("arguments", "slices"),
-    [
+def test_slices_of_a_sleep(host: Host, monkeypatch: pytest.MonkeyPatch) -> None:
+    """By a clock that only sleeping moves."""
+    cell: Any = host()
+    slept: list[float] = []
+    monkeypatch.setattr(time, "time", lambda: sum(slept))
+    monkeypatch.setattr(time, "sleep", slept.append)
+    cell.check_abort = lambda: cell.notes.append("checked")
+    for arguments, slices in (
         ((0.05,), [0.05]),
         ((0,), [0.0]),
         ((1.0, 0.25), [0.25] * 4),
         ((0.625, 0.25), [0.25, 0.25, 0.125]),
         ((3, 2), [2, 1]),
         ((1.0, 0.3), [0.3, 0.3, 0.3, 0.1]),
-    ],
-)
-def test_slices_of_a_sleep(
-    arguments: tuple[float, ...], slices: list[float], host: Host, monkeypatch: pytest.MonkeyPatch
-) -> None:
-    """By a clock that only sleeping moves."""
-    cell, slept = host(), []
-    monkeypatch.setattr(time, "time", lambda: sum(slept))
-    monkeypatch.setattr(time, "sleep", slept.append)
-    cell.check_abort = lambda: cell.notes.append("checked")  # type: ignore[method-assign]
-    cell.sleep(*arguments)
-    assert slept == pytest.approx(slices) and len(cell.notes) == len(slices)
+    ):
+        slept.clear()
+        cell.notes.clear()
+        cell.sleep(*arguments)
+        assert slept == pytest.approx(slices) and len(cell.notes) == len(slices)
 
 
 def test_order_of_the_checks_around_a_call(host: Host) -> None:

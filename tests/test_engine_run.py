@@ -188,11 +188,12 @@ def test_the_queue_is_a_standard_queue_that_loses_nothing(host: Host) -> None:
                 line.task_done()
 
     producers = [threading.Thread(target=produce, args=(number,)) for number in range(2)]
-    consumers = [threading.Thread(target=consume, args=(got[n], t)) for n, t in enumerate((None, 1e-5, 0))]
+    consumers = [threading.Thread(target=consume, args=each) for each in zip(got, (None, 1e-5, 0), strict=True)]
     interval = sys.getswitchinterval()
     sys.setswitchinterval(1e-6)
     try:
         for thread in (*consumers, *producers):
+            thread.daemon = True
             thread.start()
         for thread in producers:
             thread.join(30)
@@ -204,7 +205,8 @@ def test_the_queue_is_a_standard_queue_that_loses_nothing(host: Host) -> None:
     finally:
         sys.setswitchinterval(interval)
     names = [[name for name in mine[:-1] if name[0] == number] for mine in got for number in "01"]
-    assert sorted(itertools.chain(*names)) == [f"{number}.{index:04}" for number in range(2) for index in range(3000)]
+    every = [f"{number}.{index:04}" for number in range(2) for index in range(3000)]
+    assert sorted(itertools.chain(*names)) == every
     assert names == [sorted(mine) for mine in names] and line.empty() and line.unfinished_tasks == 0
 
 

@@ -1,4 +1,4 @@
-"""The default layouts: what the operator reads, where it stands, who gets the keyboard, what is left at the end."""
+"""The default layouts: what the operator reads, where it stands, who gets the keyboard, what is left over."""
 
 import ast
 import gc
@@ -80,12 +80,11 @@ def visible_parts(cell: qon_atsui.Cell) -> dict[str, wx.Rect]:
 SMALL, LARGE = (1280, 1024), (1920, 1080)
 
 
-@pytest.mark.parametrize(
-    ("cells", "columns", "screen"), [(1, 1, SMALL), (4, 2, LARGE), (8, 4, SMALL), (20, 5, SMALL), (20, 5, LARGE)]
-)
-def test_cells_of_any_number_stay_usable(
-    cells: int, columns: int, screen: tuple[int, int], app: wx.App
-) -> None:
+SCREENS = [(1, 1, SMALL), (4, 2, LARGE), (8, 4, SMALL), (20, 5, SMALL), (20, 5, LARGE)]
+
+
+@pytest.mark.parametrize(("cells", "columns", "screen"), SCREENS)
+def test_cells_of_any_number_stay_usable(cells: int, columns: int, screen: Any, app: wx.App) -> None:
     """Nothing is cut off, lies on something else, is too small, or moves for a text."""
     with shown(qon_atsui.Frame(None)) as frame:
         grid = wx.GridSizer(0, columns, 0, 0)
@@ -120,9 +119,8 @@ def test_cells_of_any_number_stay_usable(
         assert visible_parts(cell) == parts, "something moves for a text"
 
 
-def test_the_focus_goes_where_the_next_number_belongs_and_is_not_stolen(
-    station: Station, monkeypatch: pytest.MonkeyPatch
-) -> None:
+def test_where_the_focus_goes(station: Station, monkeypatch: pytest.MonkeyPatch) -> None:
+    """Where the next number belongs; it is not stolen from somebody who types."""
     monkeypatch.setattr(serial_entry, "_ECHO_SECONDS", 60.0)
     frame = station(*["meet()\nself.append_ok('a', 1)"] * 3, main={"column_count": 3})
     first, second, third = frame.cells
@@ -167,7 +165,7 @@ def test_a_question_takes_its_cell_alone_into_waiting_and_holds_the_focus_back(s
     with Answers(act):
         for cell in frame.cells[:2]:
             cell.start()
-        pump(lambda: has_focus(entry), what="the focus goes where it was asked for meanwhile")
+        pump(lambda: len(states) == 2 and has_focus(entry), what="the focus is where it was asked for")
     # The first stays in its question until the second one, above it, is answered too.
     assert states == [["waiting", "testing", "ready"], ["waiting", "waiting", "ready"]]
     pump(lambda: [cell.ui_prompt.face.state for cell in frame.cells] == ["testing", "testing", "ready"])
@@ -205,9 +203,9 @@ def test_a_test_thread_reads_the_serial_number(frame: wx.Frame) -> None:
 SOURCE = Path(qon_atsui.__file__).parent
 
 PROMISED = {
-    "on_edit_test_parameters", "on_reload_test_parameters", "on_save_test_parameters", "on_start_all", "on_abort_all",
+    "on_edit_test_parameters", "on_reload_test_parameters", "on_save_test_parameters", "on_start_all",
     "on_export_assertion_config", "on_show_test_data_window", "on_change_debug_mode", "on_clear_statistics",
-    "on_start_ticker", "on_show_manual_operation_dialog", "on_show_about_dialog",
+    "on_abort_all", "on_start_ticker", "on_show_manual_operation_dialog", "on_show_about_dialog",
 }  # fmt: skip
 
 

@@ -64,7 +64,8 @@ def test_cells_answer_what_was_written_in_any_order(grid: RecordGrid) -> None:
     assert column(grid, 6) == ["", "", "new column", ""] and grid.GetCellValue(2, 0) == "item 2"
     grid.DeleteRows(1, 2)
     assert column(grid, 0) == ["item 0", "odd\x1ftext"]
-    for write, *beyond in ((grid.SetCellValue, 2, 0, "x"), (grid.SetCellValue, -1, 0, "x"), (grid.DeleteRows, 1, 2)):
+    writes = (grid.SetCellValue, 2, 0, "x"), (grid.SetCellValue, -1, 0, "x"), (grid.DeleteRows, 1, 2)
+    for write, *beyond in writes:
         with pytest.raises(IndexError):
             write(*beyond)
     with pytest.raises(TypeError, match="Row 0, column 3: a cell holds a text, not None"):
@@ -74,7 +75,8 @@ def test_cells_answer_what_was_written_in_any_order(grid: RecordGrid) -> None:
 def test_a_burst_reaches_the_window_in_one_message(grid: RecordGrid, monkeypatch: pytest.MonkeyPatch) -> None:
     messages: list[int] = []
     process = grid.ProcessTableMessage
-    monkeypatch.setattr(grid, "ProcessTableMessage", lambda m: (messages.append(m.GetCommandInt()), process(m)))
+    note = lambda message: (messages.append(message.GetCommandInt()), process(message))
+    monkeypatch.setattr(grid, "ProcessTableMessage", note)
     add(grid, 500)
     assert not messages and grid.GetNumberRows() == 500
     pump(lambda: messages)
@@ -183,13 +185,12 @@ CHANGES: list[Callable[[Any], Any]] = [
 
 @pytest.mark.parametrize("change", CHANGES)
 @pytest.mark.parametrize("when", ["between", "after"])
-def test_a_row_counted_in_an_older_listing_is_not_written(
-    when: str, change: Callable[[Any], Any], viewer: qon_atsui.TestDataViewerPanel
-) -> None:
+def test_a_row_counted_in_an_older_listing_is_not_written(when: str, change: Any, viewer: Any) -> None:
     units, choice = viewer.ui_history, viewer.ui_cell_filter
     units.AppendRows(3)
     counted, changed = threading.Event(), threading.Event()
-    steps = (choice.GetStringSelection, counted.set, changed.wait, lambda: units.SetCellValue(1, 2, "another unit"))
+    write = lambda: units.SetCellValue(1, 2, "another unit")
+    steps = (choice.GetStringSelection, counted.set, changed.wait, write)
     thread = threading.Thread(target=lambda: [step() for step in steps])
     thread.start()
     assert counted.wait(5)

@@ -76,9 +76,7 @@ def test_half_built_objects_raise_and_do_not_crash() -> None:
             wrong()
 
 
-def test_replaced_siblings_are_used_at_the_moment_of_the_call(
-    host: Host, boxes: Boxes, monkeypatch: pytest.MonkeyPatch
-) -> None:
+def test_the_siblings_of_the_moment(host: Host, boxes: Boxes, monkeypatch: pytest.MonkeyPatch) -> None:
     cell = host("raise KeyError", cleanup="raise OSError('x')")
     monkeypatch.setattr(qon_handy, "format_exception", lambda *args, **kwargs: ["one\n", f"{args}{kwargs}\n"])
     assert cell.run().text == "one\n(){'skip_level': 1}\n"
@@ -94,9 +92,7 @@ def test_replaced_siblings_are_used_at_the_moment_of_the_call(
     assert shown[-1] == "other"
 
 
-def test_the_handled_exception_is_the_one_being_formatted(
-    host: Host, monkeypatch: pytest.MonkeyPatch
-) -> None:
+def test_the_handled_exception_is_the_formatted_one(host: Host, monkeypatch: pytest.MonkeyPatch) -> None:
     seen: list[Any] = []
     monkeypatch.setattr(qon_handy, "format_exception", lambda **_: seen.append(sys.exc_info()) or [""])
     cell = host("raise KeyError('k')").run()

@@ -1,4 +1,4 @@
-"""The editor of the test parameters, operated with keys and mouse: what it shows, refuses, undoes and saves."""
+"""The editor of the test parameters, operated with keys and mouse: what it shows, refuses and saves."""
 
 from collections.abc import Iterator
 from pathlib import Path
@@ -136,7 +136,7 @@ def test_a_save_that_fails_keeps_the_dialog_open(editor: Editor, folder: Path) -
         (".", ["x.xlsx", 'sheet "s"', "row 2", 'variable "a"']),
     ],
 )
-def test_a_directory_that_cannot_be_edited_says_why(path: str, told: list[str], frame: Any, folder: Path) -> None:
+def test_why_a_directory_cannot_be_edited(path: str, told: list[str], frame: Any, folder: Path) -> None:
     wrong = write_book(folder / "x.xlsx", {"s": [parameter_row("a", "b")[:6] + ("int",)]})
     with shown(Editor(frame, path and folder / path)) as editor:
         assert [part for part in told if part not in words(editor)] == []

@@ -131,7 +131,8 @@ def test_a_save_changes_the_values_and_nothing_else(directory: Path) -> None:
     values, wanted = ({n.path: n.value for n in each.root.walk()} for each in (again, tree))
     assert values == wanted and values[VOLTAGE] == 24
     main = (book := openpyxl.load_workbook(path))["main"]
-    assert [main.cell(row, 1).value for row in range(2, 6)] == ["# supply", "PSU address", None, "PSU voltage"]
+    names = [main.cell(row, 1).value for row in range(2, 6)]
+    assert names == ["# supply", "PSU address", None, "PSU voltage"]
     assert main.column_dimensions["A"].width == 55 and main["A3"].font.bold
     assert main["B5"].comment.text == "set by the line leader" and main["H7"].value == "a note at the side"
     assert book["notes"].merged_cells.ranges and book["notes"]["A1"].value == "what was calibrated when"

@@ -39,7 +39,9 @@ FAILING: list[dict[str, Any]] = [
     {"value": 3, "result": "fail"}, {"result": ""}, {"result": 0}, {"result": []},
 ]  # fmt: skip
 VERDICTS = [
-    (case, verdict) for cases, verdict in ((NOT_JUDGED, None), (PASSING, True), (FAILING, False)) for case in cases
+    (case, verdict)
+    for cases, verdict in ((NOT_JUDGED, None), (PASSING, True), (FAILING, False))
+    for case in cases
 ]
 
 

@@ -70,7 +70,8 @@ def test_calls_of_a_script_reach_the_cell(code: str) -> None:
     assert made == expected
     assert [type(value) for value in made.args] == [type(value) for value in expected.args]
     owner, _, name = made[0].rpartition(".")
-    assert name == "set_shared_obj" or result is getattr(cell.main_frame if owner else cell, name).return_value
+    target = cell.main_frame if owner else cell
+    assert name == "set_shared_obj" or result is getattr(target, name).return_value
 
 
 def test_overrides_of_the_cell_and_of_the_script_are_honoured(cell: HostCell) -> None:
@@ -140,8 +141,8 @@ def test_a_call_and_its_result() -> None:
 
 
 CALLS = [
-    "Assertion(5)", "Assertion(name=b'a')", "Assertion(None)", "Assertion('a', unit=1)", "Assertion('a', limit=1)",
-    "Assertion('a', report_needed=None)", "item.set_unit(5)", "setattr(item, 'unit', 5)",
+    "Assertion(5)", "Assertion(name=b'a')", "Assertion(None)", "Assertion('a', unit=1)",
+    "Assertion('a', limit=1)", "Assertion('a', report_needed=None)", "item.set_unit(5)", "setattr(item, 'unit', 5)",
     "setattr(item, 'report_needed', 'yes')", "item.update(value=6, unit=7)", "Assertion.is_ok(uut)",
     "UUT(serial_number=5)", "UUT('a', '1')", "UUT('a', None)", "UUT('a', 1.0)", "uut.append_assertion('item')",
     "uut.append_assertion(None)", "uut.get_assertion_by_name(5)", "setattr(uut, 'serial_number', 5)",
@@ -171,7 +172,8 @@ def test_a_call_is_refused(call: str, host: Host) -> None:
         eval(call, names | {"runner": runner_of(cell)})
     assert (item.value, item.unit, item.report_needed, item.result) == (5, None, True, "OK")
     assert (uut.serial_number, uut.cell_number, uut.done, uut.assertions) == ("SN1", 2, False, [])
-    assert (cell.get_assertions(), cell._assertion_queue.qsize(), cell.runner_class_name) == ([], 0, "CellRunner")
+    assert (cell.get_assertions(), cell._assertion_queue.qsize()) == ([], 0)
+    assert cell.runner_class_name == "CellRunner"
 
 
 @pytest.mark.parametrize("config", [5, [], b"ats_config.xlsx"])

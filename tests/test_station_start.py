@@ -176,7 +176,9 @@ class Cycle:
 def test_the_gui_thread_collects_for_all_while_it_can(app: wx.App, monkeypatch: pytest.MonkeyPatch) -> None:
     """A test thread would free windows and timers that the GUI thread is at work on."""
     monkeypatch.setattr(collecting, "MOST_NEW", 100_000)
-    usual, last, collecting_threads = gc.get_threshold(), [weakref.ref(Cycle())], set()
+    usual, last, collecting_threads = (700, 10, 10), [weakref.ref(Cycle())], set()
+    of_the_tests = gc.get_threshold()
+    gc.set_threshold(*usual)
 
     def note(_phase: str, _info: dict[str, int]) -> None:
         collecting_threads.add(threading.current_thread())
@@ -197,3 +199,4 @@ def test_the_gui_thread_collects_for_all_while_it_can(app: wx.App, monkeypatch: 
         assert alone in collecting_threads, "memory grows for as long as the GUI thread is busy"
         gc.callbacks.remove(note)
     assert gc.get_threshold() == usual
+    gc.set_threshold(*of_the_tests)

@@ -1,4 +1,4 @@
-"""The test data viewer: the list of units, whatever thread ends them, details, reports, and one item across units."""
+"""The test data viewer: the list of units, details, reports, and one item across units."""
 
 from datetime import datetime
 from pathlib import Path
@@ -159,7 +159,8 @@ def rows(path: Path) -> list[tuple[Any, ...]]:
 
 
 def test_contents(panel: TestDataViewerPanel, tmp_path: Path) -> None:
-    items = Assertion("a", 1.5, 1, 2, "V"), Assertion("b"), Assertion("版本", "1.0", result=False), Assertion("t", True)
+    ng, on = Assertion("版本", "1.0", result=False), Assertion("t", True)
+    items = Assertion("a", 1.5, 1, 2, "V"), Assertion("b"), ng, on
     uut = unit("SN001", 1, *items, done=False)
     bare = UUT(None)
     panel.extend([uut, bare, UUT("")])
@@ -182,9 +183,7 @@ def test_contents(panel: TestDataViewerPanel, tmp_path: Path) -> None:
         assert [cells[0] for cells in rows(path)[2:]] == ["Result: TBD", "Test Item Name"]
 
 
-def test_one_unit_must_be_selected_and_cancel_writes_nothing(
-    panel: TestDataViewerPanel, boxes: Boxes, tmp_path: Path
-) -> None:
+def test_reports_of_none_and_of_two(panel: TestDataViewerPanel, boxes: Boxes, tmp_path: Path) -> None:
     panel.extend([unit("A", 1), unit("B", 2)])
     panel.on_save_single_uut_test_data(None)
     panel.ui_history.SelectRow(0)
@@ -273,9 +272,7 @@ def test_figures_and_plot(case: str, panel: TestDataViewerPanel, plot: mock.Mock
     assert plotted(plot) == [[i, float(item.value)] for i, item in enumerate(items)]
 
 
-def test_only_what_the_filter_lists_counts_and_every_item_of_a_name(
-    panel: TestDataViewerPanel, plot: mock.Mock
-) -> None:
+def test_what_the_filter_lists_counts_every_time(panel: TestDataViewerPanel, plot: mock.Mock) -> None:
     twice, other = unit("A", 2, judged(1), judged(9)), unit("B", 1, judged(100))
     panel.extend([twice, other, unit("C", 2, Assertion("v", 50), judged(3))])
     select(panel, plot, 0)

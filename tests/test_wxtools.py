@@ -75,7 +75,7 @@ def test_a_box_shows_its_texts_and_gives_the_answer(frame: wx.Frame) -> None:
 
 
 def test_questions_come_one_after_the_other_and_each_gets_its_answer(cells: list[wx.Panel]) -> None:
-    """Those of threads and of cells, over the cell; who was answered and still waits for the others is named."""
+    """Those of threads and of cells, over the cell; who was answered and still waits is named."""
     threads = [Asked(lambda: MB.Confirm("first?"))]
     given = {f"Cell {number}": wx.ID_OK if number % 2 else wx.ID_CANCEL for number in range(1, 5)}
     got: dict[str, int] = {}
@@ -123,10 +123,8 @@ def test_a_box_of_a_thread_ends_when_its_window_goes(where: str, frame: wx.Frame
     pump(lambda: not [window for window in wx.GetTopLevelWindows() if window is not frame])
 
 
-def test_keys_that_were_not_meant_for_the_box_answer_nothing(
-    cells: list[wx.Panel], monkeypatch: pytest.MonkeyPatch
-) -> None:
-    """Those for the window below it, a scanned number with Y and N in it, its Enter, nor Enter and space alone."""
+def test_keys_not_meant_for_the_box(cells: list[wx.Panel], monkeypatch: pytest.MonkeyPatch) -> None:
+    """Those for the window below it, a scanned number with Y and N in it, its Enter, Enter and space alone."""
     monkeypatch.setattr(keys, "GUARD_SECONDS", 60.0)
 
     def act(box: Any) -> None:
@@ -158,10 +156,10 @@ KEYS: list[tuple[list[Any], dict[str, str], int]] = [
 ]
 
 
-@pytest.mark.parametrize(("typed", "labels", "answer"), KEYS)
-def test_the_keyboard_alone_answers(
-    typed: list[Any], labels: dict[str, str], answer: int, cells: list[wx.Panel]
-) -> None:
+@pytest.mark.parametrize("case", KEYS)
+def test_the_keyboard_alone_answers(case: Any, cells: list[wx.Panel]) -> None:
+    typed, labels, answer = case
+
     def act(box: Any) -> None:
         for key, modifiers in typed:
             pump_for(keys.BURST_SECONDS + 0.05)  # slower than a scanner
