@@ -68,15 +68,11 @@ def uncaught(monkeypatch: pytest.MonkeyPatch) -> Iterator[Uncaught]:
     """An exception out of an event handler or a thread fails the test, unless the test takes it."""
     found = Uncaught()
 
-    def hook(_type: type[BaseException], error: BaseException, _trace: Any) -> None:
-        found.errors.append(error)
-
     def thread_hook(args: threading.ExceptHookArgs) -> None:
-        if args.exc_type is SystemExit:  # as without a hook
-            return
-        found.errors.append(args.exc_value or args.exc_type())
+        if args.exc_type is not SystemExit:  # as without a hook
+            found.errors.append(args.exc_value or args.exc_type())
 
-    monkeypatch.setattr(sys, "excepthook", hook)
+    monkeypatch.setattr(sys, "excepthook", lambda _type, error, _trace: found.errors.append(error))
     monkeypatch.setattr(threading, "excepthook", thread_hook)
     yield found
     assert not found.errors, f"uncaught: {found.errors!r}"

@@ -30,13 +30,10 @@ def test_from_the_scan_through_a_running_test(station: Station) -> None:
     pump(lambda: cell.ui_start.GetLabel() == "Pause")
     assert named(cell.ui_start.GetBackgroundColour()) == "yellow"
     assert texts(cell.ui_assertions) == [
-        ["VOUT", "5.01", "4.9", "5.1", "V", "OK"],
-        ["版本", "1.0", "", "", "", "OK"],
-        ["RIPPLE", "7", "", "5", "mV", "NG"],
-        ["LATER", "", "0", "1", "", "TBD"],
-    ]
-    shades = ["".join({*colours(cell.ui_assertions, row)}) for row in range(4)]
-    assert shades == ["white", "white", "red", "white"]
+        ["VOUT", "5.01", "4.9", "5.1", "V", "OK"], ["版本", "1.0", "", "", "", "OK"],
+        ["RIPPLE", "7", "", "5", "mV", "NG"], ["LATER", "", "0", "1", "", "TBD"],
+    ]  # fmt: skip
+    assert [colours(cell.ui_assertions, row)[0] for row in range(4)] == ["white", "white", "red", "white"]
     click(cell.ui_start)  # "Pause" on it does not pause, and nothing starts
     meeting.go_on()
     meeting.arrived()

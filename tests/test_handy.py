@@ -25,20 +25,15 @@ def test_listeners_are_called_in_order_until_they_are_removed() -> None:
 def test_listeners_may_come_and_go_while_the_event_fires() -> None:
     event, called = Callback(), []
 
-    def late() -> None:
-        called.append("late")
-
-    def removed() -> None:
-        called.append("removed")
-
     def first() -> None:
         called.append("first")
         event.unsubscribe(removed)
         event.unsubscribe(first)
-        event.subscribe(late)
+        event.subscribe(lambda: called.append("late"))
 
-    for listener in (first, removed):
-        event.subscribe(listener)
+    removed = lambda: called.append("removed")
+    event.subscribe(first)
+    event.subscribe(removed)
     event()
     assert called == ["first"]
     event()

@@ -172,6 +172,8 @@ def test_the_log_keeps_the_order_and_the_newest_of_too_much(frame: wx.Frame) -> 
 def viewer(app: wx.App) -> Iterator[qon_atsui.TestDataViewerPanel]:
     with shown(qon_atsui.TestDataViewerFrame(None)) as window:
         panel = qon_atsui.TestDataViewerPanel(window)
+        window.ui_root_sizer.Add(panel, 1, wx.EXPAND)
+        window.Layout()
         panel.ui_cell_filter.Append("1")
         yield panel
 

@@ -57,8 +57,6 @@ def test_titles_and_cells_by_index_and_by_number(station: Station) -> None:
         frame = station.build(title=title)
         assert frame.GetTitle() == shown
     assert frame.get_cell() is frame.get_cell(-2) is frame.cells[0] and frame.get_cell_count() == 2
-    with pytest.raises(IndexError):
-        frame.get_cell(2)
     for number in (0, 3, -1):
         assert frame.start_cell(number, "SN") is None
     pump_for(0.02)

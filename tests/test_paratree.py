@@ -82,26 +82,19 @@ def test_setting_a_value_is_checked_and_never_makes_a_new_one(tree: Any) -> None
     assert tree[VOLTAGE] == 12.0 and not tree.changed
 
 
-def test_an_editor_walks_marks_checks_and_undoes(tree: Any) -> None:
+def test_an_editor_marks_checks_and_undoes(tree: Any) -> None:
     products, instruments = tree.root.children
-    assert [(node.kind, node.path) for node in products.children] == [
-        ("directory", "products/empty"),
-        ("workbook", "products/board"),
-    ]
+    assert [node.kind for node in products.children] == ["directory", "workbook"]
     nodes = {node.path: node for node in tree.root.walk()}
     voltage, columns = nodes[VOLTAGE], nodes["instruments/main/columns"]
-    with pytest.raises(BadValueError) as caught:
-        voltage.check("31")
-    assert caught.value.faults[0].text == "31.0 is above the upper limit 30.0."
     with pytest.raises(BadValueError, match="a value of type float is needed"):
         voltage.set_text("")
     voltage.set_text("24")
     columns.value[0][1] = 200  # changed within the list
     assert [path for path, node in nodes.items() if node.changed] == [VOLTAGE, "instruments/main/columns"]
     assert (tree.changed, instruments.changed, products.changed) == (True, True, False)
-    assert (voltage.stored_text, voltage.text) == ("12.0", "24.0")
     columns.revert()
-    assert columns.value == [["Name", 300]] and tree.changed
+    assert columns.value == [["Name", 300]] and (voltage.stored_text, voltage.text) == ("12.0", "24.0")
     voltage.set_text(voltage.stored_text)
     assert not tree.changed
 
