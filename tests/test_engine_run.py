@@ -15,7 +15,7 @@ import qon_ats
 from hostcell import Host, HostCell
 from qon_ats import UUT, Assertion
 from qon_testparameters import BookParameters
-from support import script_text, unique_name, write_book, write_script
+from support import in_thread, script_text, unique_name, write_book, write_script
 
 NOT_IN_THREAD = '"done" method must be call in Cell testing thread, not it\'s sub thread or any others.'
 
@@ -81,20 +81,14 @@ def test_every_end_of_a_script_is_the_end_of_the_run(end: str, host: Host) -> No
 
 
 def test_done_belongs_to_the_test_thread(host: Host) -> None:
-    cell = host("""
-        def other():
-            try: self.done()
-            except RuntimeError as error: cell.notes.append((str(error), cell.is_in_cell_test_thread()))
-        thread = threading.Thread(target=other)
-        thread.start()
-        thread.join(5)
-        cell.notes.append(cell.is_in_cell_test_thread())
-        self.append_ok('a', 1)
-    """).run()
-    assert cell.notes == [(NOT_IN_THREAD, False), True]
-    with pytest.raises(RuntimeError) as caught:
-        cell.done()
-    assert str(caught.value) == NOT_IN_THREAD
+    cell = host("cell.meet()\nself.append_ok('a', 1)\nself.done()")
+    cell.start()
+    cell.wait_reached()
+    for call in (cell.done, lambda: in_thread(cell.done)):
+        with pytest.raises(RuntimeError, match=f"^{NOT_IN_THREAD}$"):
+            call()
+    cell.go.set()
+    assert cell.finish().uut.done and not cell.is_in_cell_test_thread()
 
 
 def test_a_new_number_goes_to_the_old_unit_too_and_none_does_not(host: Host) -> None:

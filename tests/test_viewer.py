@@ -11,7 +11,6 @@ import pytest
 import qon_handy
 import wx
 from conftest import Uncaught
-from openpyxl.utils.exceptions import IllegalCharacterError
 from qon_ats import UUT, Assertion, TestDataViewerFrame, TestDataViewerPanel
 from station import choose, click_row, colours, file_dialog, texts, unit
 from support import Boxes, in_thread, press, pump, pump_for, shown
@@ -193,19 +192,6 @@ def test_reports_of_none_and_of_two(panel: TestDataViewerPanel, boxes: Boxes, tm
     choose(panel, "2")
     assert save(panel, None) == "A.xlsx"  # the row counts in the whole list, whatever the filter shows
     assert not list(tmp_path.iterdir()) and len(boxes.shown) == 2
-
-
-def test_what_cannot_be_written_raises_and_the_unit_stays(panel: TestDataViewerPanel, tmp_path: Path) -> None:
-    odd = unit("A", 1, Assertion("raw", "\x07")), unit("B", 1, Assertion("array", [1, 2]))
-    panel.extend([*odd, unit("C")])
-    path = tmp_path / "report.xlsx"
-    errors = {(0, path): IllegalCharacterError, (1, path): ValueError, (2, tmp_path): OSError}
-    for (row, target), error in errors.items():
-        with pytest.raises(error):
-            save(panel, target, row)
-    assert [uut.serial_number for uut in panel.get_uut_list()] == ["A", "B", "C"]
-    save(panel, path, 2)
-    assert rows(path)[4][0] == "a"
 
 
 FIGURES = ("ok_count", "ng_count", "yield", "max", "min", "middle", "average", "variance", "std_deviation")
