@@ -1,6 +1,9 @@
 """Modal boxes of the companions: one at a time, readable from where the operator stands, safe from scanners."""
 
+from . import loops
 from .box import Box
 from .turns import TurnDialog, station_window
 
 __all__ = ["Box", "TurnDialog", "station_window"]
+
+loops.watch()
