@@ -109,6 +109,39 @@ def test_questions_come_one_after_the_other_and_each_gets_its_answer(cells: list
     assert [thread.result for thread in threads] == [wx.YES, wx.NO]
 
 
+def type_in(message: str, title: str) -> None:
+    dialog = wx.TextEntryDialog(None, message, title)
+    dialog.ShowModal()
+    dialog.Destroy()
+
+
+@pytest.mark.parametrize("first", [MB.Notice, type_in])
+def test_a_box_under_an_input_in_which_a_third_one_waits_is_answered(first: Any, frame: wx.Frame) -> None:
+    """wx hides a box that is answered while a later one's loop is still there, and would never return."""
+    got: list[str] = []
+
+    def ask_for(function: Callable[..., Any], title: str) -> None:
+        function("Fit the board", title)
+        got.append(title)
+
+    boxes = 2 if first is MB.Notice else 1  # that take turns
+    then = {"A": (type_in, "B"), "B": (MB.Notice, "C")}
+    order = ["B", "A", "C"]
+
+    def act(dialog: Any) -> Any:
+        title = dialog.GetTitle()
+        if title in then:
+            wx.CallAfter(ask_for, *then.pop(title))
+        elif title == order[0] and len(turns._asked) == boxes:
+            order.remove(title)
+            return dialog.EndModal(wx.ID_OK)
+        return LATER
+
+    with Answers(act):
+        wx.CallAfter(ask_for, first, "A")
+        pump(lambda: got == ["C", "B", "A"])
+
+
 @pytest.mark.parametrize("where", ["window", "cell"])
 def test_a_box_of_a_thread_ends_when_its_window_goes(where: str, frame: wx.Frame, cells: list[Any]) -> None:
     """The one that is open and the one that waits for its turn; nobody hangs, nothing crashes."""
