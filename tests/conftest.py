@@ -91,6 +91,15 @@ def boxes(monkeypatch: pytest.MonkeyPatch) -> Boxes:
 
 
 @pytest.fixture
+def hasty_switching() -> Iterator[None]:
+    """Threads are switched as often as the interpreter can."""
+    interval = sys.getswitchinterval()
+    sys.setswitchinterval(1e-6)
+    yield
+    sys.setswitchinterval(interval)
+
+
+@pytest.fixture
 def english(monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.setenv("QON_LANG", "en")
 

@@ -162,8 +162,8 @@ def test_when_an_ng_stops(configured: bool | None, argument: bool | None, stops:
     assert cell._assertion_queue.qsize() == len(cell.names)
 
 
-def test_the_queue_is_a_standard_queue_that_loses_nothing(host: Host) -> None:
-    """Producers and consumers that wait, poll and look on, switched as often as the interpreter can."""
+def test_the_queue_is_a_standard_queue_that_loses_nothing(host: Host, hasty_switching: None) -> None:
+    """Whether its consumers wait, poll or look on."""
     cells = [host() for _ in range(2)]
     line = cells[0]._assertion_queue
     assert isinstance(line, queue.Queue) and (line.maxsize, line.qsize(), line.empty()) == (0, 0, True)
@@ -183,21 +183,16 @@ def test_the_queue_is_a_standard_queue_that_loses_nothing(host: Host) -> None:
 
     producers = [threading.Thread(target=produce, args=(number,)) for number in range(2)]
     consumers = [threading.Thread(target=consume, args=each) for each in zip(got, (None, 1e-5, 0), strict=True)]
-    interval = sys.getswitchinterval()
-    sys.setswitchinterval(1e-6)
-    try:
-        for thread in (*consumers, *producers):
-            thread.daemon = True
-            thread.start()
-        for thread in producers:
-            thread.join(30)
-        line.join()
-        for _ in consumers:
-            line.put(Assertion("last", 1))
-        for thread in consumers:
-            thread.join(30)
-    finally:
-        sys.setswitchinterval(interval)
+    for thread in (*consumers, *producers):
+        thread.daemon = True
+        thread.start()
+    for thread in producers:
+        thread.join(30)
+    line.join()
+    for _ in consumers:
+        line.put(Assertion("last", 1))
+    for thread in consumers:
+        thread.join(30)
     names = [[name for name in mine[:-1] if name[0] == number] for mine in got for number in "01"]
     every = [f"{number}.{index:04}" for number in range(2) for index in range(3000)]
     assert sorted(itertools.chain(*names)) == every

@@ -52,7 +52,7 @@ def test_a_failing_listener_keeps_no_other_from_being_called_and_is_not_lost() -
     assert got == [1, 2, 2, 3, 3, 3]
 
 
-def test_no_subscription_is_lost_among_threads() -> None:
+def test_no_subscription_is_lost_among_threads(hasty_switching: None) -> None:
     event, calls, start = Callback(), [], threading.Barrier(4)
 
     def work(number: int) -> None:
