@@ -7,7 +7,6 @@ from typing import Any
 import pytest
 import qon_ats
 import wx
-from conftest import Uncaught
 from station import Answers, Station, colours, counters, named, prompt, texts
 from support import Boxes, click, in_thread, press, pump, pump_for, scan
 
@@ -130,6 +129,9 @@ def test_what_a_script_posts_last_does_not_cover_the_verdict(station: Station) -
 def test_what_a_test_thread_shows(station: Station, monkeypatch: pytest.MonkeyPatch) -> None:
     [cell] = station("""
         meet.notes.append(self.uut.serial_number)
+        meet.notes.append(self.call_user_function(sorted, [1, 2], reverse=True))
+        meet.notes.append(self.call_user_function_no_wait(meet.notes.append, 'posted'))
+        meet.notes.append(self.call_user_function(threading.current_thread) is threading.main_thread())
         for percent in (-5, 150, 42.5, 90): self.update_percentage(percent)
         self.increase_percentage(30)
         self.print('中文'); self.print('b', end=''); cell.print(None)
@@ -148,7 +150,8 @@ def test_what_a_test_thread_shows(station: Station, monkeypatch: pytest.MonkeyPa
     station.meetings[1].arrived()
     pump(lambda: cell.get_serial_number() == "SN-NEW")
     station.finish()
-    assert station.meetings[1].notes == ["A", "SN-NEW", "Serial number must be a str object."]
+    notes = ["A", [2, 1], None, "posted", True, "SN-NEW", "Serial number must be a str object."]
+    assert station.meetings[1].notes == notes
     assert gauge == [0, 0, 100, 42.5, 90, 100, 100]
     assert cell.ui_test_logger.GetValue() == "中文\nb\n"
     station.run(cell, "C")  # begins with nothing left of the first
@@ -179,25 +182,6 @@ def test_answers_that_are_none(station: Station, boxes: Boxes) -> None:
     assert station.meetings[1].notes == [False, False, "", None, None]
     assert shown.parents[:2] == [cell] * 2 and all("Cell 1" in title for title in shown.titles)
     assert boxes.shown == [("Notice", (), {"message": "Take the unit out", "title": "Cell 1"})]
-
-
-def test_functions_run_in_the_gui_thread_for_a_script(station: Station, uncaught: Uncaught) -> None:
-    [cell] = station("""
-        meet.notes.append(self.call_user_function(sorted, [1, 2], reverse=True))
-        meet.notes.append(self.call_user_function(threading.current_thread) is threading.main_thread())
-        meet.notes.append(self.call_user_function_no_wait(meet.notes.append, 'first'))
-        self.call_user_function(int)
-        meet.notes.append(self.call_user_function_delay_wait(int, 'x'))
-        meet()
-        meet.notes[-1].wait()""").cells
-    cell.start()
-    station.meetings[1].arrived()
-    pump(lambda: uncaught.errors)
-    uncaught.take(ValueError)  # out of the event loop; who waits for the result goes on waiting
-    *notes, info = station.meetings[1].notes
-    assert notes == [[2, 1], True, None, "first"]
-    assert (cell.is_busy(), info.result, info.event.is_set()) == (True, None, False)
-    info.event.set()
 
 
 def test_a_subclass_of_the_cell_is_asked(station: Station, monkeypatch: pytest.MonkeyPatch) -> None:

@@ -8,7 +8,7 @@ import pytest
 import qon_ats
 import wx
 from station import Station, counters, texts
-from support import Boxes, pump, pump_for, write_book, write_script
+from support import Boxes, in_thread, pump, pump_for, write_book, write_script
 
 ALL_KEYS = {
     "mop_block_ticker": False, "show_toolbar": True, "show_statistics_panel": False, "cell_count": 5,
@@ -57,6 +57,7 @@ def test_titles_and_cells_by_index_and_by_number(station: Station) -> None:
         frame = station.build(title=title)
         assert frame.GetTitle() == shown
     assert frame.get_cell() is frame.get_cell(-2) is frame.cells[0] and frame.get_cell_count() == 2
+    assert frame.is_in_ui_thread() and not in_thread(frame.is_in_ui_thread)
     for number in (0, 3, -1):
         assert frame.start_cell(number, "SN") is None
     pump_for(0.02)
@@ -111,19 +112,6 @@ def test_own_words_for_ok_and_ng(station: Station, monkeypatch: pytest.MonkeyPat
         assert cell.ui_history_grid.GetCellValue(0, 3) == cell.ui_assertions.GetCellValue(0, 5) == word
     grid = frame._ATSFrame__test_data_viewer.test_data_viewer_panel.ui_history
     pump(lambda: tuple(row[3] for row in texts(grid)) == words)
-
-
-def test_debug_mode_and_what_scripts_share_with_their_frame(station: Station) -> None:
-    frame = station("self.set_shared_obj('lock', cell)\nself.debug_print('detail')\nself.append_ok('a', 1)",
-                    "self.append_ok('a', not self.frame_noumenon.is_in_ui_thread())")  # fmt: skip
-    with pytest.raises(KeyError):
-        frame.get_shared_obj("lock")
-    for debug, log in ((True, "detail\n"), (False, "")):
-        frame.ui_in_debug_mode.Check(debug)
-        frame.on_change_debug_mode(None)
-        assert station.run(frame.cells[0]).ui_test_logger.GetValue() == log
-    assert frame.get_shared_obj("lock") is frame.cells[0] and frame.is_in_ui_thread()
-    assert station.run(frame.cells[1]).uut.assertions[0].value is True
 
 
 class Hooked(qon_ats.ATSFrame):

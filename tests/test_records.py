@@ -66,9 +66,8 @@ def test_missing_fields_are_empty_where_they_are_shown() -> None:
     assert (full.get_name(), full.get_value(), full.get_lower(), full.get_upper()) == ("b", 1, 0, 2)
     assert (full.name, full.value, full.lower, full.upper, full.get_unit()) == ("b", 1, 0, 2, "V")
     assert (full.report_needed, full.assert_time) == (False, 7.0)
-    full.report_needed = True
+    full.report_needed, full.unit = True, "mV"
     full.set_elapse_time(1.5)
-    full.unit = "mV"
     assert (full.report_needed, full.get_elapse_time(), full.unit) == (True, 1.5, "mV")
     for attribute in ("name", "value", "lower", "upper", "result"):
         with pytest.raises(AttributeError):
