@@ -166,8 +166,8 @@ def test_a_question_takes_its_cell_alone_into_waiting_and_holds_the_focus_back(s
         for cell in frame.cells[:2]:
             cell.start()
         pump(lambda: len(states) == 2 and has_focus(entry), what="the focus is where it was asked for")
-    # The first stays in its question until the second one, above it, is answered too.
-    assert states == [["waiting", "testing", "ready"], ["waiting", "waiting", "ready"]]
+    # Both wait for the operator from the moment they ask, the first until the second one, above it, is answered too.
+    assert states == [["waiting", "waiting", "ready"], ["waiting", "waiting", "ready"]]
     pump(lambda: [cell.ui_prompt.face.state for cell in frame.cells] == ["testing", "testing", "ready"])
 
 

@@ -1,4 +1,4 @@
-"""Which cell waits for an answer: modal boxes that belong to a cell are noticed while they are open."""
+"""Which cell waits for an answer: boxes that belong to a cell, open or waiting for their turn, are noticed."""
 
 from __future__ import annotations
 
@@ -6,6 +6,7 @@ import logging
 import weakref
 
 import wx
+from qon_companions.boxes import when_asked
 
 from qon_atsui.serial_entry import settle_focus
 
@@ -15,7 +16,7 @@ log = logging.getLogger(__name__)
 class QuestionHook(wx.ModalDialogHook):
     """Hears of every modal box; a box belongs to the cell it hangs on or whose name it carries.
 
-    A cell in `hosts` answers its name (`_ui_title`) and is told how many boxes are open (`_ui_questions`).
+    A cell in `hosts` answers its name (`_ui_title`) and is told how many boxes it has (`_ui_questions`).
     """
 
     def __init__(self) -> None:
@@ -24,16 +25,26 @@ class QuestionHook(wx.ModalDialogHook):
         self._open: list[tuple[wx.Dialog, weakref.ref[wx.Window]]] = []
 
     def Enter(self, dialog: wx.Dialog) -> int:
+        self._notice(dialog, opens=True)
+        return int(wx.ID_NONE)
+
+    def asked(self, dialog: wx.Dialog) -> None:
+        """The box may have to wait for its turn; its cell waits from now on."""
+        self._notice(dialog, opens=False)
+
+    def _notice(self, dialog: wx.Dialog, opens: bool) -> None:
         try:
             host = self._host(dialog)
-            if host is not None:
+            if host is None:
+                return
+            if all(entry[0] is not dialog for entry in self._open):
                 self._open.append((dialog, weakref.ref(host)))
                 dialog.Bind(wx.EVT_WINDOW_DESTROY, self._on_destroy)
-                place_over(dialog, host)
                 self._tell(host)
+            if opens:
+                place_over(dialog, host)
         except Exception:  # a box must open, whatever goes wrong here
             log.exception("A question was not noticed.")
-        return int(wx.ID_NONE)
 
     def Exit(self, dialog: wx.Dialog) -> None:
         self._forget(dialog)
@@ -73,6 +84,7 @@ def watch(cell: wx.Window) -> None:
     if _hook is None:
         _hook = QuestionHook()
         _hook.Register()
+        when_asked.append(_hook.asked)
     _hook.hosts.add(cell)
 
 

@@ -2,8 +2,8 @@
 
 from . import loops
 from .box import Box
-from .turns import TurnDialog, station_window
+from .turns import TurnDialog, station_window, when_asked
 
-__all__ = ["Box", "TurnDialog", "station_window"]
+__all__ = ["Box", "TurnDialog", "station_window", "when_asked"]
 
 loops.watch()

@@ -17,6 +17,8 @@ QUIET_SECONDS = 0.08
 _POLL_MS = 20
 
 _asked: list["TurnDialog"] = []
+# Called with a box that is asked for, before its turn: whoever shows which cell waits for the operator.
+when_asked: list[Callable[["TurnDialog"], None]] = []
 _last_answer = 0.0
 
 
@@ -36,6 +38,8 @@ class TurnDialog(wx.Dialog):
         _asked.append(self)
         self._answer = None
         try:
+            for listener in when_asked:
+                listener(self)
             while self._answer is None:
                 _wait(lambda: self._answer is not None or _way_is_free())
                 first = next((box for box in _asked if box._answer is None), self)
