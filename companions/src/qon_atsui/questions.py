@@ -6,7 +6,7 @@ import logging
 import weakref
 
 import wx
-from qon_companions.boxes import when_asked
+from qon_companions.boxes import loops, when_asked
 
 from qon_atsui.serial_entry import settle_focus
 
@@ -84,6 +84,7 @@ def watch(cell: wx.Window) -> None:
     if _hook is None:
         _hook = QuestionHook()
         _hook.Register()
+        loops.watch()
         when_asked.append(_hook.asked)
     _hook.hosts.add(cell)
 

@@ -36,9 +36,12 @@ class Loops(wx.ModalDialogHook):
             wx.EventLoopBase.GetActive().Exit()
 
 
-_loops = Loops()
+_loops: Loops | None = None
 
 
 def watch() -> None:
     """From now on, for all dialogs of the process."""
-    _loops.Register()
+    global _loops
+    if _loops is None:
+        _loops = Loops()
+        _loops.Register()

@@ -10,6 +10,8 @@ from collections.abc import Callable
 
 import wx
 
+from . import loops
+
 # A double tap on one box must not answer the next one.
 PAUSE_SECONDS = 0.3
 # A scanner's characters come closer together than this; a box must not cut its text in two.
@@ -27,6 +29,7 @@ class TurnDialog(wx.Dialog):
 
     def __init__(self, parent: wx.Window | None, title: str, style: int = wx.DEFAULT_DIALOG_STYLE) -> None:
         super().__init__(parent, title=title, style=style)
+        loops.watch()
         self._answer: int | None = None
         self._on_screen = False
         self._shelter: wx.Frame | None = None
