@@ -11,7 +11,8 @@ from support import Boxes, parameter_row, pump, pump_for, write_book, write_limi
 
 GOOD = "self.append_ok('a', 1)"
 ODD_ROW = (*parameter_row("cell_count", 2)[:6], "integr")
-LIMITS = {"script": "s.py", "assertion_config_file": "odd.xlsx"}
+SCRIPT = {"script": "s.py"}
+LIMITS = {**SCRIPT, "assertion_config_file": "odd.xlsx"}
 # The sheets of the workbook, None without one, bytes of a damaged one; what the error names.
 BOOKS: dict[str, tuple[Any, list[str]]] = {
     "missing": (None, ["ats_config.xlsx"]),
@@ -21,7 +22,7 @@ BOOKS: dict[str, tuple[Any, list[str]]] = {
     "odd_type": ({"main": [ODD_ROW]}, ["ats_config.xlsx", "main", "cell_count", "integr"]),
     "text_count": ({"main": {"cell_count": "two"}}, ["ats_config.xlsx", "main", "cell_count", "two"]),
     "minus_one": ({"main": {"column_count": -1}}, ["ats_config.xlsx", "main", "column_count", "-1"]),
-    "text_interval": ({"main": {"ticker_interval": "1 s"}, "cell1": {"script": "s.py"}}, ["main", "1 s"]),
+    "text_interval": ({"main": {"run_ticker": True, "ticker_interval": "1 s"}, "cell1": SCRIPT}, ["main", "1 s"]),
     "no_script": ({"main": {}, "cell1": {"none_unit": ""}}, ["cell 1", '"script"']),
     "no_limits": ({"main": {}, "cell1": {**LIMITS, "assertion_config_file": "gone.xlsx"}}, ["gone.xlsx"]),
     "odd_limits": ({"main": {}, "cell1": LIMITS}, ["odd.xlsx", "VOUT", "5", "1"]),

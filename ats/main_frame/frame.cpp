@@ -39,13 +39,6 @@ nb::object count_of(nb::handle book, nb::handle file, const char* key) {
     return count;
 }
 
-nb::object interval_of(nb::handle book, nb::handle file) {
-    const nb::object interval = book.attr("get")("ticker_interval", 100);
-    if (!PyNumber_Check(interval.ptr()))
-        raise_for_key(PyExc_TypeError, file, "ticker_interval", interval, "a number of milliseconds");
-    return interval;
-}
-
 Grid read_main_sheet(nb::handle self, nb::handle book, nb::handle file) {
     const auto get = book.attr("get");
     set_field<"_mop_block_ticker">(self, get("mop_block_ticker", true));
@@ -85,10 +78,13 @@ void arm_timers(nb::handle self, nb::handle book, nb::handle file) {
     self.attr("ui_initializer_trigger").attr("StartOnce")(0);
     set_field<"_in_ticker">(self, nb::bool_(false));
     const nb::object run = book.attr("get")("run_ticker", false);
-    const nb::object interval = interval_of(book, file);
+    const nb::object interval = book.attr("get")("ticker_interval", 100);
     set_field<"_run_ticker">(self, run);
     set_field<"_ticker_interval">(self, interval);
-    if (truth(run) && interval > nb::int_(0)) self.attr("ui_ticker_timer").attr("StartOnce")(interval);
+    if (!truth(run)) return;
+    if (!PyNumber_Check(interval.ptr()))
+        raise_for_key(PyExc_TypeError, file, "ticker_interval", interval, "a number of milliseconds");
+    if (interval > nb::int_(0)) self.attr("ui_ticker_timer").attr("StartOnce")(interval);
 }
 
 nb::object init(nb::handle self, const Arguments& args) {
