@@ -23,6 +23,7 @@ BENCH_ARGS :=
 
 MODULE_SOURCES := CMakeLists.txt pyproject.toml $(shell find ats -name '*.[ch]pp' -o -name '*.pyi' -o -name 'py.typed')
 COMPANION_SOURCES := companions/pyproject.toml companions/setup.py $(shell find companions -name '*.po')
+RESULTS_SOURCES := results/pyproject.toml
 CPP := $(filter %.cpp %.hpp,$(MODULE_SOURCES))
 
 .PHONY: run test bench sanitize wheels lint setup system clean
@@ -74,7 +75,7 @@ lint: setup $(STAMPS)/test
 	@if command -v clang-format >/dev/null; then clang-format --dry-run --Werror $(CPP); \
 	else echo "clang-format is not installed: the layout of the C++ sources was not checked"; fi
 
-setup: $(STAMPS)/module $(STAMPS)/companions
+setup: $(STAMPS)/module $(STAMPS)/companions $(STAMPS)/results
 
 # Asked for each time: it answers at once when nothing is missing, and a package may have been removed.
 system:
@@ -111,5 +112,11 @@ $(STAMPS)/companions: $(COMPANION_SOURCES) $(STAMPS)/packages
 	@mkdir -p build && flock build/companions.lock $(PIP) install --no-build-isolation --no-deps --editable companions
 	@touch $@
 
+$(STAMPS)/results: $(RESULTS_SOURCES) requirements/results.txt $(STAMPS)/packages
+	@echo "installing qon_results into $(VENV)"
+	@$(PIP) install -r requirements/results.txt
+	@mkdir -p build && flock build/results.lock $(PIP) install --no-build-isolation --no-deps --editable results
+	@touch $@
+
 clean:
-	rm -rf build .venv .venv-* companions/build companions/src/*.egg-info
+	rm -rf build .venv .venv-* companions/build companions/src/*.egg-info results/build results/src/*.egg-info

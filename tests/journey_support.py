@@ -4,7 +4,7 @@ from collections.abc import Callable
 from typing import Any
 
 import qon_ats
-import qon_atsui.commands
+import qon_atsui.frame.commands
 import wx
 import wx.grid
 from station import Station, click_row
@@ -26,7 +26,7 @@ def commands() -> dict[str, Any]:
     """The commands of the menus by their handler, each with the letters that lead to it."""
     return {
         command.handler: (command, letter(title), letter(command.label))
-        for title, entries in qon_atsui.commands.menus()
+        for title, entries in qon_atsui.frame.commands.menus()
         for command in entries
         if command is not None
     }

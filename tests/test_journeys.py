@@ -12,7 +12,7 @@ import qon_touch
 import qon_wxtools
 import wx
 from journey_support import Keyboard, Mouse, Scanner, button, commands, letter, state, told
-from qon_atsui.details import DetailsWindow
+from qon_atsui.cell.details import DetailsWindow
 from qon_station.fault_window import FaultWindow
 from qon_station.faults import Faults
 from station import Answers, Station, counters, dialogs, file_dialog, texts

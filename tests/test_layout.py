@@ -10,9 +10,10 @@ import pytest
 import qon_atsui
 import wx
 from babel.messages.pofile import read_po
-from qon_atsui import serial_entry, sizing
-from qon_atsui.commands import menus
-from qon_atsui.signs import Signs, read
+from qon_atsui import sizing
+from qon_atsui.cell import serial_entry
+from qon_atsui.cell.signs import Signs, read
+from qon_atsui.frame.commands import menus
 from qon_companions.boxes import turns
 from station import LATER, Answers, Station
 from support import has_focus, in_thread, press, pump, pump_for, scan, shown
@@ -249,7 +250,7 @@ def test_every_label_is_translated() -> None:
     catalogue = SOURCE.parent / "qon_companions" / "locale" / "zh_CN" / "LC_MESSAGES" / "qon.po"
     with catalogue.open("rb") as text:
         known = {message.id for message in read_po(text) if message.string}
-    nodes = [node for path in SOURCE.glob("*.py") for node in ast.walk(ast.parse(path.read_text("utf-8")))]
+    nodes = [node for path in SOURCE.rglob("*.py") for node in ast.walk(ast.parse(path.read_text("utf-8")))]
     calls = [node for node in nodes if isinstance(node, ast.Call) and isinstance(node.func, ast.Name)]
     labels = {node.args[0].value for node in calls if node.func.id == "_"}
     assert len(labels) > 100 and labels - known == set()

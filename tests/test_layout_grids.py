@@ -8,8 +8,8 @@ import pytest
 import qon_atsui
 import wx
 import wx.grid
-from qon_atsui.log_view import CAP, LogView
-from qon_atsui.record_grid import RecordGrid
+from qon_atsui.cell.log_view import CAP, LogView
+from qon_atsui.grid.record_grid import RecordGrid
 from station import click_row
 from support import in_thread, press, pump, pump_for, shown
 

@@ -7,12 +7,12 @@ from qon_companions.i18n import _
 
 from qon_atsui import palette, sizing
 from qon_atsui.fields import caption
+from qon_atsui.grid.record_grid import RecordGrid
 from qon_atsui.handlers import bind, relay
 from qon_atsui.icons import window_icon
-from qon_atsui.item_figures import ItemFigures, figures_guide
-from qon_atsui.record_grid import RecordGrid
 from qon_atsui.splitter import RatioSplitter
-from qon_atsui.unit_list import CellFilter, Listing, UnitGrid
+from qon_atsui.viewer.item_figures import ItemFigures, figures_guide
+from qon_atsui.viewer.unit_list import CellFilter, Listing, UnitGrid
 
 _SIZE = (1100, 700)  # DIP; less on a smaller screen
 ALL_CELLS = "all"  # the product's own word, compared with by it

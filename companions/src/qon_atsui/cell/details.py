@@ -6,7 +6,7 @@ import wx
 from qon_companions.i18n import _
 
 from qon_atsui import palette, sizing
-from qon_atsui.cell_pages import CellPages
+from qon_atsui.cell.pages import CellPages
 
 _SMALLEST = (520, 380)  # DIP
 

@@ -8,7 +8,7 @@ import weakref
 import wx
 from qon_companions.boxes import loops, when_asked
 
-from qon_atsui.serial_entry import settle_focus
+from qon_atsui.cell.serial_entry import settle_focus
 
 log = logging.getLogger(__name__)
 

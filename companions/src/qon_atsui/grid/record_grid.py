@@ -13,10 +13,10 @@ import wx
 import wx.grid
 
 from qon_atsui import palette, sizing
-from qon_atsui.column_fit import ColumnFit
-from qon_atsui.grid_keys import GridKeys
-from qon_atsui.grid_table import StoreTable
-from qon_atsui.row_store import RowStore
+from qon_atsui.grid.column_fit import ColumnFit
+from qon_atsui.grid.keys import GridKeys
+from qon_atsui.grid.row_store import RowStore
+from qon_atsui.grid.table import StoreTable
 
 _NOTHING = object()
 _FAR_DOWN = 10**8  # scroll units; the scroll bar stops at its end

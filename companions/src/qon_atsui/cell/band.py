@@ -10,10 +10,11 @@ from typing import Any
 
 import wx
 
-from qon_atsui import glyphs, palette, sizing
+from qon_atsui import palette, sizing
+from qon_atsui.cell import glyphs
+from qon_atsui.cell.signs import Face, Signs, read
+from qon_atsui.cell.textfit import LINE, Fitted, fit, width_per_point
 from qon_atsui.fields import Painted
-from qon_atsui.signs import Face, Signs, read
-from qon_atsui.textfit import LINE, Fitted, fit, width_per_point
 from qon_atsui.texts import displayable
 
 _LARGEST = 400.0  # points; a 4K screen with one cell

@@ -14,11 +14,11 @@ from dataclasses import dataclass
 import wx
 
 from qon_atsui import sizing
-from qon_atsui.band import VerdictBand
-from qon_atsui.cell_pages import CellPages
-from qon_atsui.cell_parts import Head, Totals
+from qon_atsui.cell.band import VerdictBand
+from qon_atsui.cell.pages import CellPages
+from qon_atsui.cell.parts import Head, Totals
+from qon_atsui.cell.serial_entry import SerialEntry
 from qon_atsui.fields import CommandButton, ValueLabel
-from qon_atsui.serial_entry import SerialEntry
 from qon_atsui.sizing import Sizes
 
 SMALLEST = (236, 170)  # DIP

@@ -15,7 +15,7 @@ from typing import Any
 import wx
 from qon_companions.gui_thread import is_gui_thread, post
 
-from qon_atsui.record_grid import RecordGrid
+from qon_atsui.grid.record_grid import RecordGrid
 
 
 class Listing:

@@ -6,8 +6,8 @@ import wx
 from qon_companions.i18n import _
 
 from qon_atsui import palette, sizing
-from qon_atsui.log_view import LogView
-from qon_atsui.record_grid import RecordGrid
+from qon_atsui.cell.log_view import LogView
+from qon_atsui.grid.record_grid import RecordGrid
 
 
 class CellPages(wx.Notebook):

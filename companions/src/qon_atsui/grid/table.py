@@ -6,7 +6,7 @@ import wx
 import wx.grid
 
 from qon_atsui import palette, sizing
-from qon_atsui.row_store import RowStore
+from qon_atsui.grid.row_store import RowStore
 from qon_atsui.texts import displayable
 
 

@@ -8,16 +8,17 @@ from __future__ import annotations
 import wx
 from qon_companions.i18n import _
 
-from qon_atsui import palette, questions
-from qon_atsui.band import VerdictBand
-from qon_atsui.cell_face import EDGE, SMALLEST, CellFace, Parts
-from qon_atsui.cell_pages import CellPages
-from qon_atsui.cell_parts import Head, Totals, abort_button, details_button, start_button
-from qon_atsui.details import DetailsWindow
+from qon_atsui import palette
+from qon_atsui.cell import questions
+from qon_atsui.cell.band import VerdictBand
+from qon_atsui.cell.details import DetailsWindow
+from qon_atsui.cell.face import EDGE, SMALLEST, CellFace, Parts
+from qon_atsui.cell.pages import CellPages
+from qon_atsui.cell.parts import Head, Totals, abort_button, details_button, start_button
+from qon_atsui.cell.serial_entry import SerialEntry, settle_focus
+from qon_atsui.cell.signs import PAUSE, Signs
 from qon_atsui.fields import ValueLabel
 from qon_atsui.handlers import bind, relay
-from qon_atsui.serial_entry import SerialEntry, settle_focus
-from qon_atsui.signs import PAUSE, Signs
 from qon_atsui.timers import OneShotTimer
 
 

@@ -6,13 +6,13 @@ import wx
 from qon_companions import posted_calls
 
 from qon_atsui import palette
-from qon_atsui.cell import Cell
-from qon_atsui.commands import CommandBars
+from qon_atsui.cell.panel import Cell
+from qon_atsui.cell.serial_entry import SerialEntry, next_entry, settle_focus
+from qon_atsui.frame.commands import CommandBars
+from qon_atsui.frame.totals import TotalsPanel
 from qon_atsui.handlers import relay
 from qon_atsui.icons import window_icon
-from qon_atsui.serial_entry import SerialEntry, next_entry, settle_focus
 from qon_atsui.timers import OneShotTimer
-from qon_atsui.totals import TotalsPanel
 
 _FIRST_SIZE = (1180, 820)  # DIP, before it is maximised
 _SMALLEST = (640, 480)

@@ -1,0 +1,1 @@
+"""The layout of one cell: band, entry, pages, details."""

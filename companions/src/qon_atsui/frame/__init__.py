@@ -1,0 +1,1 @@
+"""The station window with its commands and totals."""

@@ -1,0 +1,1 @@
+"""The grid that shows records, and what it is made of."""

@@ -1,0 +1,1 @@
+"""From columns to figures; no database, no page."""

@@ -1,0 +1,1 @@
+"""The line's database: outbox and sender."""

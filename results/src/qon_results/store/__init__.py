@@ -1,0 +1,1 @@
+"""Schema and queries of one station's file."""
