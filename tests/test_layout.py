@@ -10,10 +10,12 @@ import pytest
 import qon_atsui
 import wx
 from babel.messages.pofile import read_po
+from journey_support import state
 from qon_atsui import sizing
 from qon_atsui.cell import serial_entry
 from qon_atsui.cell.signs import Signs, read
 from qon_atsui.frame.commands import menus
+from qon_companions import notices
 from qon_companions.boxes import turns
 from station import LATER, Answers, Station
 from support import has_focus, in_thread, press, pump, pump_for, scan, shown
@@ -170,6 +172,27 @@ def test_a_question_takes_its_cell_alone_into_waiting_and_holds_the_focus_back(s
     # Both wait for the operator from the moment they ask, the first until the second one, above it, is answered too.
     assert states == [["waiting", "waiting", "ready"], ["waiting", "waiting", "ready"]]
     pump(lambda: [cell.ui_prompt.face.state for cell in frame.cells] == ["testing", "testing", "ready"])
+
+
+def test_notices_stand_on_the_bands_of_ready_cells(station: Station) -> None:
+    """Posted before there is a window and in other threads; a running test is not disturbed, a verdict stays."""
+    notices.post("line", "Next shift: 2", cell=2)
+    try:
+        first, second = station("meet()\nself.append_ok('a', 1)", "").cells
+        assert [state(cell) for cell in (first, second)] == [("READY", ASKED), ("READY", "Next shift: 2")]
+        first.start("SN1")
+        station.meetings[1].arrived()
+        in_thread(lambda: (notices.post("disk", "Disk full", stop=True), notices.status("disk", "0 MB")))
+        pump(lambda: state(second) == ("NOT READY", "Disk full\nNext shift: 2"))
+        bar = station.frame.GetStatusBar()
+        assert state(first)[0] == "TESTING" and [bar.GetStatusText(1), bar.GetFieldsCount()] == ["0 MB", 2]
+        station.finish(first)
+        assert state(first) == ("OK", "Disk full")
+    finally:
+        for source in ("line", "disk"):
+            notices.withdraw(source)
+        notices.status("disk", "")
+    pump(lambda: state(first) == ("OK", "") and bar.GetFieldsCount() == 1)
 
 
 def test_a_box_gives_the_focus_back_to_a_half_typed_number(station: Station) -> None:

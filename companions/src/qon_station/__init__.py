@@ -1,5 +1,7 @@
 """Starts a station application: log file, fault reports, exit code."""
 
+from qon_companions import notices
+
 from .start import run
 
-__all__ = ["run"]
+__all__ = ["notices", "run"]

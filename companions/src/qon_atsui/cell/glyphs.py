@@ -18,7 +18,7 @@ _WEIGHT = 0.17  # of the square's side
 def draw(gc: wx.GraphicsContext, glyph: str, box: wx.Rect2D, ink: wx.Colour, share: float = 0.0) -> None:
     """Draw one glyph into a square; `share` (0 to 1) is how far the progress ring is closed."""
     side = box.width
-    painter = {"progress": _progress, "warning": _warning, "question": _question, "dot": _dot}.get(glyph)
+    painter = _PAINTERS.get(glyph)
     if painter is not None:
         painter(gc, box, ink, share)
         return
@@ -85,3 +85,16 @@ def _dot(gc: wx.GraphicsContext, box: wx.Rect2D, ink: wx.Colour, _share: float) 
     gc.SetPen(_pen(gc, ink, side * 0.12))
     gc.SetBrush(wx.TRANSPARENT_BRUSH)
     gc.DrawEllipse(box.x + 0.2 * side, box.y + 0.2 * side, 0.6 * side, 0.6 * side)
+
+
+def _stop(gc: wx.GraphicsContext, box: wx.Rect2D, ink: wx.Colour, _share: float) -> None:
+    """A filled disk with a bar left out: no entry."""
+    side = box.width
+    path = gc.CreatePath()
+    path.AddCircle(box.x + 0.5 * side, box.y + 0.5 * side, 0.44 * side)
+    path.AddRectangle(box.x + 0.24 * side, box.y + 0.42 * side, 0.52 * side, 0.16 * side)
+    gc.SetBrush(wx.Brush(ink))
+    gc.FillPath(path, wx.ODDEVEN_RULE)
+
+
+_PAINTERS = {"progress": _progress, "warning": _warning, "question": _question, "dot": _dot, "stop": _stop}

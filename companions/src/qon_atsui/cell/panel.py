@@ -6,9 +6,10 @@ Mixed with the engine's class, which owns the plain names; everything private he
 from __future__ import annotations
 
 import wx
+from qon_companions import notices
 from qon_companions.i18n import _
 
-from qon_atsui import palette
+from qon_atsui import notice_board, palette
 from qon_atsui.cell import questions
 from qon_atsui.cell.band import VerdictBand
 from qon_atsui.cell.details import DetailsWindow
@@ -36,6 +37,7 @@ class Cell(wx.Panel):
         self._ui_create()
         self._ui_bind()
         questions.watch(self)
+        notice_board.watch(self)
 
     def _ui_create(self) -> None:
         """Widgets in the order of the Tab key."""
@@ -141,6 +143,10 @@ class Cell(wx.Panel):
     def _ui_questions(self, count: int) -> None:
         self._ui_signs.question(count)
         self.ui_prompt.Update()
+
+    def _ui_notices(self) -> None:
+        found = notices.of_cell(getattr(self, "cell_number", None))
+        self._ui_signs.notices([notice.text for notice in found], any(notice.stop for notice in found))
 
     # Size and looks.
 

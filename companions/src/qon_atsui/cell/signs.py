@@ -6,13 +6,14 @@ turns it into one `Face`: glyph, word, text and shade.  Nothing here needs a win
 
 from __future__ import annotations
 
-from collections.abc import Callable
-from dataclasses import dataclass, field
+from collections.abc import Callable, Iterable
+from dataclasses import dataclass, field, replace
 
 from qon_companions.i18n import _
 
 from qon_atsui import palette
 from qon_atsui.palette import Shade
+from qon_atsui.texts import displayable
 
 # The product's own words on the prompt and on the start button.
 RUNNING = "Running"
@@ -49,6 +50,8 @@ class Told:
     failed: str = ""
     fault: str = ""
     phase: bool = False
+    notices: str = ""  # of other parts of the station
+    stopped: bool = False  # one of them says that nothing can be started
 
 
 def _same(text: str, *words: str) -> bool:
@@ -107,14 +110,25 @@ def read(told: Told) -> Face:
         return _busy(told)
     ended = _ended(told)
     if ended is not None:
-        return ended
+        return replace(ended, text=_lines(ended.text, told.notices))
+    return _idle(told)
+
+
+def _idle(told: Told) -> Face:
+    """Nothing runs and no verdict is shown."""
+    if told.stopped:
+        return Face("stopped", "stop", _("NOT READY"), told.notices, palette.YELLOW, "text")
     if told.colour == "yellow":  # the application wants something done before the next unit
-        return Face(
-            "waiting", "question", _("WAITING"), told.text, palette.YELLOW, "text" if told.text else "word"
-        )
+        text = _lines(told.text, told.notices)
+        return Face("waiting", "question", _("WAITING"), text, palette.YELLOW, "text" if text else "word")
     shade = palette.NEUTRAL if told.colour in ("white", "gray") else palette.shade_of(told.colour)
-    text = told.text or _("Scan or type the serial number, then Enter")
-    return Face("ready", "dot", _("READY"), text, shade, "text" if told.text else "word")
+    text = _lines(told.text, told.notices)
+    hint = _("Scan or type the serial number, then Enter")
+    return Face("ready", "dot", _("READY"), text or hint, shade, "text" if text else "word")
+
+
+def _lines(*texts: str) -> str:
+    return "\n".join(filter(None, texts))
 
 
 @dataclass
@@ -167,6 +181,10 @@ class Signs:
     def fault(self, line: str) -> None:
         """What the exception that ended the run says."""
         self._update(fault=line)
+
+    def notices(self, texts: Iterable[str], stopped: bool) -> None:
+        """What other parts of the station say to a cell that is ready."""
+        self._update(notices=_lines(*map(displayable, texts)), stopped=stopped)
 
     def question(self, open_boxes: int) -> None:
         self._update(asking=open_boxes > 0)

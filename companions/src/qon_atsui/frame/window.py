@@ -9,6 +9,7 @@ from qon_atsui import palette
 from qon_atsui.cell.panel import Cell
 from qon_atsui.cell.serial_entry import SerialEntry, next_entry, settle_focus
 from qon_atsui.frame.commands import CommandBars
+from qon_atsui.frame.status import StatusBar
 from qon_atsui.frame.totals import TotalsPanel
 from qon_atsui.handlers import relay
 from qon_atsui.icons import window_icon
@@ -30,7 +31,7 @@ class Frame(wx.Frame):
         bars = CommandBars(self)
         self.ui_toolbar = bars.tool_bar
         self.ui_in_debug_mode = bars.menu_items["on_change_debug_mode"]
-        self.CreateStatusBar()
+        self.SetStatusBar(StatusBar(self))
         self._ui_is_new = True
         self._ui_create()
         self.ui_initializer_trigger = OneShotTimer(self, "on_trigger_initializer")
