@@ -48,19 +48,24 @@ sanitize: setup $(STAMPS)/test
 	tools/virtual-display env ASAN_OPTIONS=detect_leaks=0 LD_PRELOAD="$$preload" PYTHONPATH=build/sanitize \
 	    $(BIN)/python -m pytest --capture=sys $(PYTEST_ARGS)
 
-# Source distributions of both, and from these the companions' wheel and one of the module for each interpreter at hand.
+# Source distributions, and from these the wheels of the Python distributions and one of the module for each interpreter at
+# hand; auditwheel gives it the tag of the oldest C library that it runs with.
 DIST := build/wheels
 wheels: setup $(STAMPS)/wheels
 	@rm -rf $(DIST) build/wheel-env
 	@$(BIN)/python -m build --quiet --no-isolation --sdist --outdir $(DIST) .
 	@flock build/companions.lock $(BIN)/python -m build --quiet --no-isolation --outdir $(DIST) companions
+	@flock build/results.lock $(BIN)/python -m build --quiet --no-isolation --outdir $(DIST) results
 	@for name in $(WHEEL_PYTHONS); do \
 	    python=$$(tools/find-python $$name) || { echo "no wheel for $$name"; continue; }; \
 	    echo "building the wheel for $$name"; \
 	    "$$python" -m venv build/wheel-env/$$name; \
 	    PIP_CONSTRAINT=$(CURDIR)/requirements/build.txt build/wheel-env/$$name/bin/pip --quiet wheel --no-deps \
-	        --wheel-dir $(DIST) $(DIST)/qon_ats-[0-9]*.tar.gz; \
+	        --wheel-dir $(DIST)/plain $(DIST)/qon_ats-[0-9]*.tar.gz; \
 	done
+	@PATH="$(CURDIR)/$(BIN):$$PATH" $(BIN)/auditwheel --verbose repair --strip --wheel-dir $(DIST) $(DIST)/plain/*.whl \
+	    >$(DIST)/auditwheel.log 2>&1 || { tail -n 5 $(DIST)/auditwheel.log; exit 1; }
+	@rm -rf $(DIST)/plain $(DIST)/auditwheel.log
 	@ls $(DIST)
 
 # The companions, the demonstration and a new station, each as a program of its own.
@@ -72,8 +77,7 @@ lint: setup $(STAMPS)/test
 	cd demo && $(MYPY) *.py scripts/*.py bench_sim
 	rm -rf build/example && $(BIN)/python -m qon_station new build/example >/dev/null
 	cd build/example && $(MYPY) *.py scripts/*.py tests/*.py
-	@if command -v clang-format >/dev/null; then clang-format --dry-run --Werror $(CPP); \
-	else echo "clang-format is not installed: the layout of the C++ sources was not checked"; fi
+	$(BIN)/clang-format --dry-run --Werror $(CPP)
 
 setup: $(STAMPS)/module $(STAMPS)/companions $(STAMPS)/results
 

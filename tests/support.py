@@ -1,6 +1,9 @@
 """What tests of every topic use: event loop, an operator's hands, message boxes, workbooks, script files."""
 
 import json
+import os
+import subprocess
+import sys
 import textwrap
 import time
 import uuid
@@ -106,6 +109,16 @@ def words(window: wx.Window) -> str:
         if isinstance(part, wx.TextCtrl) or (isinstance(part, wx.StaticText) and part.IsShown())
     ]
     return " ".join(" ".join(parts).split())
+
+
+def python(
+    *arguments: str, cwd: Path | None = None, timeout: float = 60.0, **environment: str
+) -> subprocess.CompletedProcess[str]:
+    """Python run as a program of its own, to its end; tests are found by it."""
+    command, variables = [sys.executable, *arguments], os.environ | environment
+    return subprocess.run(
+        command, cwd=cwd, env=variables, timeout=timeout, capture_output=True, text=True, check=False
+    )
 
 
 @contextmanager

@@ -1,13 +1,11 @@
 """Bad input: the operator sees which file, key or class is meant and mends it; nothing recorded is lost."""
 
-import subprocess
-import sys
 from pathlib import Path
 from typing import Any
 
 import pytest
 from station import Station, prompt, texts
-from support import Boxes, parameter_row, pump, pump_for, write_book, write_limits
+from support import Boxes, parameter_row, pump, pump_for, python, write_book, write_limits
 
 GOOD = "self.append_ok('a', 1)"
 ODD_ROW = (*parameter_row("cell_count", 2)[:6], "integr")
@@ -116,7 +114,6 @@ def test_a_script_that_exits_leaves_its_cell_visibly_busy(station: Station) -> N
 @pytest.mark.parametrize(("module", "cure"), [("wx", "python3-wxgtk"), ("qon_touch", "qon-ats-companions")])
 def test_a_missing_module_is_named_with_its_cure(module: str, cure: str) -> None:
     code = f"import sys; sys.modules[{module!r}] = None; import qon_ats"
-    command = [sys.executable, "-c", code]
-    done = subprocess.run(command, capture_output=True, text=True, check=False, timeout=60)
+    done = python("-c", code)
     last = done.stderr.splitlines()[-1]
     assert last.startswith(f'ImportError: qon_ats needs the module "{module}"') and cure in last

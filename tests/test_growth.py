@@ -7,7 +7,6 @@ import gc
 import json
 import math
 import os
-import subprocess
 import sys
 import weakref
 from collections import Counter
@@ -19,7 +18,7 @@ from typing import Any
 import wx
 from qon_companions.boxes import turns
 from station import Answers, Station
-from support import pump
+from support import pump, python
 
 RUNS = int(os.environ.get("QON_GROWTH_RUNS", "96"))
 PERIODS = 3  # what is lost run by run grows in each of them
@@ -134,9 +133,8 @@ def main(folder: str, runs: int) -> None:
 
 
 def test_nothing_grows_and_every_cycle_is_collected(tmp_path: Path) -> None:
-    command = [sys.executable, "-c", f"import test_growth; test_growth.main({str(tmp_path)!r}, {RUNS})"]
-    here, seconds = Path(__file__).parent, 100 + RUNS
-    done = subprocess.run(command, cwd=here, timeout=seconds, capture_output=True, text=True, check=False)
+    program = f"import test_growth; test_growth.main({str(tmp_path)!r}, {RUNS})"
+    done = python("-c", program, cwd=Path(__file__).parent, timeout=100 + RUNS)
     assert done.returncode == 0, done.stderr
     result = json.loads(done.stdout)
     figures = [Counter(json.loads(each)) for each in result["figures"]]

@@ -1,18 +1,15 @@
 """`wx.CallAfter` of a station: any rate, in order, and the event loop keeps turning."""
 
 import itertools
-import subprocess
-import sys
 import threading
 import time
 from collections.abc import Iterator
-from typing import Any
 
 import pytest
 import wx
 from conftest import Uncaught
 from qon_companions.posted_calls import PostedCalls
-from support import pump
+from support import pump, python
 
 POSTS = 2_000
 
@@ -116,7 +113,5 @@ assert made == ["of the second"], made
 
 
 def test_calls_go_with_their_application() -> None:
-    done: Any = subprocess.run(
-        [sys.executable, "-c", ANOTHER_APP], capture_output=True, text=True, timeout=60, check=False
-    )
+    done = python("-c", ANOTHER_APP)
     assert done.returncode == 0, done.stderr

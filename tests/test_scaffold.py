@@ -1,7 +1,5 @@
 """A new station from the scaffold runs at once; scripts are tested without a window."""
 
-import subprocess
-import sys
 import time
 from pathlib import Path
 
@@ -9,6 +7,7 @@ import pytest
 from qon_station.fake_cell import UnansweredQuestionError
 from qon_station.scaffold import new_station
 from qon_station.testing import ScriptTimeoutError, run_script
+from support import python
 
 
 def script(folder: Path, body: str) -> Path:
@@ -21,16 +20,11 @@ def script(folder: Path, body: str) -> Path:
     return path
 
 
-def run_python(folder: Path, *arguments: str) -> subprocess.CompletedProcess[str]:
-    command = [sys.executable, *arguments]
-    return subprocess.run(command, cwd=folder, capture_output=True, text=True, timeout=60, check=False)
-
-
 def test_a_new_station_passes_its_own_test_and_opens(tmp_path: Path) -> None:
     root = tmp_path / "Line 3"
-    made = run_python(tmp_path, "-m", "qon_station", "new", str(root))
+    made = python("-m", "qon_station", "new", str(root), cwd=tmp_path)
     assert made.returncode == 0, made.stderr
-    tested = run_python(root, "-m", "pytest", "-q")
+    tested = python("-m", "pytest", "-q", cwd=root)
     assert "2 passed" in tested.stdout, tested.stdout + tested.stderr
     application = root / "station.py"
     hook = '"""Called once when the window is up."""'
@@ -38,7 +32,7 @@ def test_a_new_station_passes_its_own_test_and_opens(tmp_path: Path) -> None:
         "print([cell.name for cell in self.cells], self.app_config.station.timing.settling_time, flush=True)"
     )
     application.write_text(application.read_text().replace(hook, f"{tell}; os._exit(7)"))
-    run = run_python(root, "station.py")
+    run = python("station.py", cwd=root)
     assert (run.returncode, run.stdout.strip()) == (7, "['Cell 1', 'Cell 2'] 0.2"), run.stderr
 
 

@@ -6,7 +6,6 @@ closings; QON_SWITCHING_UNITS tested while the threads switch all the time.
 
 import os
 import random
-import subprocess
 import sys
 from collections import Counter
 from pathlib import Path
@@ -29,6 +28,7 @@ SWITCHING_UNITS = int(os.environ.get("QON_SWITCHING_UNITS", "40"))
 # Busy, busy behind a box, paused by itself, sleeping, in a call without check points, over.
 BUSY = "if cell.cell_number == 1: self.notice_box('Wait')\nwhile True: self.append_ok('a', 1); self.print('x')"
 BODIES = (BUSY, BUSY, "self.pause()", "while True: self.sleep(0.001)", "time.sleep(60)", "self.append_ok('a', 1)")
+from support import python
 
 
 def told(totals: Counter[str]) -> Counter[str]:
@@ -79,8 +79,6 @@ def test_closing_ends_the_process_whatever_runs(tmp_path: Path) -> None:
     code = "import sys, test_soak; test_soak.close_while_running(sys.argv[1], int(sys.argv[2]))"
     chance = random.Random(6)
     for _ in range(max(2, INTERRUPTIONS // 200)):
-        command = [sys.executable, "-c", code, str(tmp_path), str(chance.randrange(1, 600))]
-        here = Path(__file__).parent
-        done = subprocess.run(command, cwd=here, timeout=60, capture_output=True, text=True, check=False)
+        done = python("-c", code, str(tmp_path), str(chance.randrange(1, 600)), cwd=Path(__file__).parent)
         assert (done.returncode, done.stdout) == (0, "finalized\n"), done.stderr
         assert "Traceback" not in done.stderr and "Fatal" not in done.stderr, done.stderr

@@ -1,7 +1,6 @@
 """The start of a station application: exit codes, explanations, the log file, uncaught faults, the collector."""
 
 import gc
-import os
 import subprocess
 import sys
 import threading
@@ -18,7 +17,7 @@ from qon_station import collecting
 from qon_station.fault_window import FaultWindow
 from qon_station.faults import Faults, Hooks
 from station import dialogs
-from support import click, has_focus, inside, press, pump, pump_for, shown, words
+from support import click, has_focus, inside, press, pump, pump_for, python, shown, words
 
 pytestmark = pytest.mark.usefixtures("english")
 
@@ -54,8 +53,7 @@ sys.exit(qon_station.run(Station, log_file=sys.argv[1]))
 
 
 def run_application(log_file: Path, **environment: str) -> subprocess.CompletedProcess[str]:
-    command, variables = [sys.executable, "-c", APPLICATION, str(log_file)], os.environ | environment
-    return subprocess.run(command, env=variables, capture_output=True, text=True, timeout=60, check=False)
+    return python("-c", APPLICATION, str(log_file), **environment)
 
 
 def test_a_station_logs_reports_each_kind_of_fault_once_and_goes_on(app: wx.App, tmp_path: Path) -> None:

@@ -77,12 +77,15 @@ def install() -> None:
     wx.IsMainThread = lambda: threading.current_thread() is threading.main_thread()
 
 
+STARTERS = {"subprocess", "python"}  # the second is that of support.py
+
+
 def starts_a_process(function: FunctionType) -> bool:
     """Itself, or by a helper that it calls: a process of its own would import the real wx."""
     used = function.__code__.co_names
     helpers = [function.__globals__.get(name) for name in used]
     return any(
-        "subprocess" in each.__code__.co_names
+        STARTERS & {*each.__code__.co_names}
         for each in (function, *helpers)
         if isinstance(each, FunctionType)
     )
