@@ -165,7 +165,7 @@ def test_notices_stand_on_the_bands_of_ready_cells(station: Station) -> None:
     notices.post("line", "Next shift: 2", cell=2)
     try:
         first, second = station("meet()\nself.append_ok('a', 1)", "").cells
-        assert [state(cell) for cell in (first, second)] == [("READY", ASKED), ("READY", "Next shift: 2")]
+        assert [state(cell) for cell in (first, second)] == [("READY", "Scan or type the serial number, then Enter"), ("READY", "Next shift: 2")]
         first.start("SN1")
         station.meetings[1].arrived()
         in_thread(lambda: (notices.post("disk", "Disk full", stop=True), notices.status("disk", "0 MB")))
