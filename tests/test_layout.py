@@ -24,7 +24,7 @@ pytestmark = pytest.mark.usefixtures("english")
 
 
 class Told(Signs):
-    """What the product tells the widgets of a cell, step by step."""
+    """What the engine tells the widgets of a cell, step by step."""
 
     def run(self, *last: str) -> None:
         """A test starts; its prompt and its colours follow."""
@@ -131,7 +131,7 @@ def test_where_the_focus_goes(station: Station, monkeypatch: pytest.MonkeyPatch)
     pump(lambda: has_focus(first.ui_serial_number), what="the focus is where it was asked for first")
     assert second.uut.serial_number == "B2"
     station.finish(second)
-    pump(lambda: has_focus(second.ui_serial_number), what="nobody types: as the product wants it")
+    pump(lambda: has_focus(second.ui_serial_number), what="nobody types: as the engine wants it")
 
 
 def test_a_question_takes_its_cell_alone_into_waiting_and_holds_the_focus_back(station: Station) -> None:

@@ -18,7 +18,7 @@ DOUBLE_CLICK = 0.6  # seconds; clicks that are to count as two are further apart
 
 @pytest.fixture
 def grid(frame: wx.Frame) -> RecordGrid:
-    """An assertion grid of the product's columns."""
+    """An assertion grid of the engine's columns."""
     made = RecordGrid(frame)
     frame.SendSizeEvent()
     for title in ("Name", "Value", "Lower", "Upper", "Unit", "Result"):
@@ -30,7 +30,7 @@ def grid(frame: wx.Frame) -> RecordGrid:
 
 
 def add(grid: RecordGrid, count: int, ng: int = -1) -> None:
-    """Rows as the product writes them."""
+    """Rows as the engine writes them."""
     for index in range(count):
         row = grid.GetNumberRows()
         grid.AppendRows()

@@ -5,6 +5,8 @@
 
 namespace ats {
 
+constexpr int kRefreshPeriod = 100;  // milliseconds from tick to tick of a running test
+
 // panel.cpp: construction, start, prompts, progress, log
 nb::object update_prompt(nb::handle self, const Arguments& args);
 

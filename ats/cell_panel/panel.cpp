@@ -11,7 +11,6 @@ namespace {
 
 constexpr char kSerialNumberType[] = "Serial number must be a str object.";
 constexpr char kAbortedByOperator[] = "Abort Voluntarily";
-constexpr int kRefreshPeriod = 100;  // milliseconds
 
 nb::object default_columns() { return own_name<"Cell">().attr("DefaultColumnInfo"); }
 

@@ -8,9 +8,8 @@
 namespace ats {
 namespace {
 
-constexpr int kRefreshPeriod = 100;  // milliseconds
-constexpr int kBlinkPeriod = 1000;   // milliseconds
-constexpr int kRowsPerTick = 100;    // so that a burst of measurements cannot freeze the window
+constexpr int kBlinkPeriod = 1000;  // milliseconds
+constexpr int kRowsPerTick = 100;   // so that a burst of measurements cannot freeze the window
 
 // Shows queued assertions, at most `limit` of them; a negative limit means all.
 void drain_queue(nb::handle self, int limit) {

@@ -35,16 +35,16 @@ nb::object imported() {
     return resolve(import);
 }
 
-// A module that qon_ats has imported under its own name: wx, time, os, threading and the like.
-template <Literal L>
-nb::object python_module() {
-    return nb::borrow(module_namespace()[nb::handle(name<L>())]);
-}
-
-// A public name of qon_ats itself.
+// What stands in the namespace of qon_ats now under a name of its own: a class, a constant.
 template <Literal L>
 nb::object own_name() {
     return nb::borrow(module_namespace()[nb::handle(name<L>())]);
+}
+
+// A module that stands there under its own name: wx, time, os, threading and the like.
+template <Literal L>
+nb::object python_module() {
+    return own_name<L>();
 }
 
 // `time.time()`: seconds since the epoch.

@@ -8,7 +8,7 @@
 namespace ats {
 namespace {
 
-constexpr int kResultColumn = 5;
+constexpr const char* kResultTitle = "Result";
 
 nb::object nothing_selected() { return nb::make_tuple(nb::none(), -1); }
 
@@ -43,13 +43,15 @@ nb::object show_viewer_assertion(nb::handle self, const Arguments& args) {
     const nb::object grid = self.attr("ui_assertions");
     grid.attr("AppendRows")();
     const nb::object row = grid.attr("GetNumberRows")() - nb::int_(1);
-    std::size_t col = 0;
+    std::size_t col = 0, result_col = 0;
     for (nb::handle column : own_name<"_DefaultColumnInfo">()) {
-        const nb::object getter = nb::str("get_") + nb::object(column[0]).attr("lower")();
+        const nb::object title = column[0];
+        if (title.equal(nb::str(kResultTitle))) result_col = col;
+        const nb::object getter = nb::str("get_") + nb::object(title.attr("lower")());
         grid.attr("SetCellValue")(row, col, nb::str(args[0].attr(getter)()));
         ++col;
     }
-    if (is_ng(args[0])) grid.attr("SetCellBackgroundColour")(row, kResultColumn, "red");
+    if (is_ng(args[0])) grid.attr("SetCellBackgroundColour")(row, result_col, "red");
     return nb::none();
 }
 

@@ -43,7 +43,7 @@ class Painted(wx.Window):
 
 
 class ValueLabel(Painted):
-    """One line of text in a place of fixed size; to the product a text field or a label.
+    """One line of text in a place of fixed size; to the engine a text field or a label.
 
     Drawn by itself: a new text neither moves a neighbour nor costs a layout.  What does not fit ends in an
     ellipsis, and the tool tip shows the whole.
@@ -139,7 +139,7 @@ class ProgressBar(Painted):
 class CommandButton(wx.Button):
     """A button of the cell: the first letter of its label is its mnemonic.
 
-    The product colours its start button like a state; only states may look like states, so the colour told
+    The engine colours its start button like a state; only states may look like states, so the colour told
     is kept and answered, and what the button offers decides how it looks: the expected next step stands out.
     """
 

@@ -1,6 +1,6 @@
 """Colours of the station's windows: one neutral family for everything, one strong shade per test state.
 
-The product names its colours ("green", "red", ...).  Pure screen colours glare and carry text badly, so
+The engine names its colours ("green", "red", ...).  Pure screen colours glare and carry text badly, so
 the widgets remember the name they were told and show the shade of this table instead.
 """
 
@@ -42,7 +42,7 @@ PLAIN = Shade(SURFACE, INK)
 
 SHADES = {"green": GREEN, "red": RED, "cyan": CYAN, "yellow": YELLOW, "gray": GRAY, "white": PLAIN}
 
-# wx and CSS disagree about "green"; both are green to the product.
+# wx and CSS disagree about "green"; both are green to the engine.
 _NAMES = {
     (0, 128, 0): "green",
     (0, 255, 0): "green",
@@ -65,7 +65,7 @@ def as_colour(told: Any) -> wx.Colour:
 
 
 def colour_name(told: Any) -> str:
-    """The product's name of a colour, or '#RRGGBB' when it is none of the product's six."""
+    """The engine's name of a colour, or '#RRGGBB' when it is none of the engine's six."""
     if isinstance(told, str) and told in SHADES:
         return told
     colour = as_colour(told)

@@ -1,6 +1,6 @@
 """The verdict band: the one thing of a cell that is read from two metres.
 
-To the product it is the prompt (a label with a background colour).  It shows the state concluded from all
+To the engine it is the prompt (a label with a background colour).  It shows the state concluded from all
 that the cell's widgets were told: a glyph, the state's word and the prompt's text, as large as they fit.
 """
 
@@ -36,7 +36,7 @@ class VerdictBand(Painted):
         self._fitted: dict[tuple[Any, ...], Fitted] = {}
         self._fonts: dict[tuple[float, str], wx.GraphicsFont] = {}
 
-    # What the product calls.
+    # What the engine calls.
 
     def SetLabel(self, label: str) -> None:
         self._label = label

@@ -1,4 +1,4 @@
-"""The notebook of a cell: items, history, log (the product adds the debug shell)."""
+"""The notebook of a cell: items, history, log (the engine adds the debug shell)."""
 
 from __future__ import annotations
 

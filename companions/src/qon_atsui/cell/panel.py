@@ -99,7 +99,7 @@ class Cell(wx.Panel):
         self.Bind(wx.EVT_PAINT, self._ui_on_paint)
         self.Bind(wx.EVT_CHILD_FOCUS, self._ui_on_child_focus)
 
-    # What the product tells, passed on to the band.
+    # What the engine tells, passed on to the band.
 
     def _ui_signs_changed(self) -> None:
         self.ui_prompt.Refresh()

@@ -1,6 +1,6 @@
 """The serial number entry of a cell, and who of several cells gets the keyboard.
 
-The product asks for the focus when a test has ended.  It gets it unless somebody is typing elsewhere; then
+The engine asks for the focus when a test has ended.  It gets it unless somebody is typing elsewhere; then
 the entry waits for its turn.  An entry that is disabled because its test starts passes the focus on, whether Enter
 or a click on the start button started it: the next scan belongs to the next cell.
 """

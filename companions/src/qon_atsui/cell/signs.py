@@ -1,6 +1,6 @@
-"""What the operator reads in a cell: the state, concluded from what the product told the widgets.
+"""What the operator reads in a cell: the state, concluded from what the engine told the widgets.
 
-The product tells its widgets texts and colours, never a state.  `Signs` collects what was told, `read`
+The engine tells its widgets texts and colours, never a state.  `Signs` collects what was told, `read`
 turns it into one `Face`: glyph, word, text and shade.  Nothing here needs a window.
 """
 
@@ -15,7 +15,7 @@ from qon_atsui import palette
 from qon_atsui.palette import Shade
 from qon_atsui.texts import displayable
 
-# The product's own words on the prompt and on the start button.
+# The engine's own words on the prompt and on the start button.
 RUNNING = "Running"
 EXCEPTION = "Exception Aborted"
 PAUSE = "Pause"
@@ -38,7 +38,7 @@ class Face:
 
 @dataclass
 class Told:
-    """The product's words so far."""
+    """The engine's words so far."""
 
     text: str = ""
     colour: str = "white"
@@ -98,7 +98,7 @@ def _ended(told: Told) -> Face | None:
 
 
 def word_is_english() -> bool:
-    """In another language the product's own English word is shown below ours."""
+    """In another language the engine's own English word is shown below ours."""
     return _("ABORTED") == "ABORTED"
 
 
@@ -133,7 +133,7 @@ def _lines(*texts: str) -> str:
 
 @dataclass
 class Signs:
-    """Collects what the product tells a cell's widgets; `changed` is called after each change."""
+    """Collects what the engine tells a cell's widgets; `changed` is called after each change."""
 
     changed: Callable[[], None]
     told: Told = field(default_factory=Told)
@@ -170,7 +170,7 @@ class Signs:
             self._update(verdict="", failed="", fault="")
 
     def abort_asked(self) -> None:
-        """The operator wants the test to end; until it does the product says nothing about it."""
+        """The operator wants the test to end; until it does the engine says nothing about it."""
         self._update(aborting=self.told.busy)
 
     @property

@@ -20,7 +20,7 @@ _SMALLEST = (640, 480)
 
 
 class Frame(wx.Frame):
-    """Creates the frame's `ui_*` widgets and binds its `on_*` handlers; the product fills in the cells."""
+    """Creates the frame's `ui_*` widgets and binds its `on_*` handlers; the engine fills in the cells."""
 
     def __init__(self, parent: wx.Window | None = None) -> None:
         posted_calls.install()

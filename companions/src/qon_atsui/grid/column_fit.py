@@ -1,4 +1,4 @@
-"""Column widths that use the width there is, in the proportions the product wished."""
+"""Column widths that use the width there is, in the proportions the engine wished."""
 
 from __future__ import annotations
 

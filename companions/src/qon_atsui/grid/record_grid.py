@@ -23,7 +23,7 @@ _FAR_DOWN = 10**8  # scroll units; the scroll bar stops at its end
 
 
 class RecordGrid(wx.grid.Grid):
-    """A `wx.grid.Grid` whose cells live in a `RowStore`; all calls the product makes on it are cheap."""
+    """A `wx.grid.Grid` whose cells live in a `RowStore`; all calls the engine makes on it are cheap."""
 
     def __init__(self, parent: wx.Window, columns: Sequence[tuple[str, int]] = ()) -> None:
         super().__init__(parent, style=wx.WANTS_CHARS | wx.BORDER_NONE)
@@ -85,7 +85,7 @@ class RecordGrid(wx.grid.Grid):
     def _row_height(points: float) -> int:
         return sizing.line_height(points, bold=True) + 6
 
-    # What the product calls.
+    # What the engine calls.
 
     def GetNumberRows(self) -> int:
         return len(self.store)

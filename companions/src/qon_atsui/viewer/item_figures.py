@@ -52,7 +52,7 @@ class FigureField(wx.TextCtrl):
 
 
 class ItemFigures(wx.Panel):
-    """The fields by name in `fields`; the product adds its plot to `column`."""
+    """The fields by name in `fields`; the engine adds its plot to `column`."""
 
     def __init__(self, parent: wx.Window) -> None:
         super().__init__(parent)

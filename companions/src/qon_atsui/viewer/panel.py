@@ -15,7 +15,7 @@ from qon_atsui.viewer.item_figures import ItemFigures, figures_guide
 from qon_atsui.viewer.unit_list import CellFilter, Listing, UnitGrid
 
 _SIZE = (1100, 700)  # DIP; less on a smaller screen
-ALL_CELLS = "all"  # the product's own word, compared with by it
+ALL_CELLS = "all"  # the engine's own word, compared with by it
 
 
 class TestDataViewerPanel(wx.Panel):
@@ -133,7 +133,7 @@ class TestDataViewerPanel(wx.Panel):
 
 
 class TestDataViewerFrame(wx.Frame):
-    """The window around the viewer's panel, which the product creates."""
+    """The window around the viewer's panel, which the engine creates."""
 
     __test__ = False
 
