@@ -9,13 +9,15 @@ from typing import Any
 import pytest
 import qon_atsui
 import wx
+from babel.messages.catalog import Catalog
+from babel.messages.mofile import write_mo
 from babel.messages.pofile import read_po
 from journey_support import state
 from qon_atsui import sizing
 from qon_atsui.cell import serial_entry
 from qon_atsui.cell.signs import Signs, read
 from qon_atsui.frame.commands import menus
-from qon_companions import notices
+from qon_companions import i18n, notices
 from qon_companions.boxes import turns
 from station import LATER, Answers, Station
 from support import has_focus, in_thread, press, pump, pump_for, scan, shown
@@ -46,7 +48,10 @@ FACES: list[tuple[list[tuple[str, ...]], tuple[str, str, str]]] = [
     ([("run", "Close the lid", "green")], ("testing", "TESTING", "Close the lid")),
     ([("run",), ("end", "合格", "green")], ("ok", "合格", "")),
     ([("run",), ("start_label", "Resume"), ("end", "NG", "red", "", "V  +1")], ("ng", "NG", "V  +1")),
-    ([("run",), ("end", "Exception Aborted", "cyan"), ("fault", "OSError")], ("exception", "EXCEPTION", "OSError")),
+    (
+        [("run",), ("end", "Exception Aborted", "cyan"), ("fault", "OSError")],
+        ("exception", "EXCEPTION", "OSError"),
+    ),
 ]
 
 
@@ -165,7 +170,10 @@ def test_notices_stand_on_the_bands_of_ready_cells(station: Station) -> None:
     notices.post("line", "Next shift: 2", cell=2)
     try:
         first, second = station("meet()\nself.append_ok('a', 1)", "").cells
-        assert [state(cell) for cell in (first, second)] == [("READY", "Scan or type the serial number, then Enter"), ("READY", "Next shift: 2")]
+        assert [state(cell) for cell in (first, second)] == [
+            ("READY", "Scan or type the serial number, then Enter"),
+            ("READY", "Next shift: 2"),
+        ]
         first.start("SN1")
         station.meetings[1].arrived()
         in_thread(lambda: (notices.post("disk", "Disk full", stop=True), notices.status("disk", "0 MB")))
@@ -259,3 +267,23 @@ def test_every_label_is_translated() -> None:
     calls = [node for node in nodes if isinstance(node, ast.Call) and isinstance(node.func, ast.Name)]
     labels = {node.args[0].value for node in calls if node.func.id == "_"}
     assert len(labels) > 100 and labels - known == set()
+
+
+def test_a_catalogue_is_all_that_a_language_takes(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    folder = tmp_path / "de" / "LC_MESSAGES"
+    folder.mkdir(parents=True)
+    catalogue = Catalog("de")
+    catalogue.add("Result", "Ergebnis")
+    with (folder / "qon.mo").open("wb") as binary:
+        write_mo(binary, catalogue)
+    monkeypatch.setattr(i18n, "LOCALE_DIR", tmp_path)
+    i18n._nearest.cache_clear()
+    for told, text in (
+        ("de_AT.UTF-8", "Ergebnis"),
+        ("fr:de", "Ergebnis"),
+        ("en:de", "Result"),
+        ("zh", "Result"),
+    ):
+        monkeypatch.setenv("QON_LANG", told)
+        assert i18n._("Result") == text
+    i18n._nearest.cache_clear()

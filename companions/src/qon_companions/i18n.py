@@ -1,13 +1,14 @@
-"""Labels in English and Simplified Chinese, from the gettext catalogue "qon".
+"""Labels in English and in each language that has a gettext catalogue "qon".
 
-The environment variable QON_LANG chooses ("en", "zh_CN"), else the system's locale does.  Entries are added to
-locale/zh_CN/LC_MESSAGES/qon.po; the (editable) installation compiles it.
+The environment variable QON_LANG chooses ("en", "zh_CN"), else the system's locale does.  A language is a file
+locale/LANGUAGE/LC_MESSAGES/qon.po and nothing else; the (editable) installation compiles it.
 """
 
 from __future__ import annotations
 
 import functools
 import gettext
+import locale
 import os
 from pathlib import Path
 from typing import TYPE_CHECKING
@@ -17,7 +18,6 @@ if TYPE_CHECKING:
 
 DOMAIN = "qon"
 ENGLISH = "en"
-CHINESE = "zh_CN"
 LOCALE_DIR = Path(__file__).parent / "locale"
 
 
@@ -27,9 +27,23 @@ def _(text: str) -> str:
 
 
 def language() -> str:
-    """ENGLISH or CHINESE; any language without a catalogue counts as English."""
-    wanted = os.environ.get("QON_LANG", "").strip() or _system_language()
-    return CHINESE if wanted.lower().startswith(("zh", "chinese")) else ENGLISH
+    """ENGLISH or the name of a catalogue; any language without one counts as English."""
+    return _nearest(os.environ.get("QON_LANG", "").strip() or _system_language())
+
+
+@functools.cache
+def _nearest(wanted: str) -> str:
+    """The first of a list like "zh_TW:en" that there is, if need be as it is spoken elsewhere ("zh_CN")."""
+    there = sorted(path.parent.parent.name for path in LOCALE_DIR.glob(f"*/LC_MESSAGES/{DOMAIN}.mo"))
+    for name in wanted.split(":"):
+        full = locale.normalize(name.replace("-", "_")).partition(".")[0]
+        spoken = full.partition("_")[0].lower()
+        if spoken in (ENGLISH, "c", "posix"):
+            break
+        found = [each for each in there if each.partition("_")[0] == spoken]
+        if found:
+            return full if full in found else found[0]
+    return ENGLISH
 
 
 def _system_language() -> str:
@@ -61,12 +75,12 @@ def install_locale(app: wx.App) -> None:
     import wx
 
     app.qon_locale = None  # wx crashes when an older locale object goes after a newer one came
-    chinese = language() == CHINESE
+    info = wx.Locale.FindLanguageInfo(language())
     wx.Locale.AddCatalogLookupPathPrefix(str(LOCALE_DIR))
     silence = wx.LogNull()  # a system without the locale's data is no news for the operator
-    locale = wx.Locale()
-    locale.Init(wx.LANGUAGE_CHINESE_SIMPLIFIED if chinese else wx.LANGUAGE_ENGLISH)
-    if chinese:
-        locale.AddCatalog(DOMAIN)
+    chosen = wx.Locale()
+    chosen.Init(info.Language if info is not None else wx.LANGUAGE_ENGLISH)
+    if language() != ENGLISH:
+        chosen.AddCatalog(DOMAIN)
     del silence
-    app.qon_locale = locale
+    app.qon_locale = chosen

@@ -3,7 +3,8 @@
 import time
 
 import wx
-from qon_companions.boxes.text_view import TEXT_POINTS, font
+from qon_companions.boxes.text_view import TEXT_POINTS
+from qon_companions.fonts import font
 from qon_companions.i18n import _
 
 from .faults import Fault, Faults

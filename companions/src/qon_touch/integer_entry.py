@@ -6,7 +6,7 @@ import wx
 from qon_companions import gui_thread
 from qon_companions.boxes import Box, station_window
 from qon_companions.boxes.keys import ENTER
-from qon_companions.boxes.text_view import font
+from qon_companions.fonts import font
 from qon_companions.i18n import _
 
 KEY_SIZE = (84, 68)  # DIP, for a finger in a glove

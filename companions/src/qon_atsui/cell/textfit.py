@@ -10,13 +10,13 @@ from dataclasses import dataclass
 from functools import lru_cache
 
 import wx
+from qon_companions.line_breaks import may_break, wrap
 
 from qon_atsui import sizing
 
 REFERENCE = 72.0  # points at which texts are measured
 LINE = 1.164  # height of a line in em
 _STEP = 0.93  # from one size that is tried to the next
-_WIDE = "\u2e80"  # from here on (CJK) a line may break after any character
 
 
 @dataclass(frozen=True)
@@ -42,33 +42,13 @@ def width_per_point(text: str) -> tuple[float, float]:
     return dc.GetTextExtent(text).width / REFERENCE, dc.GetCharHeight() / REFERENCE
 
 
-def _may_break(text: str, index: int) -> bool:
-    """Whether a line may end before the character at `index`."""
-    return text[index] == " " or text[index - 1] in " -_/" or text[index] >= _WIDE or text[index - 1] >= _WIDE
-
-
-def wrap(text: str, edges: Sequence[float], room: float) -> list[str]:
-    """Lines no wider than `room` (same unit as the edges); a word that is too long breaks anywhere."""
-    lines: list[str] = []
-    start = 0
-    while start < len(text):
-        origin = edges[start - 1] if start else 0.0
-        end = start
-        while end < len(text) and edges[end] - origin <= room:
-            end += 1
-        end = max(end, start + 1)
-        if end < len(text):
-            breaks = [i for i in range(end, start, -1) if _may_break(text, i)]
-            end = breaks[0] if breaks else end
-        lines.append(text[start:end].strip())
-        start = end
-        while start < len(text) and text[start] == " ":
-            start += 1
-    return lines or [""]
+def _wrapped(text: str, edges: Sequence[float], room: float) -> list[str]:
+    """Lines no wider than `room` (same unit as the edges)."""
+    return wrap(text, lambda start, end: edges[end - 1] - (edges[start - 1] if start else 0.0) <= room)
 
 
 def _lines(paragraphs: list[tuple[str, list[float]]], room: float) -> list[str]:
-    return [line for text, edges in paragraphs for line in wrap(text, edges, room)]
+    return [line for text, edges in paragraphs for line in _wrapped(text, edges, room)]
 
 
 def _breaks_words(paragraphs: list[tuple[str, list[float]]], room: float) -> bool:
@@ -76,7 +56,7 @@ def _breaks_words(paragraphs: list[tuple[str, list[float]]], room: float) -> boo
     for text, edges in paragraphs:
         start = 0
         for index in range(1, len(text) + 1):
-            if index == len(text) or _may_break(text, index):
+            if index == len(text) or may_break(text, index):
                 if edges[index - 1] - (edges[start - 1] if start else 0.0) > room:
                     return True
                 start = index

@@ -9,10 +9,11 @@ from collections.abc import Sequence
 
 import wx
 
+from qon_companions.fonts import font
 from qon_companions.i18n import _
 
 from .keys import ENTER, TypedKeys, character_of
-from .text_view import HEADING_POINTS, TEXT_POINTS, font, label, show_in, text_view
+from .text_view import HEADING_POINTS, TEXT_POINTS, label, show_in, text_view
 from .turns import TurnDialog
 
 BUTTON_SIZE = (150, 56)  # DIP, for fingers in gloves
@@ -93,7 +94,9 @@ class Box(TurnDialog):
 
     def _button(self, answer: int, text: str) -> wx.Button:
         button = wx.Button(self, label=text)
-        button.SetId(answer)  # now, or the desktop would put a label of its own in the place of a well-known one
+        button.SetId(
+            answer
+        )  # now, or the desktop would put a label of its own in the place of a well-known one
         button.SetFont(font(HEADING_POINTS))
         size = self.FromDIP(wx.Size(*BUTTON_SIZE))
         button.SetMinSize(wx.Size(max(size.width, button.GetBestSize().width), size.height))

@@ -2,22 +2,13 @@
 
 import wx
 
-from .wrapping import wrapped
+from qon_companions.fonts import font
+from qon_companions.line_breaks import wrap
 
 MAX_LINES = 14
 WIDTH, WIDE = 520, 820  # DIP
 TEXT_POINTS, HEADING_POINTS = 12.0, 15.0
 _TRACEBACK_SIGNS = ("Traceback (most recent call last)", '  File "')
-
-
-def font(points: float, bold: bool = False, fixed: bool = False) -> wx.Font:
-    result = wx.Font(wx.SystemSettings.GetFont(wx.SYS_DEFAULT_GUI_FONT))
-    if fixed:
-        result = wx.Font(wx.FontInfo(points).Family(wx.FONTFAMILY_TELETYPE))
-    result.SetFractionalPointSize(points)
-    if bold:
-        result.SetWeight(wx.FONTWEIGHT_BOLD)
-    return result
 
 
 def label(parent: wx.Window, text: str, points: float = TEXT_POINTS, bold: bool = False) -> wx.StaticText:
@@ -70,4 +61,9 @@ def _shown(text: str) -> str:
 
 
 def _wrapped(window: wx.Window, text: str, width: int) -> str:
-    return wrapped(text, window.FromDIP(width), lambda part: window.GetTextExtent(part)[0])
+    room = window.FromDIP(width)
+
+    def lines(part: str) -> list[str]:
+        return wrap(part, lambda start, end: window.GetTextExtent(part[start:end].rstrip())[0] <= room)
+
+    return "\n".join(line for part in text.split("\n") for line in lines(part))

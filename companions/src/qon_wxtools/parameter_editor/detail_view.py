@@ -5,7 +5,7 @@ from __future__ import annotations
 from typing import TYPE_CHECKING
 
 import wx
-from qon_companions.boxes.text_view import font
+from qon_companions.fonts import font
 from qon_companions.i18n import _
 from qon_companions.parameters import typed
 

@@ -8,7 +8,8 @@ from typing import TYPE_CHECKING
 
 import wx
 from qon_companions.boxes import Box
-from qon_companions.boxes.text_view import HEADING_POINTS, font, long_text
+from qon_companions.boxes.text_view import HEADING_POINTS, long_text
+from qon_companions.fonts import font
 from qon_companions.i18n import _
 from qon_companions.parameters import BadValueError, ParameterError
 

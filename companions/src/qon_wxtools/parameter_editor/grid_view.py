@@ -8,7 +8,7 @@ from typing import TYPE_CHECKING
 import wx
 import wx.grid
 from qon_companions.boxes.keys import ENTER
-from qon_companions.boxes.text_view import font
+from qon_companions.fonts import font
 
 from .edits import Edits
 from .table import REMARK, VALUE, WIDTHS, ParameterTable

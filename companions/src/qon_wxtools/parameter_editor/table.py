@@ -7,7 +7,7 @@ from typing import TYPE_CHECKING
 
 import wx
 import wx.grid
-from qon_companions.boxes.text_view import font
+from qon_companions.fonts import font
 from qon_companions.i18n import _
 from qon_companions.parameters import typed
 

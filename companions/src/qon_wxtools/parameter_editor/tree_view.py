@@ -6,7 +6,7 @@ from collections.abc import Callable
 from typing import TYPE_CHECKING
 
 import wx
-from qon_companions.boxes.text_view import font
+from qon_companions.fonts import font
 from qon_companions.i18n import _
 
 from .edits import Edits
