@@ -74,6 +74,7 @@ MYPY = $(CURDIR)/$(BIN)/mypy --config-file $(CURDIR)/pyproject.toml
 lint: setup $(STAMPS)/test
 	$(BIN)/ruff check .
 	cd companions/src && $(MYPY) $(addprefix -p ,$(COMPANIONS))
+	cd results/src && $(MYPY) -p qon_results
 	cd demo && $(MYPY) *.py scripts/*.py bench_sim
 	rm -rf build/example && $(BIN)/python -m qon_station new build/example >/dev/null
 	cd build/example && $(MYPY) *.py scripts/*.py tests/*.py

@@ -1,0 +1,300 @@
+"""A station's file, read."""
+
+import json
+import uuid
+from collections.abc import Iterable, Sequence
+from pathlib import Path
+from typing import Any
+
+import numpy as np
+
+from ..records import (
+    Attachment,
+    Correction,
+    Event,
+    Instrument,
+    Kind,
+    Measurement,
+    Now,
+    Outcome,
+    Record,
+    Run,
+    Seal,
+    Setup,
+    Station,
+    Verdict,
+)
+from . import queries
+from .base import (
+    EVERYTHING,
+    Filter,
+    ItemColumns,
+    ItemCount,
+    ParetoRow,
+    Progress,
+    Store,
+    Verification,
+    Yield,
+)
+from .file import Row, ask, check_version, connect
+
+LAST_CHARACTER = "\U0010ffff"
+
+
+class SqliteStore(Store):
+    """Opened read-only; it never keeps the writer waiting."""
+
+    def __init__(self, path: str | Path) -> None:
+        """FileNotFoundError, or ValueError when the file is damaged, newer than this program or no store at all."""
+        self.path = Path(path)
+        self._connection = connect(self.path, write=False)
+        try:
+            check_version(self._connection, self.path)
+            self._station = self.stations()[0]
+        except BaseException:
+            self._connection.close()
+            raise
+
+    def close(self) -> None:
+        self._connection.close()
+
+    def stations(self) -> list[Station]:
+        return [
+            Station(uuid.UUID(bytes=id), name, created) for id, name, created in self._ask(queries.STATIONS)
+        ]
+
+    def runs(self, wanted: Filter = EVERYTHING, limit: int | None = 1000) -> list[Run]:
+        values = bound(wanted) | {"limit": -1 if limit is None else limit}
+        if wanted.serial_number is None:
+            return [run_of(row) for row in self._ask(queries.RUNS_BY_TIME, values)]
+        first, star, _ = wanted.serial_number.partition("*")
+        values |= {"serial_from": first, "serial_to": first + LAST_CHARACTER if star else first}
+        return [run_of(row) for row in self._ask(queries.RUNS_BY_SERIAL, values)]
+
+    def run(self, which: uuid.UUID | str) -> Run:
+        text = which.hex if isinstance(which, uuid.UUID) else which.replace("-", "").lower()
+        if not 0 < len(text) <= 32 or set(text) - set("0123456789abcdef"):
+            raise KeyError(f"{which!r} is no id of a run: hexadecimal digits are expected.")
+        first, last = (bytes.fromhex(text.ljust(32, end)) for end in "0f")
+        found = self._ask(queries.RUN_BY_ID, {"first": first, "last": last})
+        if len(found) != 1:
+            raise KeyError(
+                f"{'Several runs have' if found else 'No run has'} an id that begins with {text!r}."
+            )
+        return run_of(found[0])
+
+    def record(self, which: uuid.UUID | str) -> Record:
+        run = self.run(which)
+        own = {"run": run.number}
+        return Record(
+            run=run,
+            own=run_of(self._ask(queries.OWN_RUN, own)[0]),
+            setup=setup_of(self._ask(queries.SETUP, own)[0]),
+            measurements=[measurement_of(row) for row in self._ask(queries.MEASUREMENTS, own)],
+            instruments=[Instrument(*row) for row in self._ask(queries.INSTRUMENTS, own)],
+            attachments=[Attachment(*row) for row in self._ask(queries.ATTACHMENTS, own)],
+            events=[event_of(row) for row in self._ask(queries.EVENTS_OF_RUN, own)],
+            corrections=[correction_of(row) for row in self._ask(queries.CORRECTIONS, own)],
+            seals=[seal_of(row) for row in self._ask(queries.SEALS_OF_RUN, own)],
+        )
+
+    def attempts(self, run: Run) -> list[Run]:
+        if not run.serial_number:
+            return [run]
+        unit = {"serial": run.serial_number, "product": run.product, "operation": run.operation}
+        return [run_of(row) for row in self._ask(queries.ATTEMPTS, unit)]
+
+    def content(self, sha256: bytes) -> bytes:
+        for (data,) in self._ask(queries.CONTENT, (sha256,)):
+            return bytes(data)
+        raise KeyError(f"There is no content with the hash {sha256.hex()}.")
+
+    def items(self, wanted: Filter = EVERYTHING) -> list[ItemCount]:
+        if wanted == EVERYTHING:
+            return [ItemCount(*row) for row in self._ask(queries.ITEMS)]
+        return [ItemCount(*row) for row in self._ask(queries.ITEMS_WANTED, bound(wanted))]
+
+    def item(self, name: str, wanted: Filter = EVERYTHING) -> ItemColumns:
+        known = self._ask(queries.ITEM_ID, (name,))
+        if not known:
+            raise KeyError(f'No run has an item "{name}".')
+        item = known[0][0]
+        runs = _columns(self._ask(queries.RUN_COLUMNS, bound(wanted)), 3)
+        numbers, cells, begins = (np.array(column, dtype=np.int64) for column in runs)
+        first, last = (int(numbers[0]), int(numbers[-1])) if len(numbers) else (0, -1)
+        columns = _columns(self._ask(queries.ITEM_VALUES_SINCE, (item, first, last)), 9)
+        run = np.array(columns[0], dtype=np.int64)
+        place = np.searchsorted(numbers, run)
+        mine = numbers[np.minimum(place, len(numbers) - 1)] == run if len(numbers) else run < 0
+        limits = {id: (lower, upper, unit) for id, lower, upper, unit in self._ask(queries.SPECS, (item,))}
+        return _item_columns(
+            name,
+            self._station.id,
+            limits,
+            [run, *columns[1:]],
+            mine,
+            cells[place[mine]],
+            begins[place[mine]],
+        )
+
+    def yields(self, wanted: Filter) -> list[Yield]:
+        return count_yields(self._ask(queries.YIELDS, bound(wanted)))
+
+    def pareto(self, wanted: Filter) -> list[ParetoRow]:
+        return [ParetoRow(*row) for row in self._ask(queries.PARETO, bound(wanted))]
+
+    def events(self, wanted: Filter = EVERYTHING, limit: int | None = 1000) -> list[Event]:
+        values = {"cell": wanted.cell, "since": wanted.since_us, "until": wanted.until_us}
+        rows = self._ask(queries.EVENTS, values | {"limit": -1 if limit is None else limit})
+        return [event_of(row) for row in rows]
+
+    def now(self) -> list[Now]:
+        return [
+            Now(cell, state, run and uuid.UUID(bytes=run), *rest)
+            for cell, state, run, *rest in self._ask(queries.NOW)
+        ]
+
+    def seals(self, after: int = 0, limit: int = 1000) -> list[Seal]:
+        return [seal_of(row) for row in self._ask(queries.SEALS, {"after": after, "limit": limit})]
+
+    def verify(self, progress: Progress | None = None) -> Verification:
+        from .verify import verify
+
+        return verify(self._connection, progress)
+
+    def _ask(self, query: str, values: Sequence[Any] | dict[str, Any] = ()) -> list[Row]:
+        return list(ask(self._connection, query, values))
+
+
+def bound(wanted: Filter) -> dict[str, Any]:
+    """What the questions about runs bind."""
+    return {
+        "since": wanted.since_us,
+        "until": wanted.until_us,
+        "product": wanted.product,
+        "operation": wanted.operation,
+        "purpose": wanted.purpose,
+        "outcome": wanted.outcome and str(wanted.outcome),
+        "station": wanted.station and wanted.station.bytes,
+        "cell": wanted.cell,
+        "operator": wanted.operator,
+        "batch": wanted.batch,
+        "serial": wanted.serial_number and glob(wanted.serial_number),
+        "failed": wanted.failed_item,
+    }
+
+
+def glob(pattern: str) -> str:
+    """Only `*` stands for other text; the other signs of GLOB are themselves."""
+    return "".join(f"[{sign}]" if sign in "?[" else sign for sign in pattern)
+
+
+def run_of(row: Row) -> Run:
+    values = list(row)
+    values[1], values[14], values[20] = uuid.UUID(bytes=row[1]), Outcome(row[14]), uuid.UUID(bytes=row[20])
+    return Run(*values)
+
+
+def setup_of(row: Row) -> Setup:
+    values = list(row)
+    values[8] = json.loads(row[8])
+    return Setup(*values)
+
+
+def measurement_values(row: Row) -> Row:
+    """A row as it is hashed."""
+    truth = None if row[5] is None else row[5] != 0
+    return (*row[:5], truth, *row[6:18], row[18] != 0, json.loads(row[19]) if row[19] != "[]" else [])
+
+
+def measurement_of(row: Row) -> Measurement:
+    seq, item, kind, number, text, truth, verdict, time_us, elapsed_us, attempt, note, *limits = (
+        measurement_values(row)
+    )
+    lower_kind, lower, lower_text, upper_kind, upper, upper_text, unit, report, categories = limits
+    return Measurement(
+        seq, item, Kind(kind), number, text, truth, Verdict(verdict), time_us, elapsed_us, attempt, note,
+        Kind(lower_kind), lower, lower_text, Kind(upper_kind), upper, upper_text, unit, report, tuple(categories),
+    )  # fmt: skip
+
+
+def event_of(row: Row) -> Event:
+    return Event(row[0], row[1] and uuid.UUID(bytes=row[1]), *row[2:])
+
+
+def correction_of(row: Row) -> Correction:
+    return Correction(row[0], row[1], Outcome(row[2]), *row[3:])
+
+
+def seal_of(row: Row) -> Seal:
+    return Seal(row[0], uuid.UUID(bytes=row[1]), *row[2:])
+
+
+def count_yields(rows: Iterable[Row]) -> list[Yield]:
+    """Rows of product, operation, serial number, outcome, number in the order of runs, whether a first attempt."""
+    counts: dict[tuple[str, str], dict[str, int]] = {}
+    last: dict[tuple[str, str, Any], tuple[int, bool]] = {}
+    fields = Yield.__struct_fields__[2:]
+    for product, operation, serial, outcome, number, first in rows:
+        count = counts.setdefault((product, operation), dict.fromkeys(fields, 0))
+        count["runs"] += 1
+        if outcome in ("OK", "NG", "TBD"):
+            count["first_attempts"] += first
+            count["first_passed"] += first and outcome == "OK"
+            unit = (product, operation, serial or number)
+            if unit not in last or last[unit][0] < number:
+                last[unit] = (number, outcome == "OK")
+        elif outcome == "ABORTED":
+            count["aborted"] += 1
+        elif outcome == "EXCEPTION":
+            count["exceptions"] += 1
+        elif outcome == "INTERRUPTED":
+            count["interrupted"] += 1
+    for (product, operation, _), (_, passed) in last.items():
+        counts[product, operation]["units"] += 1
+        counts[product, operation]["finally_passed"] += passed
+    return [Yield(*key, *count.values()) for key, count in sorted(counts.items())]
+
+
+def _columns(rows: list[Row], count: int) -> list[Sequence[Any]]:
+    return list(zip(*rows, strict=True)) if rows else [()] * count
+
+
+def _item_columns(
+    name: str,
+    station: uuid.UUID,
+    limits: dict[int, tuple[float | None, float | None, str | None]],
+    columns: list[Any],
+    mine: Any,
+    cells: Any,
+    begins: Any,
+) -> ItemColumns:
+    run, seq, kind, number, truth, verdict, spec, time_us, attempt = columns
+    value = np.array(number, dtype=np.float64)
+    kinds = np.array(kind, dtype=np.int64)
+    bools = kinds == Kind.BOOL
+    if bools.any():
+        value[bools] = np.array(truth, dtype=np.float64)[bools]
+    value[kinds == Kind.INFINITY], value[kinds == Kind.MINUS_INFINITY] = np.inf, -np.inf
+    specs, which = np.unique(np.array(spec, dtype=np.int64), return_inverse=True)
+    lower, upper = (
+        np.array([limits[id][side] for id in specs.tolist()], dtype=np.float64) for side in (0, 1)
+    )
+    units = [limits[id][2] or "" for id in specs.tolist()]
+    passed = np.array(time_us, dtype=np.float64)
+    return ItemColumns(
+        name=name,
+        run=run[mine],
+        station=np.zeros(int(np.count_nonzero(mine)), np.int64),
+        seq=np.array(seq, dtype=np.int64)[mine],
+        cell=cells,
+        attempt=np.array(attempt, dtype=np.int64)[mine],
+        kind=kinds[mine],
+        value=value[mine],
+        verdict=np.array(verdict, dtype=np.int64)[mine],
+        lower=lower[which][mine],
+        upper=upper[which][mine],
+        time_us=begins + np.nan_to_num(passed[mine]).astype(np.int64),
+        unit=units[-1] if units else "",
+        stations=[station],
+    )
