@@ -39,7 +39,7 @@ def details(error: BaseException) -> str:
 
 def place_of(trace: TracebackType | None) -> str:
     """The deepest line that belongs to the application, "" when none does."""
-    own = [frame for frame in traceback.extract_tb(trace) if not _is_library(frame.filename)]
+    own = [frame for frame in traceback.extract_tb(trace) if not is_library(frame.filename)]
     return f"{own[-1].filename}, line {own[-1].lineno}, in {own[-1].name}" if own else ""
 
 
@@ -55,7 +55,9 @@ def _words(error: BaseException) -> tuple[str, str]:
         text = _("Install it for this Python, or put {name}.py beside the application.")
         return what, text.format(name=error.name.partition(".")[0])
     if isinstance(error, ImportError) and isinstance(error.__cause__, Exception):
-        return _words(error.__cause__)  # what a native module says about a fault in what it imports is no help
+        return _words(
+            error.__cause__
+        )  # what a native module says about a fault in what it imports is no help
     if isinstance(error, ImportError):
         return _("A module does not fit: {reason}").format(reason=error), again
     if isinstance(error, OSError) and error.filename is not None:
@@ -65,6 +67,6 @@ def _words(error: BaseException) -> tuple[str, str]:
     return str(error) or type(error).__name__, again if isinstance(error, ValueError) else ""
 
 
-def _is_library(file: str) -> bool:
+def is_library(file: str) -> bool:
     libraries = (sysconfig.get_path("stdlib"), *site.getsitepackages(), _COMPANIONS, "<frozen")
     return file.startswith(tuple(libraries)) or f"{os.sep}dist-packages{os.sep}" in file

@@ -14,6 +14,7 @@ from .collecting import GuiCollector
 from .explain import details, explain
 from .fault_window import FaultWindow
 from .faults import Faults, Hooks
+from .installing import install
 from .log_file import logging_of_wx, logging_to
 from .start_failure import show_start_failure
 
@@ -43,6 +44,7 @@ def run(
         stack.enter_context(logging_of_wx())
         stack.enter_context(GuiCollector())
         _open_log(stack, log_file, level, faults)
+        stack.callback(install())
         frame = _built(frame_factory)
         if frame is None:
             return 1

@@ -1,0 +1,40 @@
+"""The cell of a station: the engine's panel around runs that are kept."""
+
+from collections.abc import Sequence
+
+import qon_ats
+import wx
+from qon_companions.i18n import _
+
+from .asking import ask_all
+from .hooks import Check
+from .runs import Asking, StationRuns
+
+
+class StationCell(StationRuns, qon_ats.Cell):
+    """Stands for `Cell` of `qon_ats` in a station."""
+
+    def _ask(self, checks: Sequence[Check], asking: Asking) -> None:
+        """The windows go on; the band tells what the start waits for."""
+        text = _("{serial}: asking whether it may start")
+        self._update_prompt(text.format(serial=asking.serial_number or _("Unit")), "yellow")
+        ask_all(
+            checks,
+            self,
+            asking.serial_number or "",
+            lambda words: wx.CallAfter(self._answered, asking, words),
+        )
+
+    def _answered(self, asking: Asking, words: str) -> None:
+        if self:
+            given_up = _("The start was given up.") if asking.is_given_up else ""
+            super()._answered(asking, words or given_up)
+
+    def show_refusal(self, serial_number: str | None, words: str) -> None:
+        self._update_prompt(": ".join(part for part in (serial_number, words) if part), "yellow")
+        self.ui_serial_number.SelectAll()
+        wx.Bell()
+
+    def show_dead_end(self, reason: str) -> None:
+        super().show_dead_end(reason)
+        self.set_prompt(_("{reason}: restart the station.").format(reason=reason), "cyan")

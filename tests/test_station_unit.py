@@ -1,0 +1,128 @@
+"""The unit that a station keeps: hooks around a run, its outcome, and what nothing can change afterwards."""
+
+from collections.abc import Callable, Iterator
+from pathlib import Path
+from typing import Any
+
+import pytest
+import qon_ats
+import qon_station
+from hostcell import Host, HostCell
+from qon_station.outcome import NotRecorded, Outcome
+from qon_station.runs import StationRuns
+
+OK_ITEM = "self.append_ok('item', 1)"
+
+
+class KeptCell(StationRuns, HostCell):
+    """An engine cell as a station has it."""
+
+
+@pytest.fixture
+def kept(host: Host) -> Iterator[Callable[..., Any]]:
+    """Makes such cells; what a test subscribes is forgotten after it."""
+    hooks = (qon_station.before_run, qon_station.run_ended)
+    undo = qon_station.install()
+    yield lambda run="pass", cleanup="pass", **more: host(run, cleanup, cell_type=KeptCell, **more)
+    undo()
+    for hook in hooks:
+        for listener in hook.listeners:
+            hook.unsubscribe(listener)
+    for check in qon_station.start_checks.checks:
+        qon_station.start_checks.unsubscribe(check.ask)
+
+
+# How a script ends, and what cell, list and record have to tell of it.
+ENDS: dict[str, tuple[str, str, str, str]] = {
+    OK_ITEM: ("OK", "", "OK", ""),
+    "self.append_ng('volts', 1)": ("NG", "volts", "NG", "volts"),
+    "self.append_ng('volts', 1, stop_if_ng=False)": ("NG", "volts", "NG", "volts"),
+    "self.append(qon_ats.Assertion('led')); self.done()": ("TBD", "No verdict for led", "TBD", ""),
+    "self.done()": ("TBD", "Nothing was measured", "TBD", ""),
+    "": ("EXCEPTION", "ValueError: At least one assertion is needed", "TBD", "exception"),
+    f"{OK_ITEM}; self.abort('lid opened')": ("ABORTED", "lid opened", "TBD", "aborted"),
+    "self.append_ng('a', 1, stop_if_ng=False); cell.abort('lid')": ("ABORTED", "lid", "TBD", "aborted"),
+    "self.append_ng('a', 1, stop_if_ng=False); 1 / 0": ("EXCEPTION", "ZeroDivisionError", "TBD", "exception"),
+}
+
+
+@pytest.mark.parametrize("run", ENDS)
+def test_however_a_run_ends_its_unit_is_final_and_all_hear_the_same(kept: Any, run: str) -> None:
+    kind, reason, summer, first = ENDS[run]
+    heard: list[Any] = []
+    cell = kept(run)
+    qon_station.run_ended.subscribe(lambda *told: heard.append((*told, cell.has_done())))
+    unit = cell.run().uut
+    assert [(each.kind, done) for _unit, each, done in heard] == [(kind, False)]
+    assert cell.has_done() and unit.outcome == heard[0][1] and reason in unit.outcome.reason
+    assert (unit.summer, unit.first_ng_item_name(), unit.is_ok) == (summer, first, kind == "OK")
+    assert (cell.is_aborted(), cell._exception_object is None) == (kind == "ABORTED", kind != "EXCEPTION")
+    end, took = unit.end_time, unit.duration
+    cell.abort("too late")
+    cell.set_serial_number("SN2")
+    unit.done = True
+    with pytest.raises(ValueError, match="has ended"):
+        unit.append_assertion(qon_ats.Assertion("late", 1))
+    cell.run_again("SN3")
+    assert (unit.serial_number, unit.end_time, unit.duration, unit.outcome.kind) == ("SN1", end, took, kind)
+    assert cell.uut.outcome.kind == kind and cell.uut.scanned_serial_number == "SN3"
+
+
+def test_nobody_else_reads_ok_before_the_run_has_ended_so(kept: Any) -> None:
+    """The script itself may ask in its cleanup; the windows wait for those that record the run."""
+    seen: list[Any] = []
+    cell = kept(OK_ITEM, "cell.notes.append((self.is_ok(), self.uut.summer)); cell.meet()")
+    qon_station.run_ended.subscribe(lambda unit, _outcome: seen.append((unit.outcome.kind, unit.is_ok)))
+    cell.do_start("SN1")
+    cell.wait_reached()
+    unit = cell.uut
+    assert (unit.done, unit.is_ok, unit.summer, unit.outcome, cell.has_done()) == (
+        True,
+        False,
+        "TBD",
+        None,
+        False,
+    )
+    cell.go.set()
+    cell.finish()
+    assert (
+        cell.notes == [(True, "OK")] and seen == [("OK", True)] and (unit.is_ok, unit.summer) == (True, "OK")
+    )
+
+
+def test_listeners_harm_no_other_and_what_is_not_stored_is_not_ok(
+    kept: Any, caplog: pytest.LogCaptureFixture
+) -> None:
+    heard: list[str] = []
+
+    def fails(_unit: Any, _outcome: Outcome) -> None:
+        raise SystemExit("listener")
+
+    def stores(_unit: Any, _outcome: Outcome) -> None:
+        raise NotRecorded("disk full")
+
+    qon_station.run_ended.subscribe(fails)
+    qon_station.run_ended.subscribe(lambda _unit, outcome: heard.append(str(outcome)))
+    qon_station.run_ended.subscribe(stores)
+    good, bad = kept(OK_ITEM).run(), kept("self.append_ng('volts', 1)").run()
+    assert (good.uut.outcome.kind, good.uut.summer, str(good._exception_object)) == (
+        "EXCEPTION",
+        "TBD",
+        "disk full",
+    )
+    assert (bad.uut.outcome.kind, bad.uut.outcome.reason) == ("NG", "volts; disk full")
+    assert heard == ["OK", "EXCEPTION: disk full", "NG: volts", "NG: volts; disk full"], (
+        "told again when it changed"
+    )
+    assert "fails failed at the end" in caplog.text and "disk full" in caplog.text
+
+
+def test_a_listener_that_raises_before_the_run_ends_it_before_the_script_begins(kept: Any) -> None:
+    def refuse(unit: qon_station.StationUnit) -> None:
+        raise LookupError(f"no record for {unit.serial_number} in {Path(unit.script).suffix}")
+
+    cell = kept("cell.notes.append('begun')")
+    qon_station.before_run.subscribe(refuse)
+    cell.run()
+    assert (cell.notes, cell.cleanups) == ([], 0) and "no record for SN1" in cell.text
+    assert cell.uut.outcome.kind == "EXCEPTION" and "no record for SN1 in .py" in cell.uut.outcome.reason
