@@ -9,6 +9,7 @@ import qon_atsui
 import wx
 import wx.grid
 from qon_atsui.cell.log_view import CAP, LogView
+from qon_atsui.grid.item_grid import ItemGrid
 from qon_atsui.grid.record_grid import RecordGrid
 from station import click_row
 from support import in_thread, press, pump, pump_for, shown
@@ -19,7 +20,7 @@ DOUBLE_CLICK = 0.6  # seconds; clicks that are to count as two are further apart
 @pytest.fixture
 def grid(frame: wx.Frame) -> RecordGrid:
     """An assertion grid of the engine's columns."""
-    made = RecordGrid(frame)
+    made = ItemGrid(frame)
     frame.SendSizeEvent()
     for title in ("Name", "Value", "Lower", "Upper", "Unit", "Result"):
         made.AppendCols(1)
@@ -70,6 +71,41 @@ def test_cells_answer_what_was_written_in_any_order(grid: RecordGrid) -> None:
             write(*beyond)
     with pytest.raises(TypeError, match="Row 0, column 3: a cell holds a text, not None"):
         grid.SetCellValue(0, 3, None)
+
+
+# Value, lower and upper limit as they were recorded, and as they are shown.
+SHOWN = {
+    ("5.0123456789", "4.9", "5.1"): ("5.01235", "4.9", "5.1"),
+    ("0.30000000000000004", "", ""): ("0.3", "", ""),
+    ("-1234567.8912", "", "0"): ("-1.23457e+06", "", "0"),
+    ("1.2345678e-09", "", ""): ("1.23457e-09", "", ""),
+    ("123456789", "1000000.0", "1e+300"): ("123456789", "1000000.0", "1e+300"),  # an integer, short floats
+    ("1.2.3456789", "nan", "inf"): ("1.2.3456789", "nan", "inf"),
+    ("1.23456780", "", ""): ("1.23456780", "", ""),  # no float is written like this
+    ("5.0000004", "4", "5.0"): ("5.0000004", "4", "5.0"),  # NG, and it has to look NG
+    ("4.99999951234", "", "4.9999995"): ("4.99999951", "", "4.9999995"),
+    ("4.99999951234", "4.99999958", "6"): ("4.9999995", "4.9999996", "6"),
+}
+
+
+def test_numbers_are_shown_short_and_kept_whole(grid: ItemGrid) -> None:
+    for row, texts in enumerate((*SHOWN, ("3.14159265", "", ""))):
+        grid.AppendRows()
+        for col, text in enumerate(("3.14159265", *texts), 0):
+            grid.SetCellValue(row, col, text)
+    grid.keep_whole(len(SHOWN), 1)
+    seen = [[grid.shown_text(row, col) for col in range(4)] for row in range(grid.GetNumberRows())]
+    assert seen == [["3.14159265", *texts] for texts in (*SHOWN.values(), ("3.14159265", "", ""))]
+    assert column(grid, 1)[:-1] == [texts[0] for texts in SHOWN]
+    grid.DeleteRows(0, len(SHOWN))
+    assert grid.shown_text(0, 1) == "3.14159265"
+    grid.DeleteRows(0, 1)
+    add(grid, 1)
+    grid.SetCellValue(0, 1, "3.14159265")
+    assert grid.shown_text(0, 1) == "3.14159"
+    grid.show_titles(["Test", "Measured"])
+    assert [wx.grid.Grid.GetColLabelValue(grid, col) for col in range(3)] == ["Test", "Measured", "Lower"]
+    assert grid.GetColLabelValue(1) == "Value"
 
 
 def test_a_burst_reaches_the_window_in_one_message(grid: RecordGrid, monkeypatch: pytest.MonkeyPatch) -> None:

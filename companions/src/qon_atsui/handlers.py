@@ -15,6 +15,12 @@ import wx
 Relay = Callable[[wx.Event], None]
 
 
+def is_offered(owner: wx.Window, name: str) -> bool:
+    """Whether a handler does something: the engine's own of these are there to be overridden."""
+    definer = next((kind for kind in type(owner).__mro__ if name in vars(kind)), None)
+    return definer is not None and definer.__module__ != "qon_ats"
+
+
 def relay(owner: wx.Window, name: str, otherwise: Callable[[wx.Event], Any] | None = None) -> Relay:
     """A callable that hands an event to `owner.<name>`; `otherwise` gets it when there is no such handler."""
     reference = weakref.ref(owner)

@@ -28,6 +28,7 @@ class MatplotPanel(wx.Panel):
     def __init__(self, parent: wx.Window) -> None:
         super().__init__(parent)
         self._plot: Plot | None = None
+        self.before_drawing: Callable[[Axes], None] | None = None  # adds what belongs to the plot
         self._empty = wx.StaticText(self, label=_("No plot yet"), style=wx.ALIGN_CENTRE_HORIZONTAL)
         self._empty.SetForegroundColour(wx.SystemSettings.GetColour(wx.SYS_COLOUR_GRAYTEXT))
         column = wx.BoxSizer(wx.VERTICAL)
@@ -50,6 +51,9 @@ class MatplotPanel(wx.Panel):
     def draw(self) -> None:
         """Show what was plotted."""
         if self._plot is not None:
+            complete = self.before_drawing
+            for axes in self._plot.figure.axes if complete is not None else ():
+                complete(axes)
             self._plot.draw()
 
     @property

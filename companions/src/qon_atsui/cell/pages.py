@@ -7,6 +7,8 @@ from qon_companions.i18n import _
 
 from qon_atsui import palette, sizing
 from qon_atsui.cell.log_view import LogView
+from qon_atsui.columns import run_columns
+from qon_atsui.grid.item_grid import ItemGrid
 from qon_atsui.grid.record_grid import RecordGrid
 
 
@@ -15,17 +17,8 @@ class CellPages(wx.Notebook):
 
     def __init__(self, parent: wx.Window) -> None:
         super().__init__(parent)
-        self.items = RecordGrid(self)
-        self.history = RecordGrid(
-            self,
-            [
-                (_("Start time"), 155),
-                (_("End time"), 155),
-                (_("Serial number"), 125),
-                (_("Result"), 110),
-                (_("Description"), 140),
-            ],
-        )
+        self.items = ItemGrid(self)
+        self.history = RecordGrid(self, run_columns())
         self.history.always_newest = True
         self.log_page = wx.Panel(self)
         self.log = LogView(self.log_page)

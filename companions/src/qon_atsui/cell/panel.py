@@ -19,7 +19,7 @@ from qon_atsui.cell.parts import Head, Totals, abort_button, details_button, sta
 from qon_atsui.cell.serial_entry import SerialEntry, settle_focus
 from qon_atsui.cell.signs import PAUSE, Signs
 from qon_atsui.fields import ValueLabel
-from qon_atsui.handlers import bind, relay
+from qon_atsui.handlers import bind, is_offered, relay
 from qon_atsui.timers import OneShotTimer
 
 
@@ -54,6 +54,7 @@ class Cell(wx.Panel):
         self.ui_abort = abort_button(self)
         self._ui_details_button = details_button(self)
         self._ui_pages = CellPages(self)
+        self._ui_pages.browse.Show(is_offered(self, "on_browse_script"))
         self.ui_view_notebook = self._ui_pages
         self.ui_assertions = self._ui_pages.items
         self.ui_history_grid = self._ui_pages.history

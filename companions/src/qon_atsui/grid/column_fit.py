@@ -60,7 +60,8 @@ class ColumnFit:
 
     def _title_width(self, column: int) -> int:
         grid = self._grid
-        return int(grid.GetFullTextExtent(grid.GetColLabelValue(column), grid.GetLabelFont())[0]) + 8
+        title = wx.grid.Grid.GetColLabelValue(grid, column)  # as it is shown
+        return int(grid.GetFullTextExtent(title, grid.GetLabelFont())[0]) + 8
 
 
 def shares(room: int, wishes: list[int], needed: list[int]) -> list[int]:

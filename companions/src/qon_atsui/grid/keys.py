@@ -103,7 +103,7 @@ class GridKeys:
         grid.PopupMenu(menu)
         menu.Destroy()
 
-    # What an ellipsis hides.
+    # What an ellipsis hides, and all digits of a number.
 
     def _on_motion(self, event: wx.MouseEvent) -> None:
         event.Skip()
@@ -115,5 +115,6 @@ class GridKeys:
         self._tip_cell = (row, column)
         inside = 0 <= row < grid.GetNumberRows() and 0 <= column < grid.GetNumberCols()
         text = displayable(grid.GetCellValue(row, column)) if inside else ""
-        width = grid.GetFullTextExtent(text, grid.GetDefaultCellFont())[0] if text else 0
-        window.SetToolTip(text if inside and width > grid.GetColSize(column) - 4 else None)
+        shown = grid.shown_text(row, column) if inside else ""
+        width = grid.GetFullTextExtent(shown, grid.GetDefaultCellFont())[0] if shown else 0
+        window.SetToolTip(text if shown != text or width > grid.GetColSize(column) - 4 else None)

@@ -25,10 +25,12 @@ _FAR_DOWN = 10**8  # scroll units; the scroll bar stops at its end
 class RecordGrid(wx.grid.Grid):
     """A `wx.grid.Grid` whose cells live in a `RowStore`; all calls the engine makes on it are cheap."""
 
+    table_type = StoreTable
+
     def __init__(self, parent: wx.Window, columns: Sequence[tuple[str, int]] = ()) -> None:
         super().__init__(parent, style=wx.WANTS_CHARS | wx.BORDER_NONE)
         self.store = RowStore()
-        self._table = StoreTable(self.store)
+        self._table = self.table_type(self.store)
         self._flush_due = False
         self._repaint = False
         self._show_newest = False  # at the next flush
@@ -145,6 +147,10 @@ class RecordGrid(wx.grid.Grid):
 
     def GetCellValue(self, row: Any, col: Any = None) -> str:
         return self.store.text(*(row if col is None else (row, col)))
+
+    def shown_text(self, row: int, col: int) -> str:
+        """What is to be read in the cell, where there is room for it."""
+        return self._table.shown(row, col)
 
     def SetCellBackgroundColour(self, row: int, col: int, colour: Any) -> None:
         if self.store.set_colour(row, col, palette.colour_name(colour)):

@@ -76,12 +76,19 @@ class StoreTable(wx.grid.GridTableBase):
 
     def GetValue(self, row: int, col: int) -> str:
         """For drawing: with a little room at both sides, which wx's own renderer does not give."""
-        return "" if self.IsEmptyCell(row, col) else f" {displayable(self.store.text(row, col))} "
+        return "" if self.IsEmptyCell(row, col) else f" {self.shown(row, col)} "
+
+    def shown(self, row: int, col: int) -> str:
+        """What is to be read in the cell."""
+        return displayable(self.store.text(row, col))
 
     def SetValue(self, row: int, col: int, value: str) -> None:
         self.store.set_text(row, col, value)
 
     def GetColLabelValue(self, col: int) -> str:
+        return self.told_title(col)
+
+    def told_title(self, col: int) -> str:
         return self._titles.get(col, "")
 
     def SetColLabelValue(self, col: int, value: str) -> None:

@@ -6,7 +6,8 @@ import wx
 from qon_companions.i18n import _
 
 from qon_atsui import palette, sizing
-from qon_atsui.fields import caption
+from qon_atsui.fields import ValueLabel, caption
+from qon_atsui.grid.numbers import shortened
 
 Figure = tuple[str, str, str]  # field, caption, what it is
 
@@ -37,32 +38,56 @@ def _computed() -> tuple[Figure, ...]:
 
 
 class FigureField(wx.TextCtrl):
-    """A read-only number that can be copied; its tool tip shows it whole."""
+    """A read-only number, shortened for the eye; it is answered, copied and shown in the tool tip whole."""
 
     def __init__(self, parent: wx.Window, hint: str) -> None:
         super().__init__(parent, style=wx.TE_READONLY)
         self._hint = hint
+        self._whole = ""
         self.SetFont(sizing.font(10.0, bold=True))
         self.SetMinSize(wx.Size(self.FromDIP(70), -1))
         self.SetToolTip(hint)
+        self.Bind(wx.EVT_TEXT_COPY, self._on_copy)
 
     def SetValue(self, value: str) -> None:
-        super().SetValue(value)
+        self._whole = value
+        super().SetValue(shortened(value))
         self.SetToolTip(f"{value}\n{self._hint}" if value else self._hint)
+
+    def GetValue(self) -> str:
+        return self._whole
+
+    def _on_copy(self, event: wx.ClipboardTextEvent) -> None:
+        if self.GetStringSelection() != super().GetValue() or not wx.TheClipboard.Open():
+            event.Skip()  # a part of it, as in any field
+            return
+        wx.TheClipboard.SetData(wx.TextDataObject(self._whole))
+        wx.TheClipboard.Close()
 
 
 class ItemFigures(wx.Panel):
-    """The fields by name in `fields`; the engine adds its plot to `column`."""
+    """What is analysed, the fields by name in `fields`; the engine adds its plot to `column`."""
 
     def __init__(self, parent: wx.Window) -> None:
         super().__init__(parent)
         self.SetBackgroundColour(palette.SURFACE)
         self.fields: dict[str, FigureField] = {}
+        self.name = self._line(12.0, bold=True)
+        self.note = self._line(10.0)
+        self.note.paint_as(palette.MUTED)
         self.column = wx.BoxSizer(wx.VERTICAL)
+        self.column.Add(self.name, 0, wx.EXPAND | wx.LEFT | wx.RIGHT | wx.TOP, 8)
+        self.column.Add(self.note, 0, wx.EXPAND | wx.LEFT | wx.RIGHT, 8)
         self.column.Add(self._table(_counts(), 3), 0, wx.EXPAND | wx.LEFT | wx.RIGHT | wx.TOP, 8)
         self.column.Add(self._table(_values(), 3), 0, wx.EXPAND | wx.LEFT | wx.RIGHT | wx.TOP, 8)
         self.column.Add(self._table(_computed(), 1), 0, wx.EXPAND | wx.ALL, 8)
         self.SetSizer(self.column)
+
+    def _line(self, points: float, bold: bool = False) -> ValueLabel:
+        line = ValueLabel(self)
+        line.SetFont(sizing.font(points, bold))
+        line.SetMinSize(wx.Size(-1, sizing.line_height(points, bold) + 2))
+        return line
 
     def _table(self, figures: tuple[Figure, ...], columns: int) -> wx.FlexGridSizer:
         table = wx.FlexGridSizer(2 * columns, 6, 8)

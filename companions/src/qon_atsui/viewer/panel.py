@@ -6,9 +6,11 @@ import wx
 from qon_companions.i18n import _
 
 from qon_atsui import palette, sizing
+from qon_atsui.columns import item_columns, unit_columns
 from qon_atsui.fields import caption
+from qon_atsui.grid.item_grid import ItemGrid
 from qon_atsui.grid.record_grid import RecordGrid
-from qon_atsui.handlers import bind, relay
+from qon_atsui.handlers import bind, is_offered, relay
 from qon_atsui.icons import window_icon
 from qon_atsui.splitter import RatioSplitter
 from qon_atsui.viewer.item_figures import ItemFigures, figures_guide
@@ -22,6 +24,8 @@ class TestDataViewerPanel(wx.Panel):
     """Creates the viewer's `ui_*` widgets and binds its `on_*` handlers."""
 
     __test__ = False  # the name is no test class
+    # The engine takes a row's number for the place in the whole list: then only the whole list can be saved from.
+    ui_saves_filtered = False
 
     def __init__(self, parent: wx.Window) -> None:
         wx.Panel.__init__(self, parent)
@@ -50,16 +54,18 @@ class TestDataViewerPanel(wx.Panel):
         self.ui_cell_filter.SetMinSize(wx.Size(self.FromDIP(90), -1))
         self.ui_cell_filter.Bind(wx.EVT_CHOICE, self._ui_on_choice)
         row.Add(self.ui_cell_filter, 0, wx.ALIGN_CENTRE_VERTICAL | wx.RIGHT, 12)
+        self.ui_save_report = self._ui_button(
+            "on_save_single_uut_test_data",
+            _("&Save report\u2026"),
+            _("Save the selected unit's results as a workbook"),
+        )
+        row.Add(self.ui_save_report, 0, wx.RIGHT, 6)
         for handler, label, hint in (
-            (
-                "on_save_single_uut_test_data",
-                _("&Save report\u2026"),
-                _("Save the selected unit's results as a workbook"),
-            ),
             ("on_export_data", _("&Export list\u2026"), _("Write all listed units to a file")),
             ("on_import_data", _("&Import list\u2026"), _("Read units from a file")),
         ):
-            row.Add(self._ui_button(handler, label, hint), 0, wx.RIGHT, 6)
+            if is_offered(self, handler):
+                row.Add(self._ui_button(handler, label, hint), 0, wx.RIGHT, 6)
         row.AddStretchSpacer()
         row.Add(self._ui_button("on_clear_data", _("&Clear\u2026"), _("Empty the list; asks first")), 0)
         return row
@@ -72,6 +78,7 @@ class TestDataViewerPanel(wx.Panel):
 
     def _ui_on_choice(self, event: wx.CommandEvent) -> None:
         self.ui_cell_filter.refresh_copy()
+        self.ui_save_report.Enable(self.ui_saves_filtered or self.ui_cell_filter.GetSelection() == 0)
         relay(self, "on_cell_filter_changed")(event)
 
     def _ui_splitters(self) -> wx.SplitterWindow:
@@ -98,31 +105,18 @@ class TestDataViewerPanel(wx.Panel):
         return panel, grid
 
     def _ui_unit_grid(self, parent: wx.Window) -> UnitGrid:
-        columns = [
-            (_("Begin time"), 155),
-            (_("End time"), 155),
-            (_("Serial number"), 125),
-            (_("Result"), 60),
-            (_("First NG item"), 150),
-        ]
-        return UnitGrid(parent, columns, self._ui_listing)
+        return UnitGrid(parent, unit_columns(), self._ui_listing)
 
-    def _ui_item_grid(self, parent: wx.Window) -> RecordGrid:
-        columns = [
-            (_("Name"), 220),
-            (_("Value"), 130),
-            (_("Lower"), 130),
-            (_("Upper"), 130),
-            (_("Unit"), 70),
-            (_("Result"), 80),
-        ]
-        return RecordGrid(parent, columns)
+    def _ui_item_grid(self, parent: wx.Window) -> ItemGrid:
+        return ItemGrid(parent, item_columns())
 
     def _ui_analysis(self, parent: wx.Window) -> wx.Notebook:
         notebook = wx.Notebook(parent)
         figures = ItemFigures(notebook)
         for name, field in figures.fields.items():
             setattr(self, f"ui_single_item_{name}", field)
+        self.ui_single_item_name = figures.name
+        self.ui_single_item_note = figures.note
         self.ui_statistics_and_analyze_panel = figures
         self.ui_statistics_and_analyze_sizer = figures.column
         notebook.AddPage(figures, _("Item analysis"))
@@ -149,3 +143,12 @@ class TestDataViewerFrame(wx.Frame):
         self.Bind(wx.EVT_MENU, lambda _event: self.Close(), id=self._ui_close_id)
         keys = [(wx.ACCEL_CTRL, ord("W")), (wx.ACCEL_NORMAL, wx.WXK_ESCAPE)]
         self.SetAcceleratorTable(wx.AcceleratorTable([(*key, self._ui_close_id) for key in keys]))
+
+    def Show(self, show: bool = True) -> bool:
+        """Asked for again it comes to the front, wherever it was."""
+        changed = bool(super().Show(show))
+        if show:
+            if self.IsIconized():
+                self.Iconize(False)
+            self.Raise()
+        return changed
