@@ -26,7 +26,7 @@ struct QueueParts {
     PyObject* dict;
     PyObject* weakrefs;
 
-    static constexpr PyObject* QueueParts::*kReferences[] = {
+    static constexpr PyObject* QueueParts::* kReferences[] = {
         &QueueParts::items,     &QueueParts::append,  &QueueParts::mutex,    &QueueParts::locked,
         &QueueParts::not_empty, &QueueParts::waiters, &QueueParts::max_size, &QueueParts::is_shut_down};
 };
@@ -57,25 +57,41 @@ bool put_directly(QueueParts* queue, PyObject* item) {
     return true;
 }
 
+PyObject* original_put = nullptr;    // of queue.Queue
+PyObject* original_store = nullptr;  // its `_put`, which a put calls
+
+bool is_base_native_in(PyTypeObject* type) {
+    const nb::object base = python_module<"queue">().attr("Queue");
+    return type == queue_class && base.attr("put").is(original_put) &&
+           cpython_private::type_lookup(type, name<"_put">()) == original_store;
+}
+
+// Whether what the put of a plain queue would call is as the library has it.
+bool is_base_native(nb::handle queue) {
+    static KeptOfType<bool> kept;
+    return kept.of(Py_TYPE(queue.ptr()), is_base_native_in) && !has_in_dict(queue.ptr(), name<"_put">());
+}
+
 nb::object put_method(nb::handle self, const Arguments& args) {
-    if (Py_TYPE(self.ptr()) != queue_class || !put_directly(parts(self), args[0].ptr()))
+    if (Py_TYPE(self.ptr()) != queue_class || !is_base_native(self) ||
+        !put_directly(parts(self), args[0].ptr()))
         python_module<"queue">().attr("Queue").attr("put")(self, args[0], args[1], args[2]);
     return nb::none();
 }
 
-template <PyObject* QueueParts::*part>
+template <PyObject* QueueParts::* part>
 nb::object get(nb::handle self, const Arguments&) {
     return read(parts(self)->*part);
 }
 
-template <PyObject* QueueParts::*part>
+template <PyObject* QueueParts::* part>
 nb::object set(nb::handle self, const Arguments& args) {
     assign(parts(self)->*part, args[0]);
     return nb::none();
 }
 
 // Keeps the bound method that a put calls beside the object that it is of.
-template <PyObject* QueueParts::*part, PyObject* QueueParts::*bound_method, Literal L>
+template <PyObject* QueueParts::* part, PyObject* QueueParts::* bound_method, Literal L>
 nb::object set_with(nb::handle self, const Arguments& args) {
     assign(parts(self)->*part, args[0]);
     assign(parts(self)->*bound_method, field<L>(args[0]));
@@ -114,21 +130,29 @@ constexpr Member kQueue[] = {
     method("put(item, block = True, timeout = None)", put_method),
 };
 
+// Whether `queue.put(item)` comes down to `put_directly`.
+bool is_put_native(nb::handle queue) {
+    static KeptOfObject<bool> kept;
+    return kept.of(queue.ptr(), [](PyObject* object) {
+        return is_base_native(object) && is_native<"put", put_method>(object);
+    });
+}
+
 }  // namespace
 
 nb::object new_assertion_queue() { return nb::handle(reinterpret_cast<PyObject*>(queue_class))(); }
 
 void put(nb::handle queue, nb::handle item) {
-    if (Py_TYPE(queue.ptr()) != queue_class || !is_native(queue, name<"put">(), put_method) ||
-        !put_directly(parts(queue), item.ptr()))
-        queue.attr("put")(item);
+    if (!is_put_native(queue) || !put_directly(parts(queue), item.ptr())) queue.attr("put")(item);
 }
 
 void init_assertion_queue(nb::module_& module) {
     PyTypeObject* parts_type = NativeType<QueueParts>::make("qon_ats._QueueParts");
     publish_type(module, parts_type, "_QueueParts", kParts);
-    const nb::tuple bases = nb::make_tuple(nb::handle(reinterpret_cast<PyObject*>(parts_type)),
-                                           python_module<"queue">().attr("Queue"));
+    const nb::object queue = python_module<"queue">().attr("Queue");
+    original_put = nb::object(queue.attr("put")).release().ptr();
+    original_store = nb::object(queue.attr("_put")).release().ptr();
+    const nb::tuple bases = nb::make_tuple(nb::handle(reinterpret_cast<PyObject*>(parts_type)), queue);
     queue_class = reinterpret_cast<PyTypeObject*>(
         build_class(module, "_AssertionQueue", bases, kQueue).release().ptr());
 }

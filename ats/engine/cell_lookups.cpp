@@ -9,28 +9,38 @@ namespace {
 PyObject* own_assertion_configs = nullptr;
 PyObject* own_cell_config = nullptr;
 
+PyObject* find_property(nb::handle cell_base, PyObject* property_name) {
+    return cpython_private::type_lookup(reinterpret_cast<PyTypeObject*>(cell_base.ptr()), property_name);
+}
+
 // A property is a data descriptor: an instance attribute of the same name cannot stand before it.
-nb::object read_property(nb::handle cell, PyObject* property_name, PyObject* own, PyObject* field_name) {
-    if (_PyType_Lookup(Py_TYPE(cell.ptr()), property_name) == own) return own_field(cell, field_name);
-    return nb::steal(nb::detail::raise_if_null(PyObject_GetAttr(cell.ptr(), property_name)));
+PyObject* behind_property(PyObject* cell, PyObject* property_name, PyObject* own, PyObject* field_name) {
+    const bool is_own = cpython_private::type_lookup(Py_TYPE(cell), property_name) == own;
+    return is_own ? plain_field(cell, field_name) : nullptr;
 }
 
 }  // namespace
 
-nb::object own_field(nb::handle cell, PyObject* key) {
-    PyObject* dict = instance_dict(cell);
-    if (PyObject* value = dict ? PyDict_GetItemWithError(dict, key) : nullptr) return nb::borrow(value);
-    if (PyErr_Occurred()) throw nb::python_error();
-    return nb::steal(nb::detail::raise_if_null(PyObject_GetAttr(cell.ptr(), key)));
-}
+nb::object unit_of_run(nb::handle cell) { return kept_field<"_CellBase__uut">(cell); }
+nb::object queue_of(nb::handle cell) { return kept_field<"_assertion_queue">(cell); }
+nb::object categories_of(nb::handle cell) { return kept_field<"_assertion_category">(cell); }
 
 nb::object assertion_configs_of(nb::handle cell) {
-    return read_property(cell, name<"assertion_configs">(), own_assertion_configs,
-                         name<"_assertion_configs">());
+    static KeptOfObject<PyObject*> kept;
+    PyObject* configs = kept.of(cell.ptr(), [](PyObject* object) {
+        return behind_property(object, name<"assertion_configs">(), own_assertion_configs,
+                               name<"_assertion_configs">());
+    });
+    return configs ? nb::borrow(configs) : field<"assertion_configs">(cell);
 }
 
 nb::object cell_config_of(nb::handle cell) {
-    return read_property(cell, name<"cell_config">(), own_cell_config, name<"_CellBase__cell_config">());
+    static KeptOfObject<PyObject*> kept;
+    PyObject* config = kept.of(cell.ptr(), [](PyObject* object) {
+        return behind_property(object, name<"cell_config">(), own_cell_config,
+                               name<"_CellBase__cell_config">());
+    });
+    return config ? nb::borrow(config) : field<"cell_config">(cell);
 }
 
 nb::object configured(nb::handle cell, PyObject* key, PyObject* default_value) {
@@ -41,9 +51,8 @@ nb::object configured(nb::handle cell, PyObject* key, PyObject* default_value) {
 }
 
 void remember_cell_properties(nb::handle cell_base) {
-    PyTypeObject* type = reinterpret_cast<PyTypeObject*>(cell_base.ptr());
-    own_assertion_configs = _PyType_Lookup(type, name<"assertion_configs">());
-    own_cell_config = _PyType_Lookup(type, name<"cell_config">());
+    own_assertion_configs = find_property(cell_base, name<"assertion_configs">());
+    own_cell_config = find_property(cell_base, name<"cell_config">());
 }
 
 }  // namespace ats

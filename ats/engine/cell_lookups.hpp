@@ -5,8 +5,10 @@
 
 namespace ats {
 
-// A field of the cell from its dictionary; falls back to attribute look-up, which tells what is missing.
-nb::object own_field(nb::handle cell, PyObject* key);
+// The fields that recording uses; kept beside the cell's dictionary while nothing is assigned to the cell.
+nb::object unit_of_run(nb::handle cell);
+nb::object queue_of(nb::handle cell);
+nb::object categories_of(nb::handle cell);
 
 // The properties `assertion_configs` and `cell_config`, overrides honoured.
 nb::object assertion_configs_of(nb::handle cell);

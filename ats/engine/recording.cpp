@@ -48,7 +48,7 @@ nb::object judged(nb::handle cell, const Judgement& judgement) {
 
 nb::object record(nb::handle cell, const Judgement& judgement) {
     nb::object assertion = judged(cell, judgement);
-    if (is_native(cell, name<"append">(), append_method))
+    if (calls_natively<"append", append_method>(cell))
         append(cell, assertion, judgement.stop_if_ng, judgement.category);
     else
         cell.attr("append")(assertion, nb::handle(judgement.stop_if_ng), nb::handle(judgement.category));
@@ -69,7 +69,7 @@ void add_to_category(nb::handle categories, nb::handle category, nb::handle asse
 }
 
 void categorise(nb::handle cell, nb::handle category, nb::handle assertion) {
-    const nb::object categories = own_field(cell, name<"_assertion_category">());
+    const nb::object categories = categories_of(cell);
     const nb::handle all(name<"all">());
     bool in_all = false;
     if (PyList_Check(category.ptr())) {
@@ -139,7 +139,7 @@ nb::object assert_with_percent_limits_method(nb::handle self, const Arguments& a
 }
 
 nb::object assert_with_limits(nb::handle cell, const Judgement& j) {
-    if (is_native(cell, name<"assert_with_limits">(), assert_with_limits_method)) return record(cell, j);
+    if (calls_natively<"assert_with_limits", assert_with_limits_method>(cell)) return record(cell, j);
     const Measurement& m = j.measurement;
     return cell.attr("assert_with_limits")(nb::handle(j.item_name), nb::handle(m.value), nb::handle(m.lower),
                                            nb::handle(m.upper), nb::handle(m.unit), nb::handle(m.result),
@@ -147,7 +147,7 @@ nb::object assert_with_limits(nb::handle cell, const Judgement& j) {
 }
 
 nb::object assert_with_result(nb::handle cell, const Judgement& j) {
-    if (is_native(cell, name<"assert_with_result">(), assert_with_result_method)) return record(cell, j);
+    if (calls_natively<"assert_with_result", assert_with_result_method>(cell)) return record(cell, j);
     const Measurement& m = j.measurement;
     return cell.attr("assert_with_result")(nb::handle(j.item_name), nb::handle(m.value), nb::handle(m.result),
                                            nb::handle(m.unit), nb::handle(m.lower), nb::handle(m.upper),
@@ -156,11 +156,11 @@ nb::object assert_with_result(nb::handle cell, const Judgement& j) {
 
 void append(nb::handle cell, nb::handle assertion, nb::handle stop_if_ng, nb::handle category) {
     if (unit_of(assertion).is_none()) set_unit(assertion, configured(cell, name<"none_unit">(), name<"">()));
-    append_assertion(own_field(cell, name<"_CellBase__uut">()), assertion);
-    put(own_field(cell, name<"_assertion_queue">()), assertion);
+    append_assertion(unit_of_run(cell), assertion);
+    put(queue_of(cell), assertion);
     categorise(cell, category, assertion);
     if (!is_ng(assertion)) return;
-    own_field(cell, name<"_ng_items">()).attr("append")(assertion);
+    field<"_ng_items">(cell).attr("append")(assertion);
     if (stops_at_ng(cell, stop_if_ng)) raise_ng(name_of(assertion));
 }
 

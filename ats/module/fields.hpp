@@ -1,7 +1,7 @@
 // fields.hpp - fields of Python instances, read and written by interned name.
 #pragma once
 
-#include "module/names.hpp"
+#include "module/kept.hpp"
 
 namespace ats {
 
@@ -33,11 +33,12 @@ bool flag(nb::handle cell) {
     return truth(field<L>(cell));
 }
 
-// The instance dictionary itself, borrowed; for the measurements' path, which cannot pay for attribute
-// look-up.
-inline PyObject* instance_dict(nb::handle object) {
-    PyObject** slot = _PyObject_GetDictPtr(object.ptr());
-    return slot ? *slot : nullptr;
+// The same for an object that lives long and is read at each measurement.
+template <Literal L>
+nb::object kept_field(nb::handle object) {
+    static KeptOfObject<PyObject*> kept;
+    PyObject* value = kept.of(object.ptr(), [](PyObject* o) { return plain_field(o, name<L>()); });
+    return value ? nb::borrow(value) : field<L>(object);
 }
 
 }  // namespace ats

@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 
+#include "module/cpython_private.hpp"
 #include "module/docstrings.hpp"
 #include "module/errors.hpp"
 
@@ -170,10 +171,22 @@ Body native_body(PyObject* function) {
     return function && Py_TYPE(function) == method_type ? as_method(function)->body : nullptr;
 }
 
-bool is_native(nb::handle self, PyObject* attribute, Body body) {
-    if (native_body(_PyType_Lookup(Py_TYPE(self.ptr()), attribute)) != body) return false;
-    PyObject** dict = _PyObject_GetDictPtr(self.ptr());
-    return !dict || !*dict || !PyDict_GetItem(*dict, attribute);
+bool reads_attributes_plainly(PyTypeObject* type) {
+    PyObject* attribute = name<"__getattribute__">();
+    return cpython_private::type_lookup(type, attribute) ==
+           cpython_private::type_lookup(&PyBaseObject_Type, attribute);
+}
+
+bool is_native_in(PyTypeObject* type, PyObject* attribute, Body body, PyTypeObject* receiver) {
+    return native_body(cpython_private::type_lookup(type, attribute)) == body &&
+           reads_attributes_plainly(type) && (!receiver || PyType_IsSubtype(type, receiver));
+}
+
+bool is_native_property_in(PyTypeObject* type, PyObject* attribute, Body get, PyTypeObject* receiver) {
+    PyObject* found = cpython_private::type_lookup(type, attribute);
+    if (!found || !Py_IS_TYPE(found, &PyProperty_Type) || !reads_attributes_plainly(type)) return false;
+    const nb::object getter = nb::handle(found).attr(nb::handle(name<"fget">()));
+    return native_body(getter.ptr()) == get && (!receiver || PyType_IsSubtype(type, receiver));
 }
 
 }  // namespace ats

@@ -19,8 +19,14 @@ nb::object make_method(std::string_view signature, Body body, nb::handle scope, 
 // The body of `function` when it is one of our methods, else null; tells overridden from native.
 Body native_body(PyObject* function);
 
-// Whether calling `self.attribute` would run `body`: no subclass, no patch and no instance attribute in
-// between.
-bool is_native(nb::handle self, PyObject* attribute, Body body);
+// Whether the class `type` reads attributes as classes do that do not say otherwise.
+bool reads_attributes_plainly(PyTypeObject* type);
+
+// Whether `attribute` of the class `type` is the method with this body: neither overridden nor patched.  A
+// class that is not of the native type `receiver`, unless that is null, cannot use the body.
+bool is_native_in(PyTypeObject* type, PyObject* attribute, Body body, PyTypeObject* receiver);
+
+// The same for a property and its getter.
+bool is_native_property_in(PyTypeObject* type, PyObject* attribute, Body get, PyTypeObject* receiver);
 
 }  // namespace ats

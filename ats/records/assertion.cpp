@@ -3,11 +3,14 @@
 
 #include "module/errors.hpp"
 #include "module/imports.hpp"
+#include "module/kept.hpp"
 #include "records/item_names.hpp"
 #include "records/judgement.hpp"
 
 namespace ats {
 namespace {
+
+bool is_plain_assertion(PyObject* object) { return Py_TYPE(object) == record_types.assertion; }
 
 // Records of plain values cannot take part in a reference cycle, so the collector need not walk them.
 bool is_atomic(PyObject* value) {
@@ -96,7 +99,12 @@ int set_dict(PyObject* object, PyObject* dict, void* context) {
 
 bool given(PyObject* argument) { return argument && argument != Py_None; }
 
-// Judges by the rule of the record: an explicit result decides, else the limits of this very call.
+// The rule of the record: an explicit result decides, else the limits of this very call.
+Verdict verdict_for(const Measurement& m) {
+    if (given(m.result)) return verdict_of_result(m.result);
+    return given(m.value) ? judge(m.value, m.lower, m.upper) : Verdict::tbd;
+}
+
 void update_fields(PyObject* self, const Measurement& m) {
     Assertion* a = as_assertion(self);
     if (given(m.value)) a->set_value(m.value);
@@ -104,12 +112,7 @@ void update_fields(PyObject* self, const Measurement& m) {
     if (given(m.upper)) assign(a->upper, m.upper);
     if (given(m.unit)) a->unit.assign(m.unit);
     track_if_needed(self);
-    Verdict verdict = Verdict::tbd;
-    if (given(m.result))
-        verdict = verdict_of_result(m.result);
-    else if (given(m.value))
-        verdict = judge(m.value, m.lower, m.upper);
-    a->set_verdict(verdict);
+    a->set_verdict(verdict_for(m));
     a->assert_time = given(m.assert_time) ? nb::cast<double>(nb::float_(nb::handle(m.assert_time))) : now();
 }
 
@@ -130,7 +133,7 @@ nb::object init(nb::handle self, const Arguments& args) {
     a->set_report_needed(args[7].ptr() == Py_True);
     track_if_needed(self.ptr());
     a->assert_time = args.is_none(6) ? now() : nb::cast<double>(nb::float_(args[6]));
-    if (is_native(self, name<"update">(), update))
+    if (is_native<"update", update>(self))
         update_fields(self.ptr(), {args[1].ptr(), args[2].ptr(), args[3].ptr(), args[4].ptr(), args[5].ptr(),
                                    args[6].ptr()});
     else
@@ -250,6 +253,18 @@ nb::object set_state(nb::handle self, const Arguments& args) {
     return nb::none();
 }
 
+// Nobody put another class in the place of ours.
+bool own_class_stands() {
+    static std::uint64_t version = 0;  // of the namespace when it was so
+    PyObject* space = module_namespace().ptr();
+    if (version && dict_version(space) == version) return true;
+    PyObject* found = PyDict_GetItemWithError(space, name<"Assertion">());
+    if (!found && PyErr_Occurred()) throw nb::python_error();
+    const bool stands = found == reinterpret_cast<PyObject*>(record_types.assertion);
+    version = stands ? dict_version(space) : 0;
+    return stands;
+}
+
 constexpr Member kMembers[] = {
     method(
         "__init__(name: str = '', value = None, lower = None, upper = None, unit: str? = '', result = None, "
@@ -313,41 +328,71 @@ nb::object new_assertion(PyObject* name, const Measurement& m) {
     a->lower.take(Py_XNewRef(m.lower));
     a->upper = Py_XNewRef(m.upper);
     a->unit.take(Py_XNewRef(m.unit));
-    update_fields(object, {m.value, m.lower, m.upper, nullptr, m.result, nullptr});
+    track_if_needed(object);
+    a->set_verdict(verdict_for(m));
+    a->assert_time = now();
     return owner;
 }
 
 bool makes_plain_assertions() {
-    return PyDict_GetItem(module_namespace().ptr(), name<"Assertion">()) ==
-               reinterpret_cast<PyObject*>(record_types.assertion) &&
-           native_body(_PyType_Lookup(record_types.assertion, name<"update">())) == update;
+    static KeptOfType<bool> kept;
+    const auto find = [](PyTypeObject* type) {
+        return is_native_in(type, name<"__init__">(), init, nullptr) &&
+               is_native_in(type, name<"update">(), update, nullptr) && type->tp_new == create &&
+               type->tp_setattro == set_attribute;
+    };
+    return kept.of(record_types.assertion, find) && own_class_stands();
+}
+
+bool is_ok(nb::handle assertion) {
+    if (is_native<"is_ok", is_ok_method>(assertion, record_types.assertion))
+        return verdict_of(assertion) == Verdict::ok;
+    return nb::cast<bool>(nb::bool_(assertion.attr("is_ok")()));
 }
 
 bool is_ng(nb::handle assertion) {
-    if (is_plain_assertion(assertion.ptr())) return verdict_of(assertion) == Verdict::ng;
+    if (is_native<"is_ng", is_ng_method>(assertion, record_types.assertion))
+        return verdict_of(assertion) == Verdict::ng;
     return nb::cast<bool>(nb::bool_(assertion.attr("is_ng")()));
 }
 
 bool is_tbd(nb::handle assertion) {
-    if (is_plain_assertion(assertion.ptr())) return verdict_of(assertion) == Verdict::tbd;
+    if (is_native<"is_tbd", is_tbd_method>(assertion, record_types.assertion))
+        return verdict_of(assertion) == Verdict::tbd;
     return nb::cast<bool>(nb::bool_(assertion.attr("is_tbd")()));
 }
 
 nb::object unit_of(nb::handle assertion) {
-    if (is_plain_assertion(assertion.ptr())) return read(as_assertion(assertion.ptr())->unit.get());
+    if (is_native<"get_unit", unit_by_property>(assertion, record_types.assertion) &&
+        is_native_property<"unit", get_unit>(assertion))
+        return read(as_assertion(assertion.ptr())->unit.get());
     return assertion.attr("get_unit")();
 }
 
 void set_unit(nb::handle assertion, nb::handle unit) {
-    if (is_plain_assertion(assertion.ptr()) && PyUnicode_CheckExact(unit.ptr()))
+    if (PyUnicode_CheckExact(unit.ptr()) &&
+        is_native<"set_unit", set_unit_method>(assertion, record_types.assertion))
         as_assertion(assertion.ptr())->unit.assign(unit);
     else
         assertion.attr("set_unit")(unit);
 }
 
 nb::object name_of(nb::handle assertion) {
-    if (is_plain_assertion(assertion.ptr())) return read(as_assertion(assertion.ptr())->name);
+    if (is_native<"get_name", name_by_property>(assertion, record_types.assertion))
+        if (PyObject* own = own_name_of(assertion.ptr())) return nb::borrow(own);
     return assertion.attr("get_name")();
+}
+
+PyObject* own_name_of(PyObject* assertion) {
+    const bool native = is_native_property<"name", get_name>(assertion, record_types.assertion);
+    return native ? as_assertion(assertion)->name : nullptr;
+}
+
+nb::object value_of(nb::handle assertion) {
+    if (is_native_property<"value", get_value>(assertion, record_types.assertion) &&
+        as_assertion(assertion.ptr())->value_is_number())
+        return as_assertion(assertion.ptr())->get_value();
+    return assertion.attr("value");
 }
 
 nb::object verdict_word(Verdict verdict) {

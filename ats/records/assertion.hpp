@@ -61,7 +61,6 @@ struct Assertion {
 };
 
 inline Assertion* as_assertion(PyObject* object) { return reinterpret_cast<Assertion*>(object); }
-inline bool is_plain_assertion(PyObject* object) { return Py_TYPE(object) == record_types.assertion; }
 
 // The fields of a new assertion or of an update; None or null means: not given.
 struct Measurement {
@@ -79,12 +78,18 @@ nb::object new_assertion(PyObject* name, const Measurement& measurement);
 // Whether calling the class `Assertion` would do no more than `new_assertion` does.
 bool makes_plain_assertions();
 
-// The following honour overrides in subclasses.
+// The following honour what subclasses, tests and applications put in the place of the record's own methods
+// and properties, be it in the class or on one object.
+bool is_ok(nb::handle assertion);
 bool is_ng(nb::handle assertion);
 bool is_tbd(nb::handle assertion);
 nb::object unit_of(nb::handle assertion);
 void set_unit(nb::handle assertion, nb::handle unit);
 nb::object name_of(nb::handle assertion);
+nb::object value_of(nb::handle assertion);
+
+// What the property `name` would give, borrowed and not yet an object's own; null where it must be asked.
+PyObject* own_name_of(PyObject* assertion);
 
 // The verdict words as they stand on the class now: an application may replace them.
 nb::object verdict_word(Verdict verdict);

@@ -13,7 +13,7 @@ struct Statistics {
     PyObject* dict;
     PyObject* weakrefs;
 
-    static constexpr PyObject* Statistics::*kReferences[] = {&Statistics::ok, &Statistics::ng};
+    static constexpr PyObject* Statistics::* kReferences[] = {&Statistics::ok, &Statistics::ng};
 };
 
 Statistics* as_statistics(nb::handle self) { return reinterpret_cast<Statistics*>(self.ptr()); }

@@ -18,7 +18,7 @@ struct TestItem {
     PyObject* dict;
     PyObject* weakrefs;
 
-    static constexpr PyObject* TestItem::*kReferences[] = {
+    static constexpr PyObject* TestItem::* kReferences[] = {
         &TestItem::name,       &TestItem::assertion,   &TestItem::test_func,     &TestItem::before_test,
         &TestItem::after_test, &TestItem::retry_count, &TestItem::retry_interval};
 };
@@ -30,7 +30,7 @@ nb::object init(nb::handle self, const Arguments& args) {
     return nb::none();
 }
 
-template <PyObject* TestItem::*field>
+template <PyObject* TestItem::* field>
 nb::object get(nb::handle self, const Arguments&) {
     return read(reinterpret_cast<TestItem*>(self.ptr())->*field);
 }

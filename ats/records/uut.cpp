@@ -3,6 +3,7 @@
 
 #include "module/errors.hpp"
 #include "module/imports.hpp"
+#include "module/kept.hpp"
 
 namespace ats {
 namespace {
@@ -104,7 +105,7 @@ nb::object elapse(nb::handle self, const Arguments&) {
 nb::object get_assertion_by_name(nb::handle self, const Arguments& args) {
     const nb::handle wanted = args[0];
     return first_assertion(self, [&](const nb::object& assertion) {
-        PyObject* own = is_plain_assertion(assertion.ptr()) ? as_assertion(assertion.ptr())->name : nullptr;
+        PyObject* own = own_name_of(assertion.ptr());
         const nb::object held = own ? nb::borrow(own) : nb::object(assertion.attr("name"));
         const int equal = PyObject_RichCompareBool(held.ptr(), wanted.ptr(), Py_EQ);
         if (equal < 0) throw nb::python_error();
@@ -157,12 +158,17 @@ constexpr Member kMembers[] = {
 }  // namespace
 
 void append_assertion(nb::handle uut, nb::handle assertion) {
-    if (!is_uut(uut.ptr()) || !is_native(uut, name<"append_assertion">(), append)) {
+    if (!is_native<"append_assertion", append>(uut, record_types.uut)) {
         uut.attr("append_assertion")(assertion);
         return;
     }
     if (as_uut(uut)->done) raise(PyExc_ValueError, kAlreadyDone);
     if (PyList_Append(as_uut(uut)->assertions, assertion.ptr()) < 0) throw nb::python_error();
+}
+
+nb::object assertions_of_unit(nb::handle uut) {
+    if (is_native_property<"assertions", assertions>(uut, record_types.uut)) return assertions_of(uut);
+    return uut.attr("assertions");
 }
 
 void init_uut(nb::module_& module) {

@@ -17,12 +17,15 @@ struct Uut {
     PyObject* dict;
     PyObject* weakrefs;
 
-    static constexpr PyObject* Uut::*kReferences[] = {&Uut::serial_number, &Uut::assertions, &Uut::done_event,
-                                                      &Uut::cell_number};
+    static constexpr PyObject* Uut::* kReferences[] = {&Uut::serial_number, &Uut::assertions,
+                                                       &Uut::done_event, &Uut::cell_number};
 };
 
 // `uut.append_assertion(assertion)`, honouring overrides.
 void append_assertion(nb::handle uut, nb::handle assertion);
+
+// `uut.assertions`, honouring overrides.
+nb::object assertions_of_unit(nb::handle uut);
 
 void init_uut(nb::module_& module);
 

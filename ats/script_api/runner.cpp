@@ -8,7 +8,7 @@
 namespace ats {
 namespace {
 
-nb::object cell_of(nb::handle self) { return field<"_cell">(self); }
+nb::object cell_of(nb::handle self) { return kept_field<"_cell">(self); }
 nb::object frame_of(nb::handle self) { return field<"_frame">(self); }
 
 // The runner finds its cell through the test thread that constructs it.

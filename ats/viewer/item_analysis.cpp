@@ -18,12 +18,9 @@ void show(nb::handle self, const char* attribute, nb::handle value) {
     self.attr(attribute).attr("SetValue")(nb::str(value));
 }
 
-// The list itself where the property is the record's own, else whatever a subclass offers.
+// The list itself, or one made of what a subclass offers.
 nb::object assertions_of(nb::handle uut) {
-    PyObject* own =
-        Py_TYPE(uut.ptr()) == record_types.uut ? reinterpret_cast<Uut*>(uut.ptr())->assertions : nullptr;
-    if (own) return nb::borrow(own);
-    nb::object offered = uut.attr("assertions");
+    nb::object offered = assertions_of_unit(uut);
     return PyList_Check(offered.ptr()) ? offered : nb::object(nb::list(offered));
 }
 
@@ -36,10 +33,8 @@ bool same_text(PyObject* left, PyObject* right) {
 }
 
 bool is_named(PyObject* assertion, PyObject* wanted) {
-    if (is_plain_assertion(assertion)) {
-        PyObject* own = as_assertion(assertion)->name;
-        if (own && PyUnicode_CheckExact(own) && PyUnicode_CheckExact(wanted)) return same_text(own, wanted);
-    }
+    PyObject* own = own_name_of(assertion);
+    if (own && PyUnicode_CheckExact(own) && PyUnicode_CheckExact(wanted)) return same_text(own, wanted);
     const nb::object held = nb::borrow(assertion);
     return nb::object(held.attr("name")).equal(nb::handle(wanted));
 }
@@ -59,17 +54,11 @@ void gather(nb::handle uut, PyObject* wanted, nb::list& found) {
 }
 
 nb::object number_of(nb::handle assertion) {
-    if (is_plain_assertion(assertion.ptr()) && as_assertion(assertion.ptr())->value_is_number())
-        return as_assertion(assertion.ptr())->get_value();
-    nb::object value = assertion.attr("value");
+    nb::object value = value_of(assertion);
+    if (PyFloat_CheckExact(value.ptr())) return value;
     if (PyUnicode_Check(value.ptr()))
         return nb::steal(nb::detail::raise_if_null(PyFloat_FromString(value.ptr())));
     return nb::steal(nb::detail::raise_if_null(PyNumber_Float(value.ptr())));
-}
-
-bool is_ok(nb::handle assertion) {
-    if (is_plain_assertion(assertion.ptr())) return as_assertion(assertion.ptr())->verdict() == Verdict::ok;
-    return truth(assertion.attr("is_ok")());
 }
 
 void show_figures(nb::handle self, nb::handle values) {

@@ -1,0 +1,39 @@
+// cpython_private.hpp - what the system uses of CPython beyond its documented interface, in this one place.
+#pragma once
+
+#include <Python.h>
+
+#include <cstdint>
+
+namespace ats::cpython_private {
+
+// The newest minor version that this was tried with is 3.14.  In a later one nothing is taken for unchanged:
+// everything is looked up at each use, which is slower and as right.
+#define QON_KNOWS_VERSIONS (PY_VERSION_HEX < 0x030F0000)
+
+// Changes with every assignment to the type or a base of it, and no two types share one; 0: not known.
+inline unsigned type_version([[maybe_unused]] const PyTypeObject* type) {
+#if QON_KNOWS_VERSIONS
+    return type->tp_version_tag;
+#else
+    return 0;
+#endif
+}
+
+#if PY_VERSION_HEX < 0x030C0000
+// Changes with every assignment in the dictionary, and no two dictionaries share one.  Later interpreters
+// have a documented way: see module/versions.cpp.
+inline std::uint64_t dict_version(PyObject* dict) {
+    return reinterpret_cast<PyDictObject*>(dict)->ma_version_tag;
+}
+#endif
+
+// What `type.attribute` is found as on the type or its bases; borrowed, null without an error.
+inline PyObject* type_lookup(PyTypeObject* type, PyObject* attribute) {
+    return _PyType_Lookup(type, attribute);
+}
+
+// The place of the instance dictionary; null for an object that cannot have one.
+inline PyObject** dict_place(PyObject* object) { return _PyObject_GetDictPtr(object); }
+
+}  // namespace ats::cpython_private
