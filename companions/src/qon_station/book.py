@@ -1,6 +1,7 @@
 """Workbooks that are saved whole or not at all."""
 
 import contextlib
+import logging
 import os
 import tempfile
 from pathlib import Path
@@ -9,6 +10,8 @@ from typing import Any
 from openpyxl import Workbook
 
 from .report import describe
+
+log = logging.getLogger(__name__)
 
 
 class SafeBook(Workbook):
@@ -19,7 +22,16 @@ class SafeBook(Workbook):
         unit = getattr(filename, "unit", None)
         if unit is not None:
             describe(self, unit)
-        path = Path(filename)
+        path = Path(os.path.realpath(filename))
+        try:
+            self._save_beside(path)
+        except Exception as error:
+            if isinstance(error, OSError):
+                error.filename, error.filename2 = os.fspath(filename), None  # not the file beside it
+            log.exception("%s could not be saved; a file that was there is as it was.", filename)
+            raise
+
+    def _save_beside(self, path: Path) -> None:
         handle, beside = tempfile.mkstemp(prefix=f".{path.stem[:40]}-", suffix=".xlsx.part", dir=path.parent)
         try:
             with open(handle, "wb") as stream:

@@ -37,4 +37,12 @@ class StationCell(StationRuns, qon_ats.Cell):
 
     def show_dead_end(self, reason: str) -> None:
         super().show_dead_end(reason)
-        self.set_prompt(_("{reason}: restart the station.").format(reason=reason), "cyan")
+        wx.CallAfter(self._show_dead_end, reason)
+
+    def _show_dead_end(self, reason: str) -> None:
+        words = _("Restart the station ({reason})").format(reason=reason)
+        show = getattr(self.ui_prompt, "show_stuck", None)
+        if show is not None:
+            show(words)
+        else:  # a layout of the maker's own
+            self._update_prompt(words, "cyan")

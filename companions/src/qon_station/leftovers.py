@@ -58,7 +58,7 @@ class EndedCell:
             return getattr(cell, name)
         thread = threading.current_thread().name
         raise RuntimeError(
-            f'{self._words}; "{name}" was refused to what its script left behind (thread "{thread}").'
+            f'{self._words}; thread "{thread}" of its script can do nothing more there ("{name}").'
         )
 
 
@@ -127,7 +127,7 @@ def left_threads(run: Any) -> list[LeftThread]:
         if thread.is_alive() and not _is_idle(thread):
             thread.join(max(0.0, deadline - time.monotonic()))
         if thread.is_alive() and not _is_idle(thread):
-            found.append(LeftThread(thread.name, _place(thread)))
+            found.append(LeftThread(thread.name, place_of(thread)))
     return found
 
 
@@ -151,7 +151,8 @@ def _is_idle(thread: threading.Thread) -> bool:
     return False
 
 
-def _place(thread: threading.Thread) -> str:
+def place_of(thread: threading.Thread) -> str:
+    """The innermost line of the application that the thread is at, "" when there is none."""
     for frame in _frames(thread):
         if not is_library(frame.f_code.co_filename):
             return f"{frame.f_code.co_filename}, line {frame.f_lineno}"

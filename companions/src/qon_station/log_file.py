@@ -1,7 +1,6 @@
 """The station's log: all standard loggers, those of the cells included, into one file that does not grow for ever."""
 
 import contextlib
-import faulthandler
 import logging
 import logging.handlers
 import os
@@ -9,6 +8,8 @@ from collections.abc import Iterator
 from pathlib import Path
 
 import wx
+
+from .crash_file import crash_file
 
 MAX_BYTES = 5_000_000
 KEPT_FILES = 5
@@ -34,26 +35,12 @@ def logging_to(path: str | os.PathLike[str], level: int) -> Iterator[None]:
     root.addHandler(handler)
     root.setLevel(min(level, root_level or level))
     try:
-        with _crash_file(file.with_name(f"{file.stem}-crash.log")):
+        with crash_file(file.with_name(f"{file.stem}-crash.log")):
             yield
     finally:
         root.setLevel(root_level)
         root.removeHandler(handler)
         handler.close()
-
-
-@contextlib.contextmanager
-def _crash_file(file: Path) -> Iterator[None]:
-    """The stacks of all threads when the interpreter itself crashes, which no logger can tell any more."""
-    if faulthandler.is_enabled():
-        yield
-        return
-    with file.open("a", encoding="utf-8") as stream:
-        faulthandler.enable(stream)
-        try:
-            yield
-        finally:
-            faulthandler.disable()
 
 
 class _WxLog(wx.Log):

@@ -13,6 +13,7 @@ from dataclasses import dataclass
 from typing import Any
 
 import qon_ats
+from qon_companions import notices
 from qon_companions.i18n import _
 
 from . import script_file
@@ -61,6 +62,7 @@ class StationRuns(qon_ats.CellBase):
         super().__init__(*args, **keywords)
         self.uut_type = StationUnit
         self._note_limits(self.cell_config.get("assertion_config_file", ""))
+        self._tell_script()
 
     @property
     def uut_type(self) -> type[qon_ats.UUT]:
@@ -89,6 +91,13 @@ class StationRuns(qon_ats.CellBase):
         name = str(filename or "").strip()
         self._limits_file = os.path.abspath(name) if name else ""
         self._limits_revision = fingerprint(self._limits_file) if name else ""
+
+    def _tell_script(self) -> None:
+        """When the station starts, and before each run."""
+        words = script_file.missing(self.script)
+        if words:
+            self.logger.error(words)
+        notices.post("script", words, self.cell_number)
 
     # The start.
 
@@ -148,6 +157,7 @@ class StationRuns(qon_ats.CellBase):
         unit: Any = self.uut
         unit.begun(self, script, weakref.WeakMethod(self._aborted_so_far))
         unit.limits_file, unit.limits_revision = self._limits_file, self._limits_revision
+        self._tell_script()
         self._run = Run(unit, script)
         try:
             super()._run_script(script)
@@ -219,6 +229,16 @@ class StationRuns(qon_ats.CellBase):
             run.is_interrupted = True
         self.abort(reason)
 
+    def give_up(self, reason: str) -> bool:
+        """The process ends: the run that goes on is interrupted, and its listeners hear it; False without one."""
+        with self._ending:
+            run = self.current_run
+            if run is None or run.outcome is not None:
+                return False
+            run.outcome = Outcome(Kind.INTERRUPTED, run.abort_reason or reason)
+        run.unit.finish(run_ended(run.unit, run.outcome))
+        return True
+
     def is_aborted(self) -> bool:
         run = self._run
         if run is None or run.outcome is None or self.is_in_cell_test_thread():
@@ -246,6 +266,8 @@ class StationRuns(qon_ats.CellBase):
         except Exception:
             log.exception("%s: what the script has left behind could not be looked at.", self.get_cell_name())
         with self._ending:
+            if run.outcome is not None:
+                return  # it was given up: the process is about to end
             run.outcome = self._decide(run, leaving)
         final = run_ended(run.unit, run.outcome)
         if final.kind is not run.outcome.kind and self._exception_object is None:
@@ -292,7 +314,7 @@ class StationRuns(qon_ats.CellBase):
 
     def show_dead_end(self, reason: str) -> None:
         """Hook: the cell cannot be used any more."""
-        self.print(_("{reason}: restart the station.").format(reason=reason))
+        self.print(_("Restart the station ({reason})").format(reason=reason))
 
 
 def _words(error: BaseException) -> str:

@@ -13,6 +13,8 @@ import tokenize
 from types import ModuleType
 from typing import Any
 
+from qon_companions.i18n import _
+
 # A module that uses these may define names in ways that its text does not show.
 _DYNAMIC = frozenset({"globals", "vars", "setattr", "exec", "__getattr__"})
 
@@ -26,7 +28,8 @@ def missing(script: str) -> str:
     """Words for a script that is not there, "" when it is."""
     if os.path.isfile(script):
         return ""
-    return f'The test script "{script}" does not exist; mend the key "script" of the cell.'
+    text = _('The test script "{script}" does not exist; mend the key "script" of the cell.')
+    return text.format(script=script)
 
 
 def same_file(one: str | None, other: str) -> bool:
@@ -68,10 +71,10 @@ def make_sure(cell: Any, script: str, class_name: str) -> None:
 
 
 def _collision(name: str, script: str, found: str | None) -> str:
-    return (
-        f'The test script "{script}" cannot be loaded: the module name "{name}" belongs to '
-        f"{found or 'a module of Python'}. Give the script another file name."
+    text = _(
+        'The test script "{script}" cannot be loaded: the name "{name}" belongs to {other}. Give it another file name.'
     )
+    return text.format(script=script, name=name, other=found or _("a module of Python"))
 
 
 def _file_to_be_found(name: str, script: str) -> str | None:

@@ -11,6 +11,7 @@ from qon_companions.gui_thread import post
 from qon_companions.i18n import _, install_locale
 
 from .collecting import GuiCollector
+from .ending import Ending, closed_by_signals
 from .explain import details, explain
 from .fault_window import FaultWindow
 from .faults import Faults, Hooks
@@ -51,9 +52,11 @@ def run(
         app.SetTopWindow(frame)
         _report(faults, frame)
         frame.Show()
+        ending = Ending(frame)
+        stack.enter_context(closed_by_signals(ending))
         log.info("The station has started.")
         app.MainLoop()
-        log.info("The station has ended.")
+        ending.finish()
     return 0
 
 

@@ -5,8 +5,10 @@ from typing import Any
 
 import qon_ats
 import wx
-from qon_ats import UUT, Assertion
+from qon_ats import UUT
 from qon_companions.gui_thread import post
+from qon_companions.i18n import _
+from qon_wxtools import MB
 
 from .report import ReportPath
 from .unit import StationUnit
@@ -38,6 +40,14 @@ class StationViewerPanel(qon_ats.TestDataViewerPanel):
     def _refresh(self, uut: StationUnit) -> None:
         super()._uut_done_event_handler(uut)
 
+    def on_save_single_uut_test_data(self, event: wx.Event) -> None:
+        """Every report that could not be saved is told, each time."""
+        try:
+            super().on_save_single_uut_test_data(event)
+        except Exception as error:
+            log.exception("The report could not be saved.")
+            MB.Error(_("The report could not be saved: {reason}").format(reason=error))
+
     @staticmethod
     def _TestDataViewerPanel__generate_test_report(uut: UUT, filename: str) -> None:
         path = ReportPath(filename)
@@ -60,6 +70,3 @@ class StationViewerFrame(qon_ats.TestDataViewerFrame):
     ) -> None:
         keywords: dict[str, Any] = {"title": title} if title else {}
         super().__init__(parent, viewer_class=viewer_class or qon_ats.TestDataViewerPanel, **keywords)
-
-
-__all__ = ["Assertion", "StationViewerFrame", "StationViewerPanel"]

@@ -53,6 +53,10 @@ class VerdictBand(Painted):
     def GetBackgroundColour(self) -> wx.Colour:
         return self._colour
 
+    def show_stuck(self, line: str) -> None:
+        """The cell cannot be used any more: the station's own words, and nothing blinks over them."""
+        self._signs.stuck(displayable(line))
+
     # What the layout calls.
 
     @property

@@ -52,6 +52,7 @@ class Told:
     phase: bool = False
     notices: str = ""  # of other parts of the station
     stopped: bool = False  # one of them says that nothing can be started
+    stuck: str = ""  # what to do about a cell that cannot be used any more
 
 
 def _same(text: str, *words: str) -> bool:
@@ -103,6 +104,13 @@ def word_is_english() -> bool:
 
 
 def read(told: Told) -> Face:
+    """The face for what was told."""
+    if told.stuck:
+        return Face("exception", "warning", _("EXCEPTION"), told.stuck, palette.CYAN, "text")
+    return _read(told)
+
+
+def _read(told: Told) -> Face:
     """The face for what was told; the most urgent state wins."""
     if told.asking:
         return _asking(told)
@@ -188,3 +196,7 @@ class Signs:
 
     def question(self, open_boxes: int) -> None:
         self._update(asking=open_boxes > 0)
+
+    def stuck(self, line: str) -> None:
+        """The cell cannot be used any more; the line says what to do."""
+        self._update(stuck=line)
