@@ -1,14 +1,16 @@
 """`wx.CallAfter` of a station: any rate, in order, and the event loop keeps turning."""
 
+import collections
 import itertools
 import threading
 import time
 from collections.abc import Iterator
+from types import SimpleNamespace
 
 import pytest
 import wx
 from conftest import Uncaught
-from qon_companions.posted_calls import PostedCalls
+from qon_companions.posted_calls import MOST_WAITING, PostedCalls
 from support import pump, python
 
 POSTS = 2_000
@@ -115,3 +117,51 @@ assert made == ["of the second"], made
 def test_calls_go_with_their_application() -> None:
     done = python("-c", ANOTHER_APP)
     assert done.returncode == 0, done.stderr
+
+
+class Cell:
+    """What a test thread's cell answers a thread that waits."""
+
+    def __init__(self) -> None:
+        self.uut, self._exception_object, self.aborted = SimpleNamespace(done=False), None, False
+
+    def check_abort(self) -> None:
+        if self.aborted:
+            raise InterruptedError
+
+
+def test_a_test_thread_that_posts_without_end_waits_for_the_windows_but_not_in_cleanup(
+    posted: PostedCalls,
+) -> None:
+    cell, made, seen = Cell(), collections.Counter[str](), []
+    many = MOST_WAITING + 500
+
+    def script() -> None:
+        try:
+            for _ in range(many):
+                wx.CallAfter(made.update, ["kept"])
+            for _ in itertools.count():
+                wx.CallAfter(made.update, ["endless"])
+        except InterruptedError:
+            seen.append("aborted")
+        cell.uut.done = True
+        for _ in range(many):
+            wx.CallAfter(made.update, ["cleanup"])
+
+    thread = threading.Thread(target=script, daemon=True)
+    thread.cell_proxy = cell  # type: ignore[attr-defined]
+    thread.start()
+    try:
+        while len(posted._calls) < MOST_WAITING:
+            time.sleep(0.001)
+        for _ in range(many):
+            wx.CallAfter(made.update, ["window"])  # would stand still for ever
+        assert made.total() == 0 and len(posted._calls) == MOST_WAITING + many
+        pump(lambda: made["kept"] == many)
+        thread.join(0.2)
+        assert thread.is_alive()
+    finally:
+        cell.aborted = True
+        thread.join(5.0)
+    assert not thread.is_alive() and seen == ["aborted"]
+    pump(lambda: made["cleanup"] == made["window"] == many)
