@@ -149,7 +149,7 @@ def test_a_test_thread_that_posts_without_end_waits_for_the_windows_but_not_in_c
             wx.CallAfter(made.update, ["cleanup"])
 
     thread = threading.Thread(target=script, daemon=True)
-    thread.cell_proxy = cell  # type: ignore[attr-defined]
+    thread.cell_proxy = cell
     thread.start()
     try:
         while len(posted._calls) < MOST_WAITING:

@@ -1,11 +1,17 @@
-"""Starts a station application, and keeps its units: hooks around each run, outcomes, reports, checks before a start."""
+"""Starts a station application, and keeps its units: hooks around each run, outcomes, reports, checks before a start.
+
+Scripts find `StrictRunner`, `retry` and `shared_lock` here.
+"""
 
 from qon_companions import notices
 
 from .hooks import before_run, closing, run_ended, start_checks
 from .installing import install
+from .locking import shared_lock
 from .outcome import Kind, NotRecorded, Outcome
+from .retrying import retry, retry_item
 from .start import run
+from .strict import StrictRunner, VerdictError
 from .unit import StationUnit
 
 __all__ = [
@@ -13,11 +19,16 @@ __all__ = [
     "NotRecorded",
     "Outcome",
     "StationUnit",
+    "StrictRunner",
+    "VerdictError",
     "before_run",
     "closing",
     "install",
     "notices",
+    "retry",
+    "retry_item",
     "run",
     "run_ended",
+    "shared_lock",
     "start_checks",
 ]

@@ -3,6 +3,7 @@
 import contextlib
 import os
 import sys
+import threading
 from collections.abc import Callable, Iterator, Mapping
 from typing import Any
 
@@ -41,16 +42,41 @@ class FakeFrame:
 class FakeCell(qon_ats.CellBase):
     """The engine with the operator replaced; GUI-thread calls run at once in the thread that makes them."""
 
-    def __init__(self, number: int, config: Any, frame: FakeFrame, run: Any, answers: Any) -> None:
+    def __init__(
+        self, number: int, config: Any, frame: FakeFrame, run: Any, answers: Any, aborts: "Aborts"
+    ) -> None:
         super().__init__(number, config)
         self.main_frame = frame
         self.run = run
         self._answer = _answerer(answers)
+        self._aborts = aborts
         self._serial_number = ""
 
     def do_start(self, serial_number: str | None) -> None:
         self._serial_number = serial_number or ""
         super().do_start(serial_number)
+
+    def _do_run_script(self, script: str) -> None:
+        with self._aborts.watching(self):
+            try:
+                super()._do_run_script(script)
+            except BaseException as error:  # noqa: BLE001 - sys.exit() and the like, which no thread can tell
+                self.run.exception = error
+
+    def append(self, assertion: Any, stop_if_ng: bool | None = None, category: Any = "all") -> None:
+        if assertion.get_name() == self._aborts.at:
+            self.abort("abort_at")
+        super().append(assertion, stop_if_ng, category)
+        if assertion.get_name() == self._aborts.after:
+            self._aborts.now(self)
+
+    def show_message(self, text: str, answer: int) -> int:
+        """In place of a message box; the one for a cleanup that failed comes while its exception is handled."""
+        self.run.messages.append(text)
+        error = sys.exc_info()[1]
+        if error is not None:
+            self.run.cleanup_exception = error
+        return answer
 
     def print(self, message: Any, end: str = "\n") -> None:
         self.run.log += ("" if message is None else str(message)) + end
@@ -102,6 +128,43 @@ class FakeCell(qon_ats.CellBase):
 
     def unblock_ticker(self) -> None:
         self.main_frame.unblock_ticker()
+
+
+class Aborts:
+    """When the operator of a test presses Abort: at or after an item, or after some seconds."""
+
+    def __init__(self, at: str | float | None, after: str | float | None) -> None:
+        self.at, self.after = (each if isinstance(each, str) else None for each in (at, after))
+        self.seconds = [each for each in (at, after) if isinstance(each, int | float)]
+
+    @contextlib.contextmanager
+    def watching(self, cell: FakeCell) -> Iterator[None]:
+        """Press Abort when the time has come, while the run lasts."""
+        over = threading.Event()
+
+        def press() -> None:
+            if not over.wait(min(self.seconds)):
+                cell.abort("operator")
+
+        watch = threading.Thread(target=press, name="operator")
+        if self.seconds:
+            watch.start()
+        try:
+            yield
+        finally:
+            over.set()
+            if self.seconds:
+                watch.join()
+
+    def now(self, cell: FakeCell) -> None:
+        """From another thread, as an operator does: it takes effect at the script's next check point."""
+        press = threading.Thread(target=cell.abort, args=("operator",))
+        press.start()
+        press.join()
+
+    def __str__(self) -> str:
+        item = self.at or self.after
+        return f'item "{item}"' if item else f"{min(self.seconds):g} s" if self.seconds else ""
 
 
 def _answerer(answers: Any) -> Callable[[str], Any]:

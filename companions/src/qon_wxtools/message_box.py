@@ -6,6 +6,7 @@ from typing import Any
 import wx
 from qon_companions import gui_thread
 from qon_companions.boxes import Box, station_window
+from qon_companions.check_points import cell_of_thread
 from qon_companions.i18n import _
 
 log = logging.getLogger(__name__)
@@ -91,6 +92,9 @@ class _ConfirmBox(_NoticeBox):
 
 def _show(kind: type[_NoticeBox], message: Any, more: tuple[Any, ...], title: Any, otherwise: int) -> int:
     heading, text = _texts(message, more, title)
+    shows = getattr(cell_of_thread(), "show_message", None)  # a cell without windows says what becomes of boxes
+    if shows is not None:
+        return int(shows(text, otherwise))
     try:
         return gui_thread.call(_show_here, kind, heading, text)
     except (RuntimeError, wx.PyNoAppError) as error:  # no application, no event loop, or a window that went

@@ -34,6 +34,15 @@ def read_table(source: Source, sheet: str) -> Table:
     return _Reader(source, sheet).read()
 
 
+def _name_of(row: Row, header: Header) -> str:
+    """The variable name without blanks at its ends, unless the description is the very same text: an export writes
+    an item's name twice, and it is to be found under just this name again.
+    """
+    name = header.cell(row.cells, "name").value
+    same = isinstance(name, str) and name.strip() and name == header.cell(row.cells, "desc").value
+    return str(name) if same else text_of(name)
+
+
 class _Reader:
     def __init__(self, source: Source, sheet: str) -> None:
         self._source = source
@@ -69,7 +78,7 @@ class _Reader:
         return not self._table.faults
 
     def _read_row(self, row: Row, header: Header) -> None:
-        name = text_of(header.cell(row.cells, "name").value)
+        name = _name_of(row, header)
         if self._is_comment(row, header, name) or self._is_blank(row, header):
             return
         if not name:
@@ -90,7 +99,7 @@ class _Reader:
         cells = row.cells[: header.first_column + 1]
         first = next((cell for cell in cells if cell.value is not None), EMPTY)
         text = text_of(first.value)
-        return text.startswith(COMMENT) and first.kind != ERROR and text != name
+        return text.startswith(COMMENT) and first.kind != ERROR and text != name.strip()
 
     def _is_blank(self, row: Row, header: Header) -> bool:
         return not any(text_of(header.cell(row.cells, column).value) for column in header.columns)
