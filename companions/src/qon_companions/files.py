@@ -3,6 +3,7 @@
 import contextlib
 import errno
 import os
+import re
 import stat
 import uuid
 from collections.abc import Iterator, Mapping
@@ -82,3 +83,22 @@ def _naming(path: Path) -> Iterator[None]:
     except OSError as error:
         text = error.strerror or str(error)
         raise type(error)(error.errno or errno.EIO, text, os.fspath(path)) from error
+
+
+# Names that Windows keeps for devices, with whatever suffix.
+_RESERVED = re.compile(
+    r"(con|prn|aux|nul|conin\$|conout\$|com[0-9\xb9\xb2\xb3]|lpt[0-9\xb9\xb2\xb3])(\..*)?", re.IGNORECASE
+)
+_LONGEST_NAME = 120  # characters; a suffix and what a file system adds have room behind them
+
+
+def safe_name(text: str, otherwise: str = "file") -> str:
+    """A text as the name of a file on every system: no path, no device, nothing hidden; `otherwise` if none is left."""
+    name = (
+        re.sub(r'[<>:"/\\|?*\x00-\x1f\x7f-\x9f\ud800-\udfff]', "_", text)
+        .strip(" .")[:_LONGEST_NAME]
+        .rstrip(" .")
+    )
+    if not name.strip("_"):
+        return otherwise
+    return f"_{name}" if _RESERVED.fullmatch(name) else name

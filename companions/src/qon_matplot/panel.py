@@ -51,9 +51,9 @@ class MatplotPanel(wx.Panel):
     def draw(self) -> None:
         """Show what was plotted."""
         if self._plot is not None:
-            complete = self.before_drawing
-            for axes in self._plot.figure.axes if complete is not None else ():
-                complete(axes)
+            if self.before_drawing is not None:
+                for axes in self._plot.figure.axes:
+                    self.before_drawing(axes)
             self._plot.draw()
 
     @property

@@ -1,15 +1,45 @@
-"""Workbooks that are saved whole or not at all."""
+"""Workbooks that take every value and are saved whole or not at all."""
 
-import contextlib
 import logging
-import os
-import tempfile
-from pathlib import Path
+from io import BytesIO
 from typing import Any
 
 from openpyxl import Workbook
+from openpyxl.cell import Cell
+from openpyxl.worksheet.worksheet import Worksheet
+from qon_companions.files import write_atomically
 
 from .report import describe
+from .sheet_values import sheet_value
+
+
+class _SafeCell(Cell):
+    """A text stays a text, also one that begins with "=" or reads like an error."""
+
+    __slots__ = ()
+
+    @property
+    def value(self) -> Any:
+        return super().value
+
+    @value.setter
+    def value(self, value: Any) -> None:
+        held = sheet_value(value)
+        Cell.value.fset(self, held)
+        if isinstance(held, str):
+            self.data_type = "s"  # type: ignore[misc]
+            if held.startswith("="):
+                self.quotePrefix = True  # type: ignore[misc]  # it stays one when somebody edits it
+
+
+class _SafeSheet(Worksheet):
+    def cell(self, row: int, column: int, value: Any = None) -> Any:
+        cell = super().cell(row, column)
+        if type(cell) is Cell:
+            cell.__class__ = _SafeCell  # a sheet has no choice of the class it makes
+        if value is not None:
+            cell.value = value
+        return cell
 
 log = logging.getLogger(__name__)
 
@@ -17,41 +47,25 @@ log = logging.getLogger(__name__)
 class SafeBook(Workbook):
     """Stands for `_Book` of `qon_ats`: reports and exported limits."""
 
+    def __init__(self, *args: Any, **keywords: Any) -> None:
+        super().__init__(*args, **keywords)
+        for sheet in self.worksheets:
+            sheet.__class__ = _SafeSheet
+
+    def create_sheet(self, *args: Any, **keywords: Any) -> Any:
+        sheet = super().create_sheet(*args, **keywords)
+        sheet.__class__ = _SafeSheet
+        return sheet
+
     def save(self, filename: Any) -> None:
         """Write beside the file, then take its place: what cannot be written leaves the old one as it was."""
         unit = getattr(filename, "unit", None)
         if unit is not None:
             describe(self, unit)
-        path = Path(os.path.realpath(filename))
         try:
-            self._save_beside(path)
-        except Exception as error:
-            if isinstance(error, OSError):
-                error.filename, error.filename2 = os.fspath(filename), None  # not the file beside it
+            written = BytesIO()
+            super().save(written)
+            write_atomically(filename, written.getvalue())
+        except Exception:
             log.exception("%s could not be saved; a file that was there is as it was.", filename)
             raise
-
-    def _save_beside(self, path: Path) -> None:
-        handle, beside = tempfile.mkstemp(prefix=f".{path.stem[:40]}-", suffix=".xlsx.part", dir=path.parent)
-        try:
-            with open(handle, "wb") as stream:
-                super().save(stream)
-                stream.flush()
-                os.fsync(stream.fileno())
-            _usual_mode(beside, path)
-            os.replace(beside, path)
-        except BaseException:
-            with contextlib.suppress(OSError):
-                os.unlink(beside)
-            raise
-
-
-def _usual_mode(beside: str, path: Path) -> None:
-    """A temporary file is its owner's alone; the saved one gets the mode of the old one, or that of a new file."""
-    try:
-        mode = path.stat().st_mode & 0o777
-    except OSError:
-        mask = os.umask(0)
-        os.umask(mask)
-        mode = 0o666 & ~mask
-    os.chmod(beside, mode)

@@ -1,6 +1,7 @@
 """The cell of a station: the engine's panel around runs that are kept."""
 
 from collections.abc import Sequence
+from typing import Any
 
 import qon_ats
 import wx
@@ -8,11 +9,36 @@ from qon_companions.i18n import _
 
 from .asking import ask_all
 from .hooks import Check
+from .item_columns import check_columns, show_titles
+from .item_rows import ItemRows
 from .runs import Asking, StationRuns
 
+_AGAIN = 100  # milliseconds until the next tick of a run
 
-class StationCell(StationRuns, qon_ats.Cell):
+
+class StationCell(ItemRows, StationRuns, qon_ats.Cell):
     """Stands for `Cell` of `qon_ats` in a station."""
+
+    _colours_whole_rows = True
+
+    def __init__(self, *args: Any, **keywords: Any) -> None:
+        try:
+            super().__init__(*args, **keywords)
+        except Exception:
+            if getattr(self, "cell_config", None) is not None:
+                check_columns(self.cell_config)  # says more about columns that are none
+            raise
+        check_columns(self.cell_config)
+        show_titles(self)
+
+    def on_refresh_timer_event(self, event: wx.TimerEvent | None = None) -> None:
+        """A row that cannot be shown must not keep the end of the run from being seen."""
+        try:
+            super().on_refresh_timer_event(event)
+        except Exception:
+            if self.is_running():
+                self.ui_refresh_timer.StartOnce(_AGAIN)
+            raise
 
     def _ask(self, checks: Sequence[Check], asking: Asking) -> None:
         """The windows go on; the band tells what the start waits for."""

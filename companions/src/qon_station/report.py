@@ -17,8 +17,9 @@ class ReportPath(str):
 def describe(book: Any, unit: StationUnit) -> None:
     """Add the sheet."""
     sheet = book.create_sheet(SHEET)
-    for row in rows(unit):
-        sheet.append(row)
+    for row, pair in enumerate(rows(unit), 1):
+        for column, value in enumerate(pair, 1):
+            sheet.cell(row, column, value)
     sheet.column_dimensions["A"].width, sheet.column_dimensions["B"].width = 20, 60
 
 

@@ -1,25 +1,33 @@
 """The test data viewer of a station: rows that follow each outcome, reports that tell the whole run."""
 
 import logging
+import os
 from typing import Any
 
 import qon_ats
+import qon_handy
+import qon_wxtools
 import wx
 from qon_ats import UUT
+from qon_companions.files import safe_name
 from qon_companions.gui_thread import post
 from qon_companions.i18n import _
-from qon_wxtools import MB
 
+from .explain import explain
+from .item_analysis import ItemAnalysis
+from .item_rows import ItemRows
 from .report import ReportPath
 from .unit import StationUnit
 
 log = logging.getLogger(__name__)
 
 
-class StationViewerPanel(qon_ats.TestDataViewerPanel):
+class StationViewerPanel(ItemRows, ItemAnalysis):
     """The engine's panel for units that a station keeps."""
 
     __test__ = False
+    ui_saves_filtered = True
+    _folder = ""  # where a report was saved last
 
     def append(self, uut: UUT) -> None:
         super().append(uut)
@@ -40,13 +48,40 @@ class StationViewerPanel(qon_ats.TestDataViewerPanel):
     def _refresh(self, uut: StationUnit) -> None:
         super()._uut_done_event_handler(uut)
 
-    def on_save_single_uut_test_data(self, event: wx.Event) -> None:
-        """Every report that could not be saved is told, each time."""
+    def on_save_single_uut_test_data(self, _event: Any) -> None:
+        """The report of the unit whose row is selected, whatever the filter shows; told how that went."""
+        uut = self._TestDataViewerPanel__get_selected_uut()[0]
+        if uut is None:
+            qon_wxtools.MB.Notice(_("Please select one and only one UUT first."))
+            return
+        path = self._ask_for_file(f"{proposed_name(uut)}.xlsx")
+        if not path:
+            return
+        name = uut.serial_number or os.path.basename(path)
         try:
-            super().on_save_single_uut_test_data(event)
+            self._TestDataViewerPanel__generate_test_report(uut, path)
         except Exception as error:
-            log.exception("The report could not be saved.")
-            MB.Error(_("The report could not be saved: {reason}").format(reason=error))
+            log.exception("The report of %s could not be made.", name)
+            text = _("The report of {name} could not be saved:\n{reason}")
+            qon_wxtools.MB.Error(text.format(name=name, reason=explain(error).what))
+        else:
+            self._folder = os.path.dirname(path)
+            qon_wxtools.MB.Notice(_("The report of {name} was saved:\n{path}").format(name=name, path=path))
+
+    def _ask_for_file(self, proposed: str) -> str:
+        """ "" when the operator gave none."""
+        dialog = wx.FileDialog(
+            self,
+            message=_("Give a file name to save"),
+            defaultDir=self._folder,
+            defaultFile=proposed,
+            wildcard="Excel File(*.xlsx)|*.xlsx",
+            style=wx.FD_SAVE | wx.FD_OVERWRITE_PROMPT,
+        )
+        try:
+            return str(dialog.GetPath()) if dialog.ShowModal() == wx.ID_OK else ""
+        finally:
+            dialog.Destroy()
 
     @staticmethod
     def _TestDataViewerPanel__generate_test_report(uut: UUT, filename: str) -> None:
@@ -54,6 +89,12 @@ class StationViewerPanel(qon_ats.TestDataViewerPanel):
         if isinstance(uut, StationUnit):
             path.unit = uut
         qon_ats_report(uut, path)
+
+
+def proposed_name(uut: UUT) -> str:
+    """The serial number as it can be in a file name; the time where there is none."""
+    began = qon_handy.timestamp_as_filename(uut.begin_time)
+    return safe_name(uut.serial_number or began, otherwise=began)
 
 
 # The engine's own, wherever `TestDataViewerPanel` of qon_ats points to later.

@@ -47,7 +47,7 @@ class ColumnFit:
         room = grid.GetGridWindow().GetClientSize().width
         needed = [self._title_width(column) for column in range(count)]
         wishes = [max(self._wishes.get(column, 80), 1) for column in range(count)]
-        if sum(wishes) > 2 * room:
+        if sum(wishes) > 1.5 * room:
             wishes = [int(w * _MODEST.get(grid.GetColLabelValue(i), 1)) for i, w in enumerate(wishes)]
         key = (room, *needed, *wishes)
         if room < 50 or key == self._fitted_for:

@@ -12,25 +12,15 @@ from qon_atsui.grid.numbers import shortened
 Figure = tuple[str, str, str]  # field, caption, what it is
 
 
-def _counts() -> tuple[Figure, ...]:
+def _figures() -> tuple[Figure, ...]:
+    """Three a row."""
     return (
         ("ok_count", "OK", _("How many of the listed values are OK")),
         ("ng_count", "NG", _("How many of the listed values are NG")),
         ("yield", _("Yield"), _("Share of OK among the judged values")),
-    )
-
-
-def _values() -> tuple[Figure, ...]:
-    return (
         ("min", _("Minimum"), _("Smallest value")),
         ("max", _("Maximum"), _("Largest value")),
         ("middle", _("Middle"), _("Middle of the sorted values; of an even number the upper of the two")),
-    )
-
-
-def _computed() -> tuple[Figure, ...]:
-    """These have up to seventeen digits."""
-    return (
         ("average", _("Average"), _("Arithmetic mean")),
         ("std_deviation", _("Std. deviation"), _("Standard deviation of all listed values (divided by n)")),
         ("variance", _("Variance"), _("Variance of all listed values (divided by n)")),
@@ -78,9 +68,7 @@ class ItemFigures(wx.Panel):
         self.column = wx.BoxSizer(wx.VERTICAL)
         self.column.Add(self.name, 0, wx.EXPAND | wx.LEFT | wx.RIGHT | wx.TOP, 8)
         self.column.Add(self.note, 0, wx.EXPAND | wx.LEFT | wx.RIGHT, 8)
-        self.column.Add(self._table(_counts(), 3), 0, wx.EXPAND | wx.LEFT | wx.RIGHT | wx.TOP, 8)
-        self.column.Add(self._table(_values(), 3), 0, wx.EXPAND | wx.LEFT | wx.RIGHT | wx.TOP, 8)
-        self.column.Add(self._table(_computed(), 1), 0, wx.EXPAND | wx.ALL, 8)
+        self.column.Add(self._table(), 0, wx.EXPAND | wx.ALL, 8)
         self.SetSizer(self.column)
 
     def _line(self, points: float, bold: bool = False) -> ValueLabel:
@@ -89,11 +77,11 @@ class ItemFigures(wx.Panel):
         line.SetMinSize(wx.Size(-1, sizing.line_height(points, bold) + 2))
         return line
 
-    def _table(self, figures: tuple[Figure, ...], columns: int) -> wx.FlexGridSizer:
-        table = wx.FlexGridSizer(2 * columns, 6, 8)
-        for column in range(columns):
-            table.AddGrowableCol(2 * column + 1, 1)
-        for name, title, hint in figures:
+    def _table(self) -> wx.FlexGridSizer:
+        table = wx.FlexGridSizer(6, 6, 8)
+        for column in (1, 3, 5):
+            table.AddGrowableCol(column, 1)
+        for name, title, hint in _figures():
             self.fields[name] = FigureField(self, hint)
             table.Add(caption(self, title), 0, wx.ALIGN_CENTRE_VERTICAL | wx.ALIGN_RIGHT)
             table.Add(self.fields[name], 1, wx.EXPAND)
@@ -105,7 +93,7 @@ def figures_guide(parent: wx.Window) -> wx.Panel:
     panel = wx.Panel(parent)
     panel.SetBackgroundColour(palette.SURFACE)
     table = wx.FlexGridSizer(2, 8, 14)
-    for _name, title, meaning in (*_counts(), *_values(), *_computed()):
+    for _name, title, meaning in _figures():
         label = wx.StaticText(panel, label=title)
         label.SetFont(sizing.font(10.0, bold=True))
         table.Add(label)

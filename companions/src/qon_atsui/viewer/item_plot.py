@@ -36,7 +36,7 @@ def complete(axes: Axes, title: str, lower: Limits, upper: Limits) -> None:
             line.set_markersize(4)
     name = title if len(title) <= _LONGEST_NAME else title[: _LONGEST_NAME - 1] + "\u2026"
     axes.set_title(name, fontsize=10, parse_math=False)
-    axes.xaxis.set_major_locator(_Counts(nbins=8, integer=True))
+    axes.xaxis.set_major_locator(_Counts(nbins=10, integer=True, steps=[1, 2, 5, 10]))
     axes.xaxis.set_major_formatter(FuncFormatter(lambda place, _index: f"{round(place) + 1}"))
     _note(axes, _("Values in the order of the list"), (1.0, 0.0), (0, _BELOW), "right", "top")
     _draw_limit(axes, _("Upper"), upper, "bottom")
