@@ -53,6 +53,14 @@ KEYS = (
     Key(CELL, "column_info", "json", "six columns", "list of items: titles and widths in pixels, as JSON"),
     Key(
         CELL,
+        "column_titles",
+        "json",
+        "the titles",
+        "texts shown over these columns, as JSON",
+        may_be_empty=True,
+    ),
+    Key(
+        CELL,
         "assertion_config_file",
         "str",
         "none",
