@@ -1,0 +1,8 @@
+"""`qon-results` and `python -m qon_results`."""
+
+import sys
+
+from .commands import main
+
+if __name__ == "__main__":
+    sys.exit(main())
