@@ -1,5 +1,7 @@
 """The unit that a station keeps: hooks around a run, its outcome, and what nothing can change afterwards."""
 
+import os
+import sys
 from collections.abc import Callable, Iterator
 from pathlib import Path
 from typing import Any
@@ -7,9 +9,10 @@ from typing import Any
 import pytest
 import qon_ats
 import qon_station
-from hostcell import Host, HostCell
+from hostcell import JOIN_SECONDS, Host, HostCell
 from qon_station.outcome import NotRecorded, Outcome
 from qon_station.runs import StationRuns
+from support import script_text, unique_name, write_script
 
 OK_ITEM = "self.append_ok('item', 1)"
 
@@ -126,3 +129,84 @@ def test_a_listener_that_raises_before_the_run_ends_it_before_the_script_begins(
     cell.run()
     assert (cell.notes, cell.cleanups) == ([], 0) and "no record for SN1" in cell.text
     assert cell.uut.outcome.kind == "EXCEPTION" and "no record for SN1 in .py" in cell.uut.outcome.reason
+
+
+def test_what_a_script_leaves_behind_is_named_and_writes_nothing_into_the_next_unit(kept: Any) -> None:
+    """A thread with the runner, one that is about to end, and an executor that outlives the runs."""
+    cell = kept(
+        """
+        from concurrent.futures import ThreadPoolExecutor
+        def write():
+            cell.go.wait(10)
+            try:
+                self.append_ok('late', 1)
+            except RuntimeError as refused:
+                cell.notes.append((self.cell_number, self.uut.serial_number, str(refused)))
+        if not hasattr(cell, 'pool'):
+            cell.pool = ThreadPoolExecutor(1)
+            cell.writer = threading.Thread(target=write, name='writer')
+            cell.writer.start()
+        threading.Thread(target=time.sleep, args=(0.02,), name='ending').start()
+        self.append_ok('item', cell.pool.submit(self.try_limits, 'a', 1, 0, 2).result().value)
+        """
+    )
+    cell.run("SN1")
+    assert '"writer" of this test goes on' in cell.text and "ending" not in cell.text
+    cell.output.clear()
+    cell.run_again("SN2")
+    cell.go.set()
+    cell.writer.join(JOIN_SECONDS)
+    assert cell.uut.outcome.kind == "OK" and [each.name for each in cell.uut.assertions] == ["item"]
+    [(number, serial_number, refused)] = cell.notes
+    assert (
+        (number, serial_number) == (1, "SN1")
+        and "the run of SN1 has ended" in refused
+        and "writer" in refused
+    )
+    assert cell.text == "", "named once, and an idle worker never"
+    cell.pool.shutdown()
+
+
+def other_file(folder: Path, script: Path) -> None:
+    """A module of the same name is imported from elsewhere first."""
+    (folder / "elsewhere").mkdir()
+    other = write_script(folder / "elsewhere", script_text("self.append_ok('other', 1)"), script.stem)
+    sys.path.insert(0, str(other.parent))
+
+
+def gone(_folder: Path, script: Path) -> None:
+    script.unlink()
+
+
+def without_class(_folder: Path, script: Path) -> None:
+    script.write_text(script.read_text().replace("class CellRunner", "class Renamed"))
+
+
+@pytest.mark.parametrize(
+    ("change", "reason"),
+    [(other_file, "elsewhere"), (gone, "does not exist"), (without_class, 'Class "CellRunner" not found')],
+)
+def test_the_script_that_runs_is_the_one_that_is_configured(
+    kept: Any, tmp_path: Path, change: Callable[[Path, Path], None], reason: str
+) -> None:
+    cell = kept(OK_ITEM)
+    script = Path(cell.script)
+    if change is not other_file:
+        assert cell.run().uut.is_ok
+    change(tmp_path, script)
+    unit = cell.run_again().uut
+    assert unit.outcome.kind == "EXCEPTION" and reason in unit.outcome.reason and not unit.assertions
+
+
+def test_another_script_and_an_edit_that_another_cell_has_not_seen_take_effect(
+    kept: Any, tmp_path: Path
+) -> None:
+    first, second = kept(OK_ITEM), kept(OK_ITEM)
+    assert first.run().names == ["item"]
+    script = Path(first.script)
+    second.script = str(script)
+    script.write_text(script.read_text().replace("'item'", "'edited item'"))
+    assert second.run().names == ["edited item"]
+    second.script = str(write_script(tmp_path, script_text("self.append_ok('new', 1)"), unique_name()))
+    assert second.run_again().names == ["new"]
+    assert os.path.samefile(second.uut.script, second.script)

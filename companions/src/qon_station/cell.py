@@ -56,6 +56,11 @@ class StationCell(ItemRows, StationRuns, qon_ats.Cell):
             given_up = _("The start was given up.") if asking.is_given_up else ""
             super()._answered(asking, words or given_up)
 
+    def _append_to_history(self, sn: str, result: str, color: Any) -> None:
+        """The unit's own number, whatever stands in the entry by now."""
+        unit = self.uut
+        super()._append_to_history(sn if unit is None else unit.serial_number or "", result, color)
+
     def show_refusal(self, serial_number: str | None, words: str) -> None:
         self._update_prompt(": ".join(part for part in (serial_number, words) if part), "yellow")
         self.ui_serial_number.SelectAll()

@@ -86,7 +86,7 @@ class UnattendedClose:
         stop_ticker = getattr(self._ending.frame, "stop_ticker", None)
         if callable(stop_ticker):
             stop_ticker()
-        for cell in self._at_work():
+        for cell in _cells(self._ending.frame):  # also one whose start waits for its checks
             if isinstance(cell, StationRuns):
                 cell.interrupt(self._reason)
             else:

@@ -24,7 +24,6 @@ _STAYS_TRUE = frozenset(
     {
         "cell_config",
         "cell_number",
-        "debug_print",
         "get_cell_name",
         "is_in_debug_mode",
         "logger",

@@ -24,6 +24,8 @@ from .limits_file import fingerprint
 from .outcome import Kind, NotRecorded, Outcome
 from .unit import StationUnit
 
+LISTENER_SECONDS = 5.0  # that listeners have for a run that was over when the process ends
+
 log = logging.getLogger(__name__)
 
 
@@ -233,10 +235,19 @@ class StationRuns(qon_ats.CellBase):
         """The process ends: the run that goes on is interrupted, and its listeners hear it; False without one."""
         with self._ending:
             run = self.current_run
-            if run is None or run.outcome is not None:
-                return False
-            run.outcome = Outcome(Kind.INTERRUPTED, run.abort_reason or reason)
-        run.unit.finish(run_ended(run.unit, run.outcome))
+            told = run is None or run.outcome is not None
+            if run is not None and not told:
+                run.outcome = Outcome(Kind.INTERRUPTED, run.abort_reason or reason)
+        if run is None:
+            return False
+        if told:  # its listeners are hearing the outcome now
+            thread = self._test_thread
+            if thread is not None:
+                thread.join(LISTENER_SECONDS)
+            return False
+        outcome = run.outcome
+        assert outcome is not None
+        run.unit.finish(run_ended(run.unit, outcome))
         return True
 
     def is_aborted(self) -> bool:
@@ -259,26 +270,32 @@ class StationRuns(qon_ats.CellBase):
         return Outcome(kind, run.abort_reason or "", _trace(self._exception_object))
 
     def _end(self, run: Run, leaving: BaseException | None) -> None:
-        """In the test thread, behind the engine's own steps; nothing that happens here may escape."""
-        run.unit.close()
+        """In the test thread, behind the engine's own steps; nothing that goes wrong here keeps the cell busy."""
         try:
+            run.unit.close()
             self._part(run)
         except Exception:
-            log.exception("%s: what the script has left behind could not be looked at.", self.get_cell_name())
+            self.logger.exception("What the script has left behind could not be looked at.")
         with self._ending:
             if run.outcome is not None:
                 return  # it was given up: the process is about to end
-            run.outcome = self._decide(run, leaving)
-        final = run_ended(run.unit, run.outcome)
-        if final.kind is not run.outcome.kind and self._exception_object is None:
+            run.outcome = self._decided(run, leaving)
+        try:
+            self._tell(run, run.outcome)
+        except Exception:
+            self.logger.exception("The end of the run could not be told to everybody.")
+        finally:
+            if leaving is not None:
+                self._left_by(leaving)
+            run.is_over = True
+
+    def _tell(self, run: Run, outcome: Outcome) -> None:
+        final = run.outcome = run_ended(run.unit, outcome)
+        if final.kind is not outcome.kind and self._exception_object is None:
             self._exception_object = NotRecorded(final.reason)
-        if final.reason != run.outcome.reason or final.kind not in (Kind.OK, Kind.NG):
+        if final.reason != outcome.reason or final.kind not in (Kind.OK, Kind.NG):
             self._result_description = final.reason
-        run.outcome = final
         run.unit.finish(final)
-        if leaving is not None:
-            self._left_by(leaving)
-        run.is_over = True
 
     def _part(self, run: Run) -> None:
         """The runner loses its cell; threads that go on are named."""
@@ -290,6 +307,12 @@ class StationRuns(qon_ats.CellBase):
             self.logger.warning("%s: %s", run.unit.serial_number, words)
             self.print(words)
         run.runner = None
+
+    def _decided(self, run: Run, leaving: BaseException | None) -> Outcome:
+        try:
+            return self._decide(run, leaving)
+        except Exception as error:  # noqa: BLE001 - a record of the script's own kind that cannot be asked
+            return Outcome(Kind.EXCEPTION, _words(error), _trace(error))
 
     def _decide(self, run: Run, leaving: BaseException | None) -> Outcome:
         unit, error = run.unit, leaving or self._exception_object
