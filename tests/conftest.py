@@ -133,6 +133,23 @@ def host(tmp_path: Path, import_state: None) -> Iterator[Any]:
 
 
 @pytest.fixture
+def installed() -> Iterator[None]:
+    """The cells, windows and workbooks of the test are those of a station; what it subscribes is forgotten after it."""
+    import qon_ats
+    import qon_station
+
+    undo = qon_station.install()
+    yield
+    undo()
+    for hook in (qon_station.before_run, qon_station.run_ended, qon_station.closing):
+        for listener in hook.listeners:
+            hook.unsubscribe(listener)
+    for check in qon_station.start_checks.checks:
+        qon_station.start_checks.unsubscribe(check.ask)
+    assert qon_ats.Cell.__module__ == "qon_ats", "the engine is itself again"
+
+
+@pytest.fixture
 def in_tmp(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> Path:
     """A working directory of the test's own."""
     monkeypatch.chdir(tmp_path)

@@ -10,7 +10,7 @@ import pytest
 import wx
 from qon_paratree import ParameterDirectory
 from qon_station.testing import run_script
-from station import Station
+from station import Station, prompt
 from support import pump, script_text, write_book, write_script
 
 ROOT = Path(__file__).parent.parent
@@ -61,10 +61,12 @@ def defined(name: str) -> Any:
     return names[name]
 
 
-def test_hooks_and_manual_operation(station: Station) -> None:
+def test_hooks_and_manual_operation(station: Station, installed: None) -> None:
     main = {"run_ticker": True, "ticker_interval": 1}
     frame = station("self.append_ok('item', 1)", frame_type=defined("Station"), main=main)
     fixture = pump(lambda: frame._shared_objs.get("fixture"), what="the start-up hook")
+    frame.start_cell(1, "0815")
+    pump(lambda: prompt(frame.cells[0])[0] == "0815: not a number of this product")
     fixture["lid"] = "closed"
     pump(lambda: frame._shared_objs.get("last") == ("4711-000123", "OK"), what="the unit's end")
     frame.exit_finalizer()
