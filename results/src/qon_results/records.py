@@ -147,6 +147,7 @@ class Event(msgspec.Struct, frozen=True):
     """`data` is JSON."""
 
     number: int
+    id: uuid.UUID
     run: uuid.UUID | None
     cell: int | None
     at_us: int
@@ -213,5 +214,5 @@ def value_of(kind: int, number: float | None, text: str | None, truth: int | boo
     if kind in (Kind.TEXT, Kind.OTHER, Kind.ARRAY):
         return text
     if kind == Kind.BOOL:
-        return bool(truth)
+        return bool(number if truth is None else truth)  # a limit has no truth of its own
     return _FLOATS.get(Kind(kind))

@@ -1,1 +1,1 @@
-"""In the station: what is measured is handed to the writer, and each run waits for its seal."""
+"""In the station's process: takes what units recorded and waits for the disk before green."""

@@ -6,9 +6,9 @@ Everything that is hashed is a msgpack array of plain values, so that nobody nee
                      each event since the seal before, the run)
     chain  = SHA-256(chain of the seal before + record), at first SHA-256(id of the station)
 
-The arrays are those of `Measurement`, `Instrument`, `Attachment`, `Event`, `Setup` and `Run` in their order of fields,
-except that the last three begin with a word that says what they are.  An integral number is hashed as a float,
-minus zero as zero: that is how every database gives it back.
+The arrays are the fields of `Measurement`, `Instrument`, `Attachment`, `Event`, `Setup` and `Run` in their order; those of a
+measurement's limits, unit, report flag and categories are an array within, all but the measurements begin with a word
+that says what they are.  Numbers are hashed as floats, minus zero as zero: so every database gives them back.
 """
 
 import hashlib
@@ -20,6 +20,8 @@ import msgspec
 
 from ..records import Attachment, Correction, Event, Instrument, Measurement, Run, Setup
 
+SPEC_AT = Measurement.__struct_fields__.index("lower_kind")  # from here on: by what it was judged
+
 _encoder = msgspec.msgpack.Encoder(uuid_format="bytes")
 # Above so many elements msgpack's array header grows from 1 to 3 to 5 bytes.
 _HEADERS = ((16, 1), (1 << 16, 3), (1 << 32, 5))
@@ -30,10 +32,12 @@ class RecordHash:
 
     def __init__(self) -> None:
         self._hash = hashlib.sha256()
+        self.count = 0  # of measurements
 
     def measurements(self, rows: Sequence[Sequence[Any]]) -> None:
-        """Rows as tuples of the fields of `Measurement`, plain values; the packing of rows does not matter."""
+        """Rows as `measurement_fields` gives them; into how many calls they are packed does not matter."""
         data = _encoder.encode(rows)
+        self.count += len(rows)
         self._hash.update(memoryview(data)[next(size for bound, size in _HEADERS if len(rows) < bound) :])
 
     def instruments(self, found: Iterable[Instrument]) -> None:
@@ -46,7 +50,7 @@ class RecordHash:
 
     def events(self, found: Iterable[Event]) -> None:
         for one in sorted(found, key=lambda one: one.number):
-            self._add("event", one.number, one.run, one.cell, one.at_us, one.kind, one.text, one.data)
+            self._add("event", *(getattr(one, name) for name in Event.__struct_fields__))
 
     def run(self, run: Run, setup: Setup) -> None:
         self._add("setup", *setup_fields(setup))
@@ -74,7 +78,8 @@ def key_of(*fields: Any) -> bytes:
 
 def measurement_fields(one: Measurement) -> tuple[Any, ...]:
     """The plain values that are hashed."""
-    return tuple(getattr(one, name) for name in Measurement.__struct_fields__)
+    values = [getattr(one, name) for name in Measurement.__struct_fields__]
+    return (*values[:SPEC_AT], values[SPEC_AT:])
 
 
 def first_chain(station: uuid.UUID) -> bytes:

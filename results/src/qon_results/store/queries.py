@@ -71,7 +71,7 @@ FROM attachment AS a JOIN content AS c ON c.id = a.content WHERE a.run = :run OR
 CONTENT = "SELECT data FROM content WHERE sha256 = ?"
 
 _EVENT = """
-SELECT e.number, (SELECT id FROM run WHERE number = e.run), e.cell, e.at_us, e.kind, e.text, e.data FROM event AS e
+SELECT e.number, e.id, (SELECT id FROM run WHERE number = e.run), e.cell, e.at_us, e.kind, e.text, e.data FROM event AS e
 """
 EVENTS_OF_RUN = _EVENT + "WHERE e.run = :run ORDER BY e.number"
 EVENTS_BETWEEN = _EVENT + "WHERE e.number > :after AND e.number <= :last ORDER BY e.number"
@@ -146,3 +146,14 @@ RUN_NUMBERS = (
 COUNTS = "SELECT (SELECT count(*) FROM run), (SELECT count(*) FROM seal), (SELECT sum(measured) FROM run)"
 LAST_SEAL = "SELECT number, events, chain FROM seal ORDER BY number DESC LIMIT 1"
 LAST_ARCHIVE = "SELECT last_seal, events, chain FROM archive ORDER BY last_seal DESC LIMIT 1"
+
+# Interrupted units that the operator was not told of, unless they have been tested again since.
+UNTOLD = """
+SELECT s.number, r.cell, r.serial_number, r.begin_us, r.utc_offset_s, r.measured
+FROM seal AS s JOIN result AS r ON r.number = s.run
+WHERE s.number > coalesce((SELECT CAST(value AS INTEGER) FROM memory WHERE key = 'told'), 0)
+  AND r.outcome = 'INTERRUPTED'
+  AND NOT EXISTS (SELECT 1 FROM run AS later WHERE later.serial_number = r.serial_number AND r.serial_number <> ''
+                  AND later.product = r.product AND later.operation = r.operation AND later.number > r.number)
+ORDER BY s.number
+"""

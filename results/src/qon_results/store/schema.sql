@@ -131,7 +131,8 @@ CREATE TABLE attachment (
     seq INTEGER,               -- of the measurement whose value it is
     content INTEGER NOT NULL REFERENCES content,
     at_us INTEGER NOT NULL,
-    PRIMARY KEY (run, number)
+    PRIMARY KEY (run, number),
+    UNIQUE (run, name)
 ) WITHOUT ROWID;
 
 CREATE TABLE instrument (
@@ -144,6 +145,7 @@ CREATE TABLE instrument (
 
 CREATE TABLE event (
     number INTEGER PRIMARY KEY,
+    id BLOB NOT NULL UNIQUE,
     run INTEGER REFERENCES run,
     cell INTEGER,
     at_us INTEGER NOT NULL,
@@ -201,6 +203,7 @@ CREATE TABLE archive (
     first_seal INTEGER NOT NULL,
     events INTEGER NOT NULL,
     chain BLOB NOT NULL,       -- of the last seal
+    last_run INTEGER NOT NULL, -- the highest number among the runs
     path TEXT NOT NULL,
     sha256 BLOB NOT NULL,
     runs INTEGER NOT NULL,

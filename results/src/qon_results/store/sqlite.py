@@ -204,14 +204,15 @@ def setup_of(row: Row) -> Setup:
 def measurement_values(row: Row) -> Row:
     """A row as it is hashed."""
     truth = None if row[5] is None else row[5] != 0
-    return (*row[:5], truth, *row[6:18], row[18] != 0, json.loads(row[19]) if row[19] != "[]" else [])
+    categories = json.loads(row[19]) if row[19] != "[]" else []
+    return (*row[:5], truth, *row[6:11], (*row[11:18], row[18] != 0, categories))
 
 
 def measurement_of(row: Row) -> Measurement:
-    seq, item, kind, number, text, truth, verdict, time_us, elapsed_us, attempt, note, *limits = (
+    seq, item, kind, number, text, truth, verdict, time_us, elapsed_us, attempt, note, spec = (
         measurement_values(row)
     )
-    lower_kind, lower, lower_text, upper_kind, upper, upper_text, unit, report, categories = limits
+    lower_kind, lower, lower_text, upper_kind, upper, upper_text, unit, report, categories = spec
     return Measurement(
         seq, item, Kind(kind), number, text, truth, Verdict(verdict), time_us, elapsed_us, attempt, note,
         Kind(lower_kind), lower, lower_text, Kind(upper_kind), upper, upper_text, unit, report, tuple(categories),
@@ -219,7 +220,7 @@ def measurement_of(row: Row) -> Measurement:
 
 
 def event_of(row: Row) -> Event:
-    return Event(row[0], row[1] and uuid.UUID(bytes=row[1]), *row[2:])
+    return Event(row[0], uuid.UUID(bytes=row[1]), row[2] and uuid.UUID(bytes=row[2]), *row[3:])
 
 
 def correction_of(row: Row) -> Correction:

@@ -20,11 +20,18 @@ def record_hash(
 ) -> tuple[bytes, int]:
     """Of a run as it lies in the file, and the number of its measurements."""
     own = {"run": run}
-    total, count = RecordHash(), 0
+    total = RecordHash()
     rows = ask(connection, queries.MEASUREMENTS, own)
     while block := [measurement_values(row) for row in _some(rows)]:
         total.measurements(block)
-        count += len(block)
+    return finish(connection, total, run, after_event, last_event), total.count
+
+
+def finish(
+    connection: apsw.Connection, total: RecordHash, run: int, after_event: int, last_event: int
+) -> bytes:
+    """The hash of a record whose measurements were taken already."""
+    own = {"run": run}
     total.instruments(Instrument(*row) for row in ask(connection, queries.INSTRUMENTS, own))
     total.attachments(Attachment(*row) for row in ask(connection, queries.ATTACHMENTS, own))
     total.events(_events(connection, after_event, last_event))
@@ -32,7 +39,7 @@ def record_hash(
         run_of(next(ask(connection, queries.OWN_RUN, own))),
         setup_of(next(ask(connection, queries.SETUP, own))),
     )
-    return total.digest(), count
+    return total.digest()
 
 
 def correction_hash(
@@ -52,6 +59,13 @@ def verify(connection: apsw.Connection, progress: Progress | None = None) -> Ver
         return _Verifier(connection, progress).verify()
 
 
+def check_newest(connection: apsw.Connection, seals: int = 3) -> Fault | None:
+    """A look at the end of the chain that takes no time: what a torn or foreign file fails first."""
+    (first,) = next(ask(connection, "SELECT coalesce(max(number), 0) - ? FROM seal", (seals,)))
+    with _snapshot(connection):
+        return _Verifier(connection, None).wrong_seal(first)
+
+
 class _Verifier:
     def __init__(self, connection: apsw.Connection, progress: Progress | None) -> None:
         self._connection = connection
@@ -62,7 +76,7 @@ class _Verifier:
 
     def verify(self) -> Verification:
         try:
-            fault = self._damage() or self._gap() or self._wrong_seal()
+            fault = self._damage() or self._gap() or self.wrong_seal()
         except (apsw.CorruptError, apsw.NotADBError, apsw.IOError) as error:
             fault = Fault(f"The file is damaged: {error}.")
         return Verification(self._runs, self._seals, self._measurements, self._chain, fault)
@@ -83,10 +97,14 @@ class _Verifier:
                 return Fault(f"The numbers of the runs have a gap before {number}.", run=number)
         return None
 
-    def _wrong_seal(self) -> Fault | None:
+    def wrong_seal(self, after: int = 0) -> Fault | None:
+        """Of the seals behind this one, and the archived ones."""
         station = uuid.UUID(bytes=next(ask(self._connection, queries.STATIONS))[0])
         archive = list(ask(self._connection, queries.LAST_ARCHIVE))
         number, events, self._chain = archive[0] if archive else (0, 0, first_chain(station))
+        query = "SELECT number, events, chain FROM seal WHERE number = ? AND number > ?"
+        for known in ask(self._connection, query, (after, number)):
+            number, events, self._chain = known
         for row in ask(
             self._connection,
             "SELECT number, run, at_us, events, hash, chain FROM seal WHERE number > ? ORDER BY number",

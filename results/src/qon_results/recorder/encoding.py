@@ -1,0 +1,162 @@
+"""Assertions as messages: column by column, which takes about a microsecond each."""
+
+from collections.abc import Sequence
+from typing import Any
+
+import msgspec
+
+from ..writer.messages import Message, Rows, RunId
+from .odd import PLAIN, asked, clean, kept, moment, represented
+
+ROWS = 500  # at most so many at a time: meanwhile no test thread runs
+NAME_LIMIT = 500  # characters
+
+_FLOATS = frozenset((float, type(None)))
+_encoder = msgspec.msgpack.Encoder()
+_INT64 = 1 << 63
+
+
+def encoded(
+    run: RunId, start: int, chunk: Sequence[Any], categories: dict[int, list[str]], most_bytes: int
+) -> bytes:
+    """The message of these assertions; whatever they hold, all of them are in it."""
+    try:
+        rows = _columns(run, start, chunk, categories)
+        if _is_plain(rows):
+            return _encoder.encode(rows)
+    except Exception:  # noqa: BLE001 - records of any class: what is special about one is found below
+        rows = _one_by_one(run, start, chunk, categories)
+    _make_plain(rows, most_bytes)
+    return _encoder.encode(rows)
+
+
+def again(data: bytes) -> bytes:
+    """The same rows, to take the place of what was sent before."""
+    rows = _decoder.decode(data)
+    rows.again = True
+    return _encoder.encode(rows)
+
+
+_decoder = msgspec.msgpack.Decoder(Rows)
+
+
+def encoded_message(message: Message) -> bytes:
+    return _encoder.encode(message)
+
+
+def text(value: Any) -> str:
+    """Anything as a text that can be kept."""
+    return clean(value) if isinstance(value, str) else represented(value)
+
+
+def microseconds(seconds: float) -> int:
+    return round(seconds * 1e6)
+
+
+def _columns(run: RunId, start: int, chunk: Sequence[Any], categories: dict[int, list[str]]) -> Rows:
+    tries = [getattr(one, "attempt", 1) for one in chunk]
+    retried = (
+        [place for place, tried in enumerate(tries) if tried != 1] if tries.count(1) < len(tries) else ()
+    )
+    return Rows(
+        run,
+        start,
+        False,
+        [one.name for one in chunk],
+        [one.value for one in chunk],
+        [one.lower for one in chunk],
+        [one.upper for one in chunk],
+        [one.unit for one in chunk],
+        [one.get_result_as_bool() for one in chunk],
+        [one.assert_time for one in chunk],
+        [one.get_elapse_time() for one in chunk],
+        [one.report_needed for one in chunk],
+        {place: tries[place] for place in retried},
+        {
+            place: f"earlier values: {represented(chunk[place].earlier_values)}"
+            for place in retried
+            if hasattr(chunk[place], "earlier_values")
+        },
+        {place: categories[id(one)] for place, one in enumerate(chunk) if id(one) in categories}
+        if categories
+        else {},
+    )
+
+
+def _is_plain(rows: Rows) -> bool:
+    """Whether msgpack holds all of it as it is; texts and big integers show only when they are encoded."""
+    values = set(map(type, rows.values))
+    if rows.attempts or rows.categories or not values <= PLAIN or not set(map(type, rows.names)) <= {str}:
+        return False
+    if str in values and not all(
+        value.isascii() and len(value) < NAME_LIMIT for value in rows.values if type(value) is str
+    ):
+        return False
+    limits = set(map(type, rows.lowers)) | set(map(type, rows.uppers))
+    times = set(map(type, rows.times)) | set(map(type, rows.elapsed))
+    if (
+        not limits <= _FLOATS | {int}
+        or not times <= _FLOATS
+        or not set(map(type, rows.units)) <= {str, type(None)}
+    ):
+        return False
+    return max(map(len, rows.names)) <= NAME_LIMIT and "\0" not in "".join(rows.names)
+
+
+def _one_by_one(run: RunId, start: int, chunk: Sequence[Any], categories: dict[int, list[str]]) -> Rows:
+    rows = Rows(run, start, False, [], [], [], [], [], [], [], [], [], {}, {}, {})
+    for place, one in enumerate(chunk):
+        rows.names.append(asked(one, "get_name", asked(one, "name", "")))
+        rows.values.append(asked(one, "get_value", asked(one, "value", None)))
+        rows.lowers.append(asked(one, "lower", None))
+        rows.uppers.append(asked(one, "upper", None))
+        rows.units.append(asked(one, "get_unit", None))
+        rows.verdicts.append(_verdict(one))
+        rows.times.append(asked(one, "assert_time", None))
+        rows.elapsed.append(asked(one, "get_elapse_time", None))
+        rows.reports.append(bool(asked(one, "report_needed", True)))
+        tried = asked(one, "attempt", 1)
+        if type(tried) is not int or tried != 1:
+            rows.attempts[place] = tried
+        if id(one) in categories:
+            rows.categories[place] = categories[id(one)]
+        if type(one).__module__ != "qon_ats":
+            rows.notes[place] = f"recorded as {type(one).__qualname__}"
+    return rows
+
+
+def _verdict(one: Any) -> bool | None:
+    found = asked(one, "get_result_as_bool", NotImplemented)
+    if found is NotImplemented:
+        found = False if asked(one, "is_ng", False) else None if asked(one, "is_tbd", True) else True
+    return None if found is None else bool(found)
+
+
+def _make_plain(rows: Rows, most_bytes: int) -> None:
+    for place, name in enumerate(rows.names):
+        words = text(name)
+        if len(words) > NAME_LIMIT:
+            _note(rows, place, f"the item's name has {len(words)} characters")
+        rows.names[place] = words[:NAME_LIMIT]
+    rows.values = [kept(value, most_bytes) for value in rows.values]
+    rows.lowers = [kept(limit, 0) for limit in rows.lowers]
+    rows.uppers = [kept(limit, 0) for limit in rows.uppers]
+    rows.units = [
+        None if unit is None else clean(unit) if isinstance(unit, str) else represented(unit)
+        for unit in rows.units
+    ]
+    for place, time in enumerate(rows.times):
+        if moment(time) is None:
+            _note(rows, place, f"time: {represented(time)}")
+    rows.times, rows.elapsed = [moment(time) for time in rows.times], [moment(time) for time in rows.elapsed]
+    rows.verdicts = [None if verdict is None else bool(verdict) for verdict in rows.verdicts]
+    for place, tried in list(rows.attempts.items()):
+        fits = isinstance(tried, int) and 0 < tried < _INT64
+        rows.attempts[place] = int(tried) if fits else 1
+        if not fits:
+            _note(rows, place, f"attempt: {represented(tried)}")
+    rows.categories = {place: [text(name) for name in names] for place, names in rows.categories.items()}
+
+
+def _note(rows: Rows, place: int, text: str) -> None:
+    rows.notes[place] = "; ".join(filter(None, (rows.notes.get(place), text)))
