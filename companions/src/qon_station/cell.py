@@ -3,7 +3,6 @@
 from collections.abc import Sequence
 from typing import Any
 
-import qon_ats
 import wx
 from qon_companions.i18n import _
 
@@ -12,11 +11,12 @@ from .hooks import Check
 from .item_columns import check_columns, show_titles
 from .item_rows import ItemRows
 from .runs import Asking, StationRuns
+from .telling import Telling
 
 _AGAIN = 100  # milliseconds until the next tick of a run
 
 
-class StationCell(ItemRows, StationRuns, qon_ats.Cell):
+class StationCell(ItemRows, StationRuns, Telling):
     """Stands for `Cell` of `qon_ats` in a station."""
 
     _colours_whole_rows = True

@@ -67,6 +67,7 @@ KEYS = (
         "limits workbook, its first sheet with one row per item",
         may_be_empty=True,
     ),
+    Key(CELL, "run_log_days", "int", "90", "days that the logs of single runs are kept; 0: for ever", 0),
 )
 
 

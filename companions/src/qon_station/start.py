@@ -17,6 +17,7 @@ from .fault_window import FaultWindow
 from .faults import Faults, Hooks
 from .installing import install
 from .log_file import logging_of_wx, logging_to
+from .many_items import watching_items
 from .start_failure import show_start_failure
 
 LOG_FILE = os.path.join("log", "station.log")
@@ -54,6 +55,7 @@ def run(
         frame.Show()
         ending = Ending(frame)
         stack.enter_context(closed_by_signals(ending))
+        stack.enter_context(watching_items(frame))
         log.info("The station has started.")
         app.MainLoop()
         ending.finish()

@@ -1,6 +1,7 @@
 """Message boxes for whatever thread needs one."""
 
 import logging
+import sys
 from typing import Any
 
 import wx
@@ -95,11 +96,22 @@ def _show(kind: type[_NoticeBox], message: Any, more: tuple[Any, ...], title: An
     shows = getattr(cell_of_thread(), "show_message", None)  # a cell without windows says what becomes of boxes
     if shows is not None:
         return int(shows(text, otherwise))
+    if kind is _ErrorBox:
+        _log_handled(text)
     try:
         return gui_thread.call(_show_here, kind, heading, text)
     except (RuntimeError, wx.PyNoAppError) as error:  # no application, no event loop, or a window that went
         log.log(kind.level, "%s\n%s\n(not shown: %s)", heading, text, error)
         return otherwise
+
+
+def _log_handled(text: str) -> None:
+    """A box about the exception at hand: its traceback belongs to whoever mends it, with the cell it happened in."""
+    error = sys.exc_info()[1]
+    if error is not None:
+        cell = cell_of_thread()
+        where = f"{cell.get_cell_name()}: " if cell is not None else ""
+        log.error("%s%s", where, text.partition("\n")[0], exc_info=error)
 
 
 def _show_here(kind: type[_NoticeBox], heading: str, text: str) -> int:

@@ -2,17 +2,25 @@
 
 from __future__ import annotations
 
+import logging
+import sys
+
 import wx
 from qon_companions.i18n import _
 
 from qon_atsui.dialogs.parts import button_row, heading, text_box
 from qon_atsui.fields import caption
 
+log = logging.getLogger(__name__)
+
 
 class TickerExceptionDialog(wx.Dialog):
     """Shows why the ticker's job failed; wx.ID_OK lets it go on, anything else stops it."""
 
     def __init__(self, parent: wx.Window | None) -> None:
+        error = sys.exc_info()[1]
+        if error is not None:
+            log.error("The station's periodic job raised an exception.", exc_info=error)
         wx.Dialog.__init__(
             self, parent, title=_("Ticker exception"), style=wx.DEFAULT_DIALOG_STYLE | wx.RESIZE_BORDER
         )

@@ -1,0 +1,29 @@
+"""What a script tells and asks stands in the log, not only on the screen."""
+
+from typing import Any
+
+import qon_ats
+
+
+class Telling(qon_ats.Cell):
+    """A cell that logs prints, questions and what the operator answered."""
+
+    def print(self, message: Any, end: str = "\n") -> None:
+        super().print(message, end)
+        text = str(message or "").rstrip()
+        if text:
+            self.logger.info("%s", text)
+
+    def ask_true_or_false(self, question: str, true: str = "Yes", false: str = "no") -> bool:
+        answer = super().ask_true_or_false(question, true, false)
+        self.logger.info("Question: %s | answer: %s", question, true if answer else false)
+        return answer
+
+    def input_text(self, prompt: str) -> str | None:
+        text = super().input_text(prompt)
+        self.logger.info("Question: %s | answer: %s", prompt, "cancelled" if text is None else repr(text))
+        return text
+
+    def notice_box(self, message: str) -> None:
+        super().notice_box(message)
+        self.logger.info("Notice: %s | closed by the operator", message)
