@@ -6,6 +6,7 @@ from typing import Any
 
 import openpyxl
 import pytest
+import wx
 from openpyxl.worksheet.worksheet import Worksheet
 from qon_ats import Assertion, CellBase
 from qon_companions.limits_check import compare
@@ -13,7 +14,8 @@ from qon_station import keys
 from qon_station.__main__ import main
 from qon_station.scaffold import new_station
 from qon_testparameters import Parameter
-from support import write_limits
+from station import Station, dialogs
+from support import press, write_limits
 
 ROOT = Path(__file__).parent.parent
 SCRIPT, CONFIG, LIMITS = "scripts/line_script.py", "ats_config.xlsx", "limits.xlsx"
@@ -121,3 +123,23 @@ def test_blanks_at_the_ends_of_an_item_s_name_survive_export_and_load(tmp_path: 
 
     typed(book)
     assert list(CellBase.load_assertion_configs(str(book))) == ["IOUT", "VOUT"], "a blank typed by mistake"
+
+
+def test_the_parameters_menu_lists_what_does_not_fit(station: Station, tmp_path: Path) -> None:
+    limits = write_limits(tmp_path / LIMITS, {"VOUT": (0, 1), "IOUT": (0, 1)})
+    run = "self.assert_limits('VOUT', 1, 0, 2)\nself.append_ok('TEXT', 'x')"
+    frame: Any = station(run, run, assertion_config_file=str(limits))
+    station.run(frame.cells[0])
+    rows: list[list[str]] = []
+
+    def read(dialog: Any) -> None:
+        rows.extend(dialog.texts())
+        press(wx.WXK_ESCAPE, over=dialog)
+
+    with dialogs(read):
+        frame.ProcessCommand(next(
+            item.GetId() for menu, _ in frame.GetMenuBar().GetMenus() for item in menu.GetMenuItems()
+            if item.GetItemLabelText().startswith("Check limits")
+        ))  # fmt: skip
+    assert [row[:2] for row in rows] == [["Cell 1", "IOUT"], ["Cell 2", ""]]
+    assert "No item used" in rows[0][2] and "No test" in rows[1][2]

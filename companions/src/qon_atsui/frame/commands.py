@@ -119,6 +119,11 @@ def menus() -> tuple[Menu, ...]:
                     _("E&xport limits\u2026"),
                     _("Write the limits a cell used in its last test into a workbook"),
                 ),
+                Command(
+                    "_ui_check_limits",
+                    _("Check &limits\u2026"),
+                    _("List what does not fit between the last tests and the limits workbooks"),
+                ),
             ),
         ),
         (

@@ -8,6 +8,7 @@ from qon_companions import posted_calls
 from qon_atsui import palette
 from qon_atsui.cell.panel import Cell
 from qon_atsui.cell.serial_entry import SerialEntry, next_entry, settle_focus
+from qon_atsui.dialogs.limits_check import LimitsCheckDialog
 from qon_atsui.frame.commands import CommandBars
 from qon_atsui.frame.status import StatusBar
 from qon_atsui.frame.totals import TotalsPanel
@@ -75,6 +76,14 @@ class Frame(wx.Frame):
 
     def _ui_next_cell(self, _event: wx.CommandEvent) -> None:
         next_entry(self)
+
+    def _ui_check_limits(self, _event: wx.CommandEvent) -> None:
+        cells = [cell for cell in self.ui_cell_panel.GetChildren() if isinstance(cell, Cell)]
+        dialog = LimitsCheckDialog(self, cells)
+        try:
+            dialog.ShowModal()
+        finally:
+            dialog.Destroy()
 
     def _ui_exit(self, _event: wx.CommandEvent) -> None:
         self.Close()
