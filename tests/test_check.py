@@ -50,7 +50,7 @@ FAULTS: dict[str, tuple[str, Callable[[Path], None], str]] = {
     "sheet": (CONFIG, add("column_count", 1, "int"), 'belongs into the sheet of "main"'),
     "type": (CONFIG, add("none_unit", 3, "int"), 'none_unit": it has the type "int"'),
     "empty": (CONFIG, edit("cell1", B4=None), "is empty, which is no default"),
-    "column": (CONFIG, add("column_info", '[["Val", 9]]', "json"), 'column "Val" that nothing fills'),
+    "column": (CONFIG, add("column_info", '[["Val", 9]]', "json"), "the column 'Val' is to show"),
     "script": (CONFIG, edit("cell1", B2="scripts/other.py"), "other.py does not exist"),
     "taken": (CONFIG, add("runner_class_name", "Runner", "str"), "it has: CellRunner"),
     "main": (CONFIG, lambda book: edit("main", B2=0)(book), "it must be at least 1"),

@@ -235,7 +235,7 @@ def test_every_command_has_a_key_or_a_mnemonic_and_reaches_its_handler(app: wx.A
             key = item.GetAccel()
             assert "&" in item.GetItemLabel() or key is not None, item.GetItemLabel()
             assert item.GetHelp() and (key is None or key.GetKeyCode() != wx.WXK_ESCAPE)
-            if item.GetItemLabelText() not in ("Exit", "Next cell"):
+            if item.GetItemLabelText() not in ("Exit", "Next cell", "Check limits…"):
                 frame.ProcessEvent(wx.CommandEvent(wx.wxEVT_MENU, item.GetId()))
         assert sorted(calls) == PROMISED
         tools = [command for _title, entries in menus() for command in entries if command and command.tool]

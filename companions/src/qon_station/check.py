@@ -20,8 +20,10 @@ from qon_companions.limits_check import plain
 from qon_companions.parameters import ParameterError, Table, open_source, read_table
 from qon_companions.parameters.errors import Place
 from qon_paratree import ParameterDirectory
+from qon_testparameters import SheetParameters
 
 from .explain import explain
+from .item_columns import check_columns
 from .keys import CELL, MAIN, keys_of, nearest, wrong_value
 from .script_facts import ScriptFacts, facts_of
 
@@ -121,6 +123,7 @@ class _Check:
             where = str(Place(self._config, sheet, table.rows["script"], "script"))
             facts = self._script(script, str(value("runner_class_name", "CellRunner")), where)
         self._keys(sheet, table, facts.texts if facts else set())
+        self._columns(sheet, table)
         limits = str(value("assertion_config_file") or "").strip()
         if limits:
             self._limits(limits, facts, value("none_unit") or "")
@@ -134,8 +137,6 @@ class _Check:
             if name in known:
                 parameter = table.parameters.get(name)
                 wrong = wrong_value(known[name], parameter) if parameter else ""
-                if not wrong and name == "column_info" and parameter:
-                    wrong = _wrong_columns(parameter.value)
                 if wrong:
                     self._error(where, f"it {wrong}.")
             elif near := nearest(name, known):
@@ -145,6 +146,14 @@ class _Check:
                 self._error(where, f'this key belongs into the sheet of "{belongs}".')
             elif name not in texts:
                 self._warn(where, "no such key, and the script does not mention it.")
+
+    def _columns(self, sheet: str, table: Table) -> None:
+        """As the station looks at them when it starts."""
+        try:
+            check_columns(SheetParameters(sheet, table.parameters.values(), self._config))
+        except ValueError as error:
+            where = str(Place(self._config, sheet))
+            self._error(where, str(error).removeprefix(f"{where}: "))
 
     def _script(self, name: str, class_name: str, where: str) -> ScriptFacts | None:
         path = Path(name).absolute()
@@ -225,20 +234,6 @@ class _Check:
 
     def _warn(self, where: str, text: str) -> None:
         self._found.append(Finding(Level.WARNING, where, text))
-
-
-def _wrong_columns(columns: Any) -> str:
-    """A column's title names the getter of an assertion that fills it."""
-    if not isinstance(columns, list) or not all(
-        isinstance(each, list) and len(each) == 2 and isinstance(each[0], str) and isinstance(each[1], int)
-        for each in columns
-    ):
-        return 'is no list of titles and widths, such as [["Name", 300], ["Value", 200]]'
-    known = [name[4:] for name in dir(qon_ats.Assertion) if name.startswith("get_")]
-    for title, _width in columns:
-        if title.lower() not in known:
-            return f'has a column "{title}" that nothing fills; there are: {", ".join(known)}'
-    return ""
 
 
 def _module(script: str) -> str:
