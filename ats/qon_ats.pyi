@@ -20,6 +20,23 @@ from qon_paratree import ParameterDirectory
 from qon_testparameters import BookParameters, Parameter, SheetParameters
 from typing_extensions import disjoint_base
 
+__all__ = [
+    "EVT_STATISTICS_UPDATE_EVENT",
+    "UUT",
+    "ATSFrame",
+    "Assertion",
+    "CallUserFunctionInfo",
+    "Cell",
+    "CellBase",
+    "CellRunnerBase",
+    "ManualOperationDialog",
+    "Statistics",
+    "StatisticsUpdateEvent",
+    "TestDataViewerFrame",
+    "TestDataViewerPanel",
+    "TestItem",
+]
+
 _P = ParamSpec("_P")
 _R = TypeVar("_R")
 _Colour: TypeAlias = str | wx.Colour
@@ -48,17 +65,17 @@ class Assertion:
         upper: Any = None,
         unit: str | None = "",
         result: Any = None,
-        assert_time: float | None = None,
+        assert_time: Any = None,
         report_needed: bool = True,
     ) -> None:
         """Make a record and judge it as `update` does.
 
         name: the item's name, once per unit.  value: what was measured; None: nothing yet, the verdict is TBD.
         lower, upper: inclusive limits; None: no limit.  unit: engineering unit.  result: the verdict itself.
-        assert_time: seconds since the epoch; None: now.  report_needed: whether reports should contain it.
+        assert_time: seconds since the epoch, kept as given; None: now.  report_needed: whether reports should contain it.
         """
-    def __reduce__(self) -> tuple[Any, ...]: ...
-    def __setstate__(self, state: tuple[Any, ...]) -> None: ...
+    def __getstate__(self) -> dict[str, Any]: ...
+    def __setstate__(self, state: dict[str, Any]) -> None: ...
     def update(
         self,
         value: Any = None,
@@ -66,7 +83,7 @@ class Assertion:
         upper: Any = None,
         unit: str | None = None,
         result: Any = None,
-        assert_time: float | None = None,
+        assert_time: Any = None,
     ) -> None:
         """Judge again.  What is None here keeps its stored value.
 
@@ -113,10 +130,10 @@ class Assertion:
     def unit(self) -> str | None:
         """Engineering unit; can be set.  None is replaced by the cell's key "none_unit" when it is recorded."""
     @unit.setter
-    def unit(self, unit: str | None) -> None: ...
+    def unit(self, unit: str) -> None: ...
     def get_unit(self) -> str | None:
         """Engineering unit."""
-    def set_unit(self, unit: str | None) -> None:
+    def set_unit(self, unit: str) -> None:
         """Set the engineering unit; the verdict stays."""
     def is_ok(self) -> bool:
         """Whether the verdict is OK; False for TBD."""
@@ -125,8 +142,8 @@ class Assertion:
     def is_tbd(self) -> bool:
         """Whether there is no verdict yet."""
     @property
-    def assert_time(self) -> float:
-        """When it was judged, seconds since the epoch."""
+    def assert_time(self) -> Any:
+        """When it was judged: seconds since the epoch, or what was given instead."""
     def set_elapse_time(self, time: Any) -> None:
         """Keep how long the step took; seconds by convention."""
     def get_elapse_time(self) -> Any:
@@ -136,11 +153,13 @@ class Assertion:
 class UUT:
     """One unit under test: serial number, cell, begin and end, and its measurements in order.
 
-    The test thread appends; any thread may read.  A unit that is done takes no more measurements.
+    Copies and pickles have no subscribers of `done_event`.  The test thread appends; any thread may read.  A unit that is done takes no more measurements.
     """
 
     def __init__(self, serial_number: str | None = "", cell_number: int = 1) -> None:
         """A unit whose test begins now.  serial_number: None when there is none.  cell_number: from 1."""
+    def __getstate__(self) -> dict[str, Any]: ...
+    def __setstate__(self, state: dict[str, Any]) -> None: ...
     @property
     def cell_number(self) -> int:
         """The number of the cell that tests it, from 1; can be set."""
@@ -192,7 +211,7 @@ class UUT:
     def append_assertion(self, assertion: Assertion) -> None:
         """Add a measurement to the unit alone; scripts use the runner's `append`, which also shows it.
 
-        Raises ValueError when the unit is done.
+        Anything with a method `is_ng` will do.  Raises ValueError when the unit is done.
         """
     def first_ng_item_name(self) -> str:
         """The name of the first NG measurement, or ""."""
@@ -206,18 +225,12 @@ class UUT:
 class Statistics:
     """Counters of finished units.  GUI thread."""
 
+    _ok: int  # units counted OK
+    _ng: int
     def __init__(self, ok: int = 0, ng: int = 0) -> None:
         """Counters that start at these values."""
-    @property
-    def _ok(self) -> int:
-        """Units counted OK; can be set."""
-    @_ok.setter
-    def _ok(self, value: int) -> None: ...
-    @property
-    def _ng(self) -> int:
-        """Units counted NG; can be set."""
-    @_ng.setter
-    def _ng(self, value: int) -> None: ...
+    def __getstate__(self) -> dict[str, Any]: ...
+    def __setstate__(self, state: dict[str, Any]) -> None: ...
     def get_total(self) -> int:
         """Units counted."""
     def get_ok(self) -> int:
@@ -263,6 +276,8 @@ class TestItem:
 
         retry_count: repetitions after a failure.  retry_interval: seconds between them.
         """
+    def __getstate__(self) -> dict[str, Any]: ...
+    def __setstate__(self, state: dict[str, Any]) -> None: ...
     @property
     def name(self) -> str:
         """The item's name."""
@@ -457,6 +472,7 @@ class CellBase:
     ) -> None:
         """Record a judged measurement: in the unit, on the screen and in its categories.
 
+        assertion: an `Assertion`, or what has its methods.  Refused as a whole or recorded as a whole.
         stop_if_ng: whether an NG ends the run; None: the cell's key "stop_if_ng", which is True by default.
         category: one name or several; every measurement is in "all".  Test thread.
         """
@@ -699,7 +715,7 @@ class CellRunnerBase(ABC):
         standard: Any,
         unit: str | None = None,
         stop_if_ng: bool | None = None,
-        category: str | None = "all",
+        category: str = "all",
     ) -> Assertion:
         """Record a value that has to equal the standard; arguments as in `assert_limits`."""
     def assert_limits(
@@ -710,7 +726,7 @@ class CellRunnerBase(ABC):
         upper: Any,
         unit: str | None = None,
         stop_if_ng: bool | None = None,
-        category: str | None = "all",
+        category: str = "all",
     ) -> Assertion:
         """Judge a value by its limits and record it; returns the record.
 
@@ -725,7 +741,7 @@ class CellRunnerBase(ABC):
         value: Any,
         lower: Any,
         upper: Any,
-        unit: str | None = "",
+        unit: str = "",
         result: Any = None,
     ) -> Assertion:
         """Judge as `assert_limits` does, without recording: an NG does not end the run.  Any thread."""
@@ -737,7 +753,7 @@ class CellRunnerBase(ABC):
         percent: float,
         unit: str | None = None,
         stop_if_ng: bool | None = None,
-        category: str | None = "all",
+        category: str = "all",
     ) -> Assertion:
         """Judge a value by `mean` plus and minus `percent` % and record it; nothing passes a negative mean.
 
@@ -748,7 +764,7 @@ class CellRunnerBase(ABC):
         name: str,
         value: Any,
         stop_if_ng: bool | None = None,
-        category: str | None = "all",
+        category: str = "all",
     ) -> Assertion:
         """Record a value that has to be true: True, "yes", "pass", "ok", 1 and the like.
 
@@ -759,7 +775,7 @@ class CellRunnerBase(ABC):
         name: str,
         value: Any,
         stop_if_ng: bool | None = None,
-        category: str | None = "all",
+        category: str = "all",
     ) -> Assertion:
         """Record a value that must not be true, read as `assert_true` reads it."""
     def assert_result(
@@ -767,11 +783,11 @@ class CellRunnerBase(ABC):
         name: str,
         value: Any,
         result: Any,
-        unit: str | None = "N/A",
+        unit: str = "N/A",
         lower: Any = None,
         upper: Any = None,
         stop_if_ng: bool | None = None,
-        category: str | None = "all",
+        category: str = "all",
     ) -> Assertion:
         """Record a value with the verdict that the script has found, read as `assert_true` reads it.
 
@@ -782,7 +798,7 @@ class CellRunnerBase(ABC):
         name: str,
         value: Any,
         stop_if_ng: bool | None = None,
-        category: str | None = "all",
+        category: str = "all",
     ) -> Assertion:
         """Record a value as OK."""
     def append_ng(
@@ -790,7 +806,7 @@ class CellRunnerBase(ABC):
         name: str,
         value: Any,
         stop_if_ng: bool | None = None,
-        category: str | None = "all",
+        category: str = "all",
     ) -> Assertion:
         """Record a value as NG; stop_if_ng as in `assert_limits`."""
 

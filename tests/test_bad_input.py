@@ -117,3 +117,23 @@ def test_a_missing_module_is_named_with_its_cure(module: str, cure: str) -> None
     done = python("-c", code)
     last = done.stderr.splitlines()[-1]
     assert last.startswith(f'ImportError: qon_ats needs the module "{module}"') and cure in last
+
+
+MALFORMED_SIBLINGS = {
+    "": '"input_integer" of the module "qon_touch"',
+    "import qon_nowhere": "\"qon_touch\", whose import fails: ModuleNotFoundError: No module named 'qon_nowhere'",
+    "\n1 / 0": '"qon_touch", whose import fails: ZeroDivisionError: division by zero',
+}
+
+
+@pytest.mark.parametrize("content", MALFORMED_SIBLINGS)
+def test_a_sibling_that_does_not_serve_is_told_by_the_import_error(content: str, in_tmp: Path) -> None:
+    Path("qon_touch.py").write_text(content)
+    last = python("-c", "import qon_ats").stderr.splitlines()[-1]
+    assert last.startswith("ImportError: qon_ats needs") and MALFORMED_SIBLINGS[content] in last
+    assert "qon_touch.py" in last or "qon_nowhere" in content
+    Path("qon_touch.py").unlink()
+    plain_wx = (
+        "import sys, qon_atsui, qon_matplot, qon_wxtools; sys.modules['wx.grid'] = None; import qon_ats"
+    )
+    assert not content or python("-c", plain_wx).returncode == 0

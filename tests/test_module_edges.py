@@ -1,11 +1,11 @@
 """The native module behaves as Python code would: signatures, look-ups, references, cycles."""
 
-import contextlib
 import gc
 import inspect
 import sys
 import traceback
 import types
+import typing
 import weakref
 from typing import Any
 from unittest import mock
@@ -15,7 +15,7 @@ import qon_ats
 import qon_handy
 import qon_wxtools
 import wx
-from hostcell import Host
+from hostcell import Host, runner_of
 from qon_ats import UUT, Assertion, CellBase, Statistics
 from support import Boxes
 
@@ -66,14 +66,146 @@ def test_bound_methods_are_methods(host: Host) -> None:
     assert mock.create_autospec(CellBase.sleep) is not None
 
 
-def test_half_built_objects_raise_and_do_not_crash() -> None:
-    for make, attribute in ((Assertion, "name"), (UUT, "assertions"), (UUT, "summer"), (CellBase, "name")):
-        bare = make.__new__(make)
-        with contextlib.suppress(AttributeError, TypeError, RuntimeError):
-            getattr(bare, attribute)
+@pytest.mark.parametrize("kind", [Assertion, UUT, Statistics, qon_ats.TestItem, CellBase, qon_ats.Cell])
+def test_half_built_objects_say_what_is_missing(kind: Any) -> None:
+    half_built = type("Bare", (kind,), {"__init__": lambda self: None})
+    missing = 0
+    for member in vars(kind).values():
+        if isinstance(member, property):
+            ask = member.fget
+        elif isinstance(member, type(CellBase.start)) and len(inspect.signature(member).parameters) == 1:
+            ask = member
+        else:
+            continue
+        try:
+            ask(half_built())  # type: ignore[misc]
+        except (AttributeError, RuntimeError) as error:  # wx: "super-class __init__() was never called"
+            missing += "__init__" in str(error) or "no attribute '" in str(error)
+    assert missing > 3
+    with pytest.raises(AttributeError, match="_UUT__done"):
+        type("Bare", (UUT,), {"__init__": lambda self: None})().append_assertion(Assertion("a", 1))
     for wrong in (lambda: Assertion.is_ok(UUT()), lambda: Assertion.is_ok()):
         with pytest.raises(TypeError):
             wrong()
+
+
+def test_a_long_chain_of_records_ends_without_recursion() -> None:
+    for link in (lambda last: Assertion("a", last), lambda last: qon_ats.TestItem("t", last, print)):
+        chain: Any = None
+        for _ in range(300_000):
+            chain = link(chain)
+        del chain
+
+
+def test_methods_that_call_each_other_end_in_recursion_error() -> None:
+    class Loop(Assertion):
+        update = Assertion.__init__  # type: ignore[assignment]
+
+    with pytest.raises(RecursionError):
+        Loop("a")
+
+
+def test_an_error_in_a_look_up_is_not_swallowed() -> None:
+    class Key(str):
+        __hash__ = str.__hash__
+
+        def __eq__(self, other: object) -> bool:
+            raise ZeroDivisionError
+
+    assertion = Assertion("a")
+    vars(assertion)[Key("_Assertion__elapse_time")] = 1
+    with pytest.raises(ZeroDivisionError):
+        assertion.get_elapse_time()
+
+
+def test_signatures_and_types_are_told() -> None:
+    first = {Assertion: "name", UUT: "serial_number", Statistics: "ok", qon_ats.TestItem: "name"}
+    assert {kind: next(iter(inspect.signature(kind).parameters)) for kind in first} == first
+    hints = typing.get_type_hints(qon_ats.CellRunnerBase.assert_percent_limits)
+    assert (hints["name"], hints["mean"], hints["unit"]) == (str, float, str | None)
+
+
+class Reading:
+    """Has the methods that are called, and nothing else."""
+
+    def __init__(self, unit: str | None = "V") -> None:
+        self.unit = unit
+
+    def get_unit(self) -> str | None:
+        return self.unit
+
+    def set_unit(self, unit: str) -> None:
+        self.unit = unit
+
+    def is_ng(self) -> bool:
+        return False
+
+    def get_name(self) -> str:
+        return "reading"
+
+
+@pytest.mark.parametrize(
+    ("item", "category"),
+    [(5, "all"), (None, "all"), (Assertion("a", 1, unit=None), {}), (Assertion("a", 1), ["b", []])],
+)
+def test_what_cannot_be_recorded_whole_is_refused_whole(host: Host, item: Any, category: Any) -> None:
+    cell = host()
+    cell.uut = UUT()
+    reading = Reading(None)
+    cell.append(reading)
+    with pytest.raises(TypeError):
+        cell.append(item, None, category)
+    assert cell.uut.assertions == cell.get_assertions() == list(cell._assertion_queue.queue) == [reading]
+    assert reading.unit == "" and set(cell._assertion_category) == {"all"}
+    assert not isinstance(item, Assertion) or item.unit in (None, "")
+    with pytest.raises(TypeError):
+        cell.uut.append_assertion(5)
+
+
+def test_the_runner_checks_numbers_and_hands_them_on_as_given(host: Host) -> None:
+    cell = host()
+    cell.update_percentage = cell.increase_percentage = cell.notes.append  # type: ignore[attr-defined]
+    runner = runner_of(cell)
+    for percent in (5, 2.5):
+        runner.update_percentage(percent)
+        runner.increase_percentage(percent)
+    assert list(map(type, cell.notes)) == [int, int, float, float]
+    for wrong in (
+        lambda: runner.update_percentage("5"),
+        lambda: runner.assert_limits("a", 1, 0, 2, category=None),
+        lambda: runner.assert_result("a", 1, True, unit=None),
+        lambda: runner.try_limits("a", 1, 0, 2, unit=None),
+    ):
+        with pytest.raises(TypeError):
+            wrong()
+
+
+@pytest.mark.parametrize("loaded", [True, False])
+def test_a_cell_without_a_sheet_asks_for_the_first_before_loading_it(host: Host, loaded: bool) -> None:
+    asked: list[str] = []
+    sheet = host().cell_config
+
+    class Book(qon_ats.BookParameters):  # type: ignore[name-defined, misc]
+        def __init__(self) -> None:
+            self.loaded = loaded
+
+        def has_sheet(self, name: str) -> bool:
+            return False
+
+        def get_sheet_parameters(self, name: str) -> Any:
+            asked.append(f"get {name}")
+            if not self.loaded:
+                raise KeyError(name)
+            return sheet
+
+        def load_sheet(self, name: str) -> Any:
+            asked.append(f"load {name}")
+            if name != "cell1":
+                raise ValueError(name)
+            self.loaded = True
+
+    assert CellBase(3, Book()).cell_config is sheet
+    assert asked == ["load cell3", "get cell1"] + ([] if loaded else ["load cell1", "get cell1"])
 
 
 def test_the_siblings_of_the_moment(host: Host, boxes: Boxes, monkeypatch: pytest.MonkeyPatch) -> None:

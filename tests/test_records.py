@@ -1,11 +1,21 @@
 """The records: one measurement and its verdict, one unit and its end, counters of units."""
 
+import copy
+import pickle
+import threading
 import time
+from functools import partial
 from typing import Any
 
 import pytest
 import qon_testparameters
-from qon_ats import UUT, Assertion, Statistics
+from qon_ats import UUT, Assertion, Statistics, TestItem
+
+TestItem.__test__ = False  # type: ignore[attr-defined]  # not a test class
+
+
+def repickled(record: Any, way: int) -> Any:
+    return pickle.loads(pickle.dumps(record, way))
 
 
 class Shout(str):
@@ -56,22 +66,6 @@ def test_verdict(arguments: dict[str, Any], verdict: bool | None) -> None:
         assert states == (verdict is True, verdict is False, verdict is None)
         word = {True: "OK", False: "NG", None: "TBD"}[verdict]
         assert assertion.result == assertion.get_result() == word
-
-
-def test_missing_fields_are_empty_where_they_are_shown() -> None:
-    empty = Assertion("a")
-    assert (empty.value, empty.get_value(), empty.get_lower(), empty.get_upper()) == ("", "", "", "")
-    assert (empty.lower, empty.upper, empty.unit, empty.get_elapse_time()) == (None, None, "", None)
-    full = Assertion("b", 1, 0, 2, "V", None, 7.0, False)
-    assert (full.get_name(), full.get_value(), full.get_lower(), full.get_upper()) == ("b", 1, 0, 2)
-    assert (full.name, full.value, full.lower, full.upper, full.get_unit()) == ("b", 1, 0, 2, "V")
-    assert (full.report_needed, full.assert_time) == (False, 7.0)
-    full.report_needed, full.unit = True, "mV"
-    full.set_elapse_time(1.5)
-    assert (full.report_needed, full.get_elapse_time(), full.unit) == (True, 1.5, "mV")
-    for attribute in ("name", "value", "lower", "upper", "result"):
-        with pytest.raises(AttributeError):
-            setattr(full, attribute, "x")
 
 
 def test_update_judges_by_its_own_arguments_only() -> None:
@@ -207,19 +201,78 @@ def test_verdicts_are_asked_of_the_assertions_as_they_are_overridden() -> None:
     assert (uut.summer, uut.first_ng) == ("NG", uut.assertions[1])
 
 
-@pytest.mark.parametrize(
-    ("ok", "ng", "ok_percent", "ng_percent"),
-    [(0, 0, 0, 0), (2, 1, 200 / 3, 100 / 3), (1, 3, 25.0, 75.0), (7, 0, 100.0, 0.0)],
-)
-def test_counts_and_percentages(ok: int, ng: int, ok_percent: float, ng_percent: float) -> None:
-    counted = Statistics()
-    for result in [True] * ok + [False] * ng:
-        counted.increase(result)
-    for statistics in (Statistics(ok=ok, ng=ng), counted):
-        figures = (statistics.get_total(), statistics.get_ok(), statistics.get_ng())
-        assert figures == (ok + ng, ok, ng)
-        percents = statistics.get_ok_percent(), statistics.get_ng_percent()
-        assert percents == pytest.approx((ok_percent, ng_percent), abs=1e-12)
-        assert {type(percent) for percent in percents} == {float if ok + ng else int}
-    counted.clear()
-    assert (counted.get_total(), counted._ok, counted._ng) == (0, 0, 0)
+FIELDS = {
+    Assertion: "name value lower upper unit result assert_time report_needed elapse_time",
+    UUT: "begin_time end_time serial_number done assertions lock done_event cell_number",
+    TestItem: "name assertion test_func before_test after_test retry_count retry_interval",
+}
+
+
+@pytest.mark.parametrize("kind", FIELDS)
+def test_private_fields_have_their_mangled_names(kind: type) -> None:
+    made = {Assertion: Assertion("a", 1.5), UUT: unit(OK), TestItem: TestItem("t", Assertion(), print)}[kind]
+    for name in FIELDS[kind].split():
+        private, new = f"_{kind.__name__}__{name}", [name]
+        getattr(made, private)
+        setattr(made, private, new if name not in ("result", "report_needed") else False)
+        assert getattr(made, private) in (new, False), name
+        delattr(made, private)
+
+
+def test_what_is_given_is_kept_and_the_unit_is_a_text() -> None:
+    assert Assertion("a", assert_time="noon").assert_time == "noon"
+    updated = Assertion("a", 1, 0, unit=None)
+    updated.update(2, assert_time=7)
+    assert (updated.assert_time, type(updated.assert_time), updated.unit) == (7, int, None)
+    for wrong in (lambda: updated.set_unit(None), lambda: setattr(updated, "unit", 5)):  # type: ignore[arg-type]
+        with pytest.raises(TypeError, match="must be str"):
+            wrong()
+
+
+def test_the_lock_of_a_unit_holds_back_who_appends() -> None:
+    uut = unit(OK)
+    late = threading.Thread(target=uut.append_assertion, args=(Assertion("late", 1),))
+    with uut._UUT__lock:
+        late.start()
+        late.join(0.05)
+        assert late.is_alive() and len(uut.assertions) == 1
+    late.join(10)
+    assert len(uut.assertions) == 2
+
+
+@pytest.mark.parametrize("copy_of", [copy.deepcopy, *(partial(repickled, way=way) for way in (0, 2, 5))])
+def test_records_are_copied_and_pickled(copy_of: Any) -> None:
+    original = unit(OK, {"value": 1.5, "lower": 1, "assert_time": 3, "report_needed": False}, done=True)
+    original.done_event.subscribe(print)
+    original.assertions[0].note = original.note = "kept"
+    with original._UUT__lock:
+        made = copy_of(original)
+    assert (made.serial_number, made.cell_number, made.summer) == ("SN1", 2, "OK")
+    assert (made.elapse, made.note, made.assertions[0].note) == (original.elapse, "kept", "kept")
+    second = made.assertions[1]
+    assert (second.value, second.lower, second.assert_time, second.report_needed) == (1.5, 1, 3, False)
+    assert second is not original.assertions[1] and "0 listeners" in repr(made.done_event)
+    with made._UUT__lock:
+        pass
+    step = copy_of(TestItem("t", second, print, retry_count=2))
+    assert (step.name, step.assertion.value, step.test_func, step.retry_count) == ("t", 1.5, print, 2)
+    statistics = copy_of(Statistics(ok=1, ng=3))
+    statistics.increase(False)
+    assert (statistics.get_total(), statistics.get_ng_percent()) == (5, 80.0)
+    statistics.clear()
+    assert (statistics.get_ok_percent(), type(statistics.get_ok_percent())) == (0, int)
+
+
+STATE = Assertion("a").__getstate__()
+WRONG_STATES = [
+    (), ("a", 1, None, None, "", 9, True, 1.0, {}), None, {}, {1: 2}, {**STATE, "_Assertion__result": 3},
+    {**STATE, "_Assertion__report_needed": None}, {k: v for k, v in STATE.items() if "upper" not in k},
+]  # fmt: skip
+
+
+@pytest.mark.parametrize("state", WRONG_STATES)
+def test_a_wrong_state_is_refused_and_changes_nothing(state: Any) -> None:
+    assertion = Assertion("a", 1, 0, 2)
+    with pytest.raises(TypeError):
+        assertion.__setstate__(state)
+    assert (assertion.name, assertion.value, assertion.result) == ("a", 1, "OK")

@@ -26,9 +26,13 @@ struct QueueParts {
     PyObject* dict;
     PyObject* weakrefs;
 
-    static constexpr PyObject* QueueParts::* kReferences[] = {
-        &QueueParts::items,     &QueueParts::append,  &QueueParts::mutex,    &QueueParts::locked,
-        &QueueParts::not_empty, &QueueParts::waiters, &QueueParts::max_size, &QueueParts::is_shut_down};
+    static constexpr char kName[] = "_AssertionQueue";
+    static constexpr Field<QueueParts> kFields[] = {
+        {"queue", &QueueParts::items},         {nullptr, &QueueParts::append},
+        {"mutex", &QueueParts::mutex},         {nullptr, &QueueParts::locked},
+        {"not_empty", &QueueParts::not_empty}, {nullptr, &QueueParts::waiters},
+        {"maxsize", &QueueParts::max_size},    {"is_shutdown", &QueueParts::is_shut_down},
+    };
 };
 
 PyTypeObject* queue_class = nullptr;
@@ -81,7 +85,7 @@ nb::object put_method(nb::handle self, const Arguments& args) {
 
 template <PyObject* QueueParts::* part>
 nb::object get(nb::handle self, const Arguments&) {
-    return read(parts(self)->*part);
+    return NativeType<QueueParts>::need<part>(self);
 }
 
 template <PyObject* QueueParts::* part>

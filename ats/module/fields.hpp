@@ -28,6 +28,13 @@ inline bool contains(nb::handle container, nb::handle item) {
     return found == 1;
 }
 
+// What a dictionary holds under `key`, borrowed; null: nothing.
+inline PyObject* find(PyObject* dict, PyObject* key) {
+    PyObject* found = PyDict_GetItemWithError(dict, key);
+    if (!found && PyErr_Occurred()) throw nb::python_error();
+    return found;
+}
+
 template <Literal L>
 bool flag(nb::handle cell) {
     return truth(field<L>(cell));

@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "module/errors.hpp"
+#include "module/fields.hpp"
 #include "module/versions.hpp"
 
 namespace ats {
@@ -53,17 +55,42 @@ const char* where_to_get(const std::string& module) {
     return "install it with pip";
 }
 
-// One line for whoever starts the application; an error inside a module that is there is passed on.
-nb::object import_needed(const char* module) {
+std::string text_of(nb::handle object) { return nb::str(object).c_str(); }
+
+// "KeyError: 'x' (file, line 3)": what went wrong, and where at the innermost.
+std::string described(const nb::python_error& error) {
+    std::string text = text_of(error.type().attr("__name__")) + ": " + text_of(error.value());
+    nb::object entry = nb::borrow(error.traceback().is_valid() ? error.traceback() : nb::none());
+    if (entry.is_none()) return text;
+    while (!entry.attr("tb_next").is_none()) entry = entry.attr("tb_next");
+    return text + " (" + text_of(entry.attr("tb_frame").attr("f_code").attr("co_filename")) + ", line " +
+           text_of(entry.attr("tb_lineno")) + ")";
+}
+
+// One line for whoever starts the application: it becomes the text of the ImportError.
+nb::object import_needed(const std::string& module) {
+    const std::string needed = "qon_ats needs the module \"" + module + "\", ";
     try {
-        return nb::module_::import_(module);
+        return nb::module_::import_(module.c_str());
     } catch (const nb::python_error& error) {
-        if (!error.matches(PyExc_ModuleNotFoundError) || !error.value().attr("name").equal(nb::str(module)))
-            throw;
+        if (!is_exception(error)) throw;
+        const bool is_missing = error.matches(PyExc_ModuleNotFoundError) &&
+                                error.value().attr("name").equal(nb::str(module.c_str()));
+        if (!is_missing) throw std::runtime_error(needed + "whose import fails: " + described(error));
     }
-    const std::string name = module;
-    throw std::runtime_error("qon_ats needs the module \"" + name +
-                             "\", which this Python does not have: " + where_to_get(name) + ".");
+    throw std::runtime_error(needed + "which this Python does not have: " + where_to_get(module) + ".");
+}
+
+nb::object needed_name(nb::handle source, const Import& import) {
+    if (nb::hasattr(source, import.attribute)) return source.attr(import.attribute);
+    const std::string file = text_of(nb::getattr(source, "__file__", nb::str("no file")));
+    throw std::runtime_error(std::string("qon_ats needs \"") + import.attribute + "\" of the module \"" +
+                             import.module + "\" (" + file + "), which lacks it.");
+}
+
+// A plain module `wx` with an attribute `grid` will do.
+bool is_there(const std::string& module_name) {
+    return module_name == "wx.grid" && nb::hasattr(nb::module_::import_("wx"), "grid");
 }
 
 }  // namespace
@@ -73,17 +100,18 @@ nb::handle module_namespace() { return own_namespace; }
 void import_names(nb::module_& module) {
     own_namespace = module.attr("__dict__").ptr();
     Py_INCREF(own_namespace);
-    for (const char* module_name : kModules) {
+    for (const std::string module_name : kModules) {
+        if (is_there(module_name)) continue;
         const nb::object imported_module = import_needed(module_name);
-        const std::string text = module_name;
-        if (text.find('.') == std::string::npos) nb::setattr(module, module_name, imported_module);
+        if (module_name.find('.') == std::string::npos)
+            nb::setattr(module, module_name.c_str(), imported_module);
     }
     original_time_module = python_module<"time">().release().ptr();
     time_namespace = PyModule_GetDict(original_time_module);
     original_clock = PyObject_GetAttrString(original_time_module, "time");
     for (Import& import : kImports) {
         nb::object source = import_needed(import.module);
-        nb::object original = source.attr(import.attribute);
+        nb::object original = needed_name(source, import);
         nb::setattr(module, import.name, original);
         import.interned_name = PyUnicode_InternFromString(import.name);
         import.interned_attribute = PyUnicode_InternFromString(import.attribute);
@@ -99,8 +127,7 @@ const Import& find_import(std::string_view name) {
 }
 
 nb::object resolve(const Import& import) {
-    PyObject* here = PyDict_GetItemWithError(own_namespace, import.interned_name);
-    if (!here && PyErr_Occurred()) throw nb::python_error();
+    PyObject* here = find(own_namespace, import.interned_name);
     if (here && here != import.original) return nb::borrow(here);
     return nb::steal(nb::detail::raise_if_null(PyObject_GetAttr(import.source, import.interned_attribute)));
 }
@@ -115,8 +142,8 @@ bool clock_is_original() {
         return true;
     own_version = dict_version(own_namespace);
     time_version = dict_version(time_namespace);
-    const bool original = PyDict_GetItem(own_namespace, name<"time">()) == original_time_module &&
-                          PyDict_GetItem(time_namespace, name<"time">()) == original_clock;
+    const bool original = find(own_namespace, name<"time">()) == original_time_module &&
+                          find(time_namespace, name<"time">()) == original_clock;
     if (!original) own_version = 0;
     return original;
 }

@@ -9,6 +9,8 @@
 #include "module/cpython_private.hpp"
 #include "module/docstrings.hpp"
 #include "module/errors.hpp"
+#include "module/fields.hpp"
+#include "module/scope_guard.hpp"
 
 namespace ats {
 namespace {
@@ -42,6 +44,9 @@ void check_receiver(const MethodObject* method, PyObject* self) {
 }
 
 PyObject* call(PyObject* callable, PyObject* const* args, std::size_t nargsf, PyObject* kwnames) noexcept {
+    // Methods that were put in each other's place may call each other without end.
+    if (Py_EnterRecursiveCall(" in a method of qon_ats")) return nullptr;
+    const ScopeGuard leave([]() noexcept { Py_LeaveRecursiveCall(); });
     const MethodObject* method = as_method(callable);
     std::size_t count = static_cast<std::size_t>(PyVectorcall_NARGS(nargsf));
     try {
@@ -96,7 +101,9 @@ void dealloc(PyObject* object) {
 }
 
 PyObject* represent(PyObject* object) {
-    PyObject* qualname = PyDict_GetItem(as_method(object)->dict, name<"__qualname__">());
+    PyObject* dict = as_method(object)->dict;
+    PyObject* qualname = dict ? PyDict_GetItemWithError(dict, name<"__qualname__">()) : nullptr;
+    if (PyErr_Occurred()) return nullptr;
     return PyUnicode_FromFormat("<function %V at %p>", qualname, "?", static_cast<void*>(object));
 }
 
@@ -104,6 +111,15 @@ PyObject* signature_of(PyObject* object, void*) noexcept {
     try {
         const MethodObject* method = as_method(object);
         return method->signature->as_inspect_signature(method->takes_self).release().ptr();
+    } catch (nb::python_error& error) {
+        error.restore();
+        return nullptr;
+    }
+}
+
+PyObject* annotations_of(PyObject* object, void*) noexcept {
+    try {
+        return as_method(object)->signature->annotations().release().ptr();
     } catch (nb::python_error& error) {
         error.restore();
         return nullptr;
@@ -119,6 +135,7 @@ PyMemberDef kMembers[] = {
 
 PyGetSetDef kGetSet[] = {
     {"__signature__", signature_of, nullptr, nullptr, nullptr},
+    {"__annotations__", annotations_of, nullptr, nullptr, nullptr},
     {"__dict__", PyObject_GenericGetDict, PyObject_GenericSetDict, nullptr, nullptr},
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };

@@ -8,6 +8,28 @@
 #include "script_api/script_api.hpp"
 #include "viewer/viewer.hpp"
 
+namespace {
+
+// What `from qon_ats import *` brings.
+constexpr const char* kDocumented[] = {
+    "ATSFrame",
+    "Assertion",
+    "CallUserFunctionInfo",
+    "Cell",
+    "CellBase",
+    "CellRunnerBase",
+    "EVT_STATISTICS_UPDATE_EVENT",
+    "ManualOperationDialog",
+    "Statistics",
+    "StatisticsUpdateEvent",
+    "TestDataViewerFrame",
+    "TestDataViewerPanel",
+    "TestItem",
+    "UUT",
+};
+
+}  // namespace
+
 NB_MODULE(qon_ats, module) {
     using namespace ats;
     module.doc() = "Framework of an automated test station: cells, test threads, records and windows.";
@@ -31,4 +53,8 @@ NB_MODULE(qon_ats, module) {
     init_viewer_frame(module);
     init_manual_operation_dialog(module);
     init_frame(module);
+
+    nb::list documented;
+    for (const char* each : kDocumented) documented.append(each);
+    nb::setattr(module, "__all__", documented);
 }

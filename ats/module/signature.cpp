@@ -3,8 +3,6 @@
 
 #include <stdexcept>
 
-#include "module/record_types.hpp"
-
 namespace ats {
 namespace {
 
@@ -25,9 +23,26 @@ Kind kind_of(std::string_view annotation) {
     if (annotation == "int") return Kind::integer;
     if (annotation == "bool") return Kind::boolean;
     if (annotation == "float") return Kind::real;
-    if (annotation == "Assertion") return Kind::assertion;
-    if (annotation == "UUT") return Kind::uut;
-    return Kind::any;
+    if (annotation == "float!") return Kind::real_as_given;
+    throw std::logic_error("not a type that arguments are checked for: " + std::string(annotation));
+}
+
+PyTypeObject* type_of(Kind kind) {
+    switch (kind) {
+        case Kind::text:
+            return &PyUnicode_Type;
+        case Kind::integer:
+            return &PyLong_Type;
+        case Kind::boolean:
+            return &PyBool_Type;
+        default:
+            return &PyFloat_Type;
+    }
+}
+
+nb::object annotation_of(const Parameter& parameter) {
+    const nb::object type = nb::borrow(reinterpret_cast<PyObject*>(type_of(parameter.kind)));
+    return parameter.none_ok ? type | nb::none() : type;
 }
 
 bool is_real(PyObject* value) {
@@ -79,7 +94,7 @@ void Signature::parse_parameter(std::string_view text, nb::handle scope) {
         parameter.none_ok = annotation.ends_with('?') || parameter.default_value.is_none();
         if (annotation.ends_with('?')) annotation.remove_suffix(1);
         parameter.kind = kind_of(annotation);
-        parameter.annotation = annotation;
+        parameter.annotation = annotation.substr(0, annotation.find('!'));
         if (parameter.none_ok) parameter.annotation += " | None";
         text = strip(text.substr(0, colon));
     }
@@ -166,11 +181,8 @@ void Signature::check(std::size_t index, Arguments& bound) const {
         case Kind::boolean:
             fits = PyBool_Check(value);
             break;
-        case Kind::assertion:
-            fits = is_assertion(value);
-            break;
-        case Kind::uut:
-            fits = is_uut(value);
+        case Kind::real_as_given:
+            fits = is_real(value);
             break;
         case Kind::real:
             if (PyFloat_CheckExact(value)) return;
@@ -188,6 +200,13 @@ void Signature::refuse(std::size_t index, nb::handle value) const {
     throw nb::python_error();
 }
 
+nb::object Signature::annotations() const {
+    nb::dict types;
+    for (const Parameter& parameter : parameters_)
+        if (!parameter.annotation.empty()) types[parameter.name] = annotation_of(parameter);
+    return types;
+}
+
 nb::object Signature::as_inspect_signature(bool with_self) const {
     const nb::module_ inspect = nb::module_::import_("inspect");
     const nb::object make = inspect.attr("Parameter");
@@ -197,7 +216,7 @@ nb::object Signature::as_inspect_signature(bool with_self) const {
         const Parameter& parameter = parameters_[i];
         nb::dict extras;
         if (parameter.default_value.is_valid()) extras["default"] = parameter.default_value;
-        if (!parameter.annotation.empty()) extras["annotation"] = parameter.annotation.c_str();
+        if (!parameter.annotation.empty()) extras["annotation"] = annotation_of(parameter);
         const int position = static_cast<int>(i);
         const char* kind = position == rest_           ? "VAR_POSITIONAL"
                            : position == keyword_rest_ ? "VAR_KEYWORD"

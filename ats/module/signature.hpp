@@ -13,7 +13,8 @@ namespace ats {
 inline constexpr std::size_t kMaxParameters = 10;
 
 // What an annotation demands of an argument.  `float` takes any real number and hands over a Python float.
-enum class Kind { any, text, integer, boolean, real, assertion, uut };
+// With `!` behind it, it hands over what was given.
+enum class Kind { any, text, integer, boolean, real, real_as_given };
 
 struct Parameter {
     nb::object name;
@@ -47,6 +48,7 @@ class Signature {
 
     const std::string& function_name() const { return function_name_; }
     nb::object as_inspect_signature(bool with_self) const;
+    nb::object annotations() const;  // types by name, as a function has them
 
     // Binds and checks; throws nb::python_error with a TypeError set.
     void bind(PyObject* const* args, std::size_t count, PyObject* kwnames, Arguments& bound) const;

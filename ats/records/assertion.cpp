@@ -2,8 +2,10 @@
 #include "records/assertion.hpp"
 
 #include "module/errors.hpp"
+#include "module/fields.hpp"
 #include "module/imports.hpp"
 #include "module/kept.hpp"
+#include "records/assertion_fields.hpp"
 #include "records/item_names.hpp"
 #include "records/judgement.hpp"
 
@@ -20,31 +22,13 @@ bool is_atomic(PyObject* value) {
            type == &PyBytes_Type;
 }
 
-void track_if_needed(PyObject* object) {
-    if (PyObject_GC_IsTracked(object)) return;
-    const Assertion* a = as_assertion(object);
-    if (is_plain_assertion(object) && !a->dict && is_atomic(a->name) && is_atomic(a->value_object()) &&
-        is_atomic(a->lower.get()) && is_atomic(a->upper) && is_atomic(a->unit.get()))
-        return;
-    PyObject_GC_Track(object);
-}
-
-PyObject* allocate_plain() {
-    Assertion* a = PyObject_GC_New(Assertion, record_types.assertion);
-    if (!a) throw std::bad_alloc();
-    a->name = a->value.object = a->upper = a->dict = a->weakrefs = nullptr;
+// Of the type itself, unknown to the collector; subclasses are allocated, and tracked, as Python does it.
+PyObject* allocate(PyTypeObject* type, Py_ssize_t) noexcept {
+    Assertion* a = PyObject_GC_New(Assertion, type);
+    if (!a) return PyErr_NoMemory();
+    a->name = a->value.object = a->upper = a->assert_time.object = a->dict = a->weakrefs = nullptr;
     a->lower = a->unit = TaggedReference{};
-    a->assert_time = 0.0;
     return reinterpret_cast<PyObject*>(a);
-}
-
-PyObject* create(PyTypeObject* type, PyObject*, PyObject*) noexcept {
-    if (type != record_types.assertion) return type->tp_alloc(type, 0);
-    try {
-        return allocate_plain();
-    } catch (const std::bad_alloc&) {
-        return PyErr_NoMemory();
-    }
 }
 
 int traverse(PyObject* object, visitproc visit, void* arg) {
@@ -55,6 +39,7 @@ int traverse(PyObject* object, visitproc visit, void* arg) {
     Py_VISIT(a->lower.get());
     Py_VISIT(a->upper);
     Py_VISIT(a->unit.get());
+    Py_VISIT(a->time_object());
     Py_VISIT(a->dict);
     return 0;
 }
@@ -66,33 +51,25 @@ int clear(PyObject* object) {
     a->lower.assign(nb::handle());
     Py_CLEAR(a->upper);
     a->unit.assign(nb::handle());
+    a->set_assert_time(nb::handle());
     Py_CLEAR(a->dict);
     return 0;
 }
 
+// Records refer to each other in long chains: the trash can keeps their end from overflowing the stack.
 void dealloc(PyObject* object) {
     PyObject_GC_UnTrack(object);
+    Py_TRASHCAN_BEGIN(object, dealloc);
     if (as_assertion(object)->weakrefs) PyObject_ClearWeakRefs(object);
     clear(object);
     PyTypeObject* type = Py_TYPE(object);
     type->tp_free(object);
     Py_DECREF(type);
+    Py_TRASHCAN_END;
 }
 
 int set_attribute(PyObject* object, PyObject* attribute, PyObject* value) {
     const int status = PyObject_GenericSetAttr(object, attribute, value);
-    track_if_needed(object);
-    return status;
-}
-
-PyObject* get_dict(PyObject* object, void* context) {
-    PyObject* dict = PyObject_GenericGetDict(object, context);
-    track_if_needed(object);
-    return dict;
-}
-
-int set_dict(PyObject* object, PyObject* dict, void* context) {
-    const int status = PyObject_GenericSetDict(object, dict, context);
     track_if_needed(object);
     return status;
 }
@@ -113,7 +90,9 @@ void update_fields(PyObject* self, const Measurement& m) {
     if (given(m.unit)) a->unit.assign(m.unit);
     track_if_needed(self);
     a->set_verdict(verdict_for(m));
-    a->assert_time = given(m.assert_time) ? nb::cast<double>(nb::float_(nb::handle(m.assert_time))) : now();
+    if (!given(m.assert_time)) return a->set_assert_time(now());
+    a->set_assert_time(m.assert_time);
+    track_if_needed(self);
 }
 
 nb::object update(nb::handle self, const Arguments& args) {
@@ -131,8 +110,11 @@ nb::object init(nb::handle self, const Arguments& args) {
     a->unit.assign(args[4]);
     a->set_verdict(Verdict::tbd);
     a->set_report_needed(args[7].ptr() == Py_True);
+    if (args.is_none(6))
+        a->set_assert_time(now());
+    else
+        a->set_assert_time(args[6]);
     track_if_needed(self.ptr());
-    a->assert_time = args.is_none(6) ? now() : nb::cast<double>(nb::float_(args[6]));
     if (is_native<"update", update>(self))
         update_fields(self.ptr(), {args[1].ptr(), args[2].ptr(), args[3].ptr(), args[4].ptr(), args[5].ptr(),
                                    args[6].ptr()});
@@ -143,24 +125,30 @@ nb::object init(nb::handle self, const Arguments& args) {
     return nb::none();
 }
 
-nb::object or_empty(PyObject* field) {
-    return field && field != Py_None ? nb::borrow(field) : nb::object(nb::str(""));
+nb::object get_name(nb::handle self, const Arguments&) {
+    return need_field(self, nb::borrow(as_assertion(self.ptr())->name), "_Assertion__name");
+}
+nb::object stored_value(nb::handle self) {
+    return need_field(self, as_assertion(self.ptr())->get_value(), "_Assertion__value");
+}
+nb::object get_unit(nb::handle self, const Arguments&) {
+    return need_field(self, nb::borrow(as_assertion(self.ptr())->unit.get()), "_Assertion__unit");
+}
+nb::object lower(nb::handle self, const Arguments&) {
+    return need_field(self, nb::borrow(as_assertion(self.ptr())->lower.get()), "_Assertion__lower");
+}
+nb::object upper(nb::handle self, const Arguments&) {
+    return need_field(self, nb::borrow(as_assertion(self.ptr())->upper), "_Assertion__upper");
 }
 
-Verdict verdict_of(nb::handle self) { return as_assertion(self.ptr())->verdict(); }
+nb::object or_empty(const nb::object& content) {
+    return content.is_none() ? nb::object(nb::str("")) : content;
+}
 
-nb::object get_name(nb::handle self, const Arguments&) { return read(as_assertion(self.ptr())->name); }
-nb::object get_value(nb::handle self, const Arguments&) {
-    return or_empty(as_assertion(self.ptr())->get_value().ptr());
-}
-nb::object get_unit(nb::handle self, const Arguments&) { return read(as_assertion(self.ptr())->unit.get()); }
-nb::object lower(nb::handle self, const Arguments&) { return read(as_assertion(self.ptr())->lower.get()); }
-nb::object upper(nb::handle self, const Arguments&) { return read(as_assertion(self.ptr())->upper); }
-nb::object get_lower(nb::handle self, const Arguments&) {
-    return or_empty(as_assertion(self.ptr())->lower.get());
-}
-nb::object get_upper(nb::handle self, const Arguments&) { return or_empty(as_assertion(self.ptr())->upper); }
-nb::object result(nb::handle self, const Arguments&) { return verdict_word(verdict_of(self)); }
+nb::object get_value(nb::handle self, const Arguments&) { return or_empty(stored_value(self)); }
+nb::object get_lower(nb::handle self, const Arguments& args) { return or_empty(lower(self, args)); }
+nb::object get_upper(nb::handle self, const Arguments& args) { return or_empty(upper(self, args)); }
+nb::object result(nb::handle self, const Arguments&) { return verdict_word(need_verdict(self)); }
 
 // The getters repeat the property that a subclass may have replaced.
 nb::object value_by_property(nb::handle self, const Arguments&) { return self.attr("value"); }
@@ -169,18 +157,13 @@ nb::object name_by_property(nb::handle self, const Arguments&) { return self.att
 nb::object result_by_property(nb::handle self, const Arguments&) { return self.attr("result"); }
 
 nb::object get_result_as_bool(nb::handle self, const Arguments&) {
-    if (verdict_of(self) == Verdict::tbd) return nb::none();
-    return nb::bool_(verdict_of(self) == Verdict::ok);
+    const Verdict verdict = need_verdict(self);
+    return verdict == Verdict::tbd ? nb::none() : nb::object(nb::bool_(verdict == Verdict::ok));
 }
 
-nb::object is_ok_method(nb::handle self, const Arguments&) {
-    return nb::bool_(verdict_of(self) == Verdict::ok);
-}
-nb::object is_ng_method(nb::handle self, const Arguments&) {
-    return nb::bool_(verdict_of(self) == Verdict::ng);
-}
-nb::object is_tbd_method(nb::handle self, const Arguments&) {
-    return nb::bool_(verdict_of(self) == Verdict::tbd);
+template <Verdict verdict>
+nb::object is(nb::handle self, const Arguments&) {
+    return nb::bool_(need_verdict(self) == verdict);
 }
 
 nb::object set_unit_method(nb::handle self, const Arguments& args) {
@@ -190,7 +173,7 @@ nb::object set_unit_method(nb::handle self, const Arguments& args) {
 }
 
 nb::object report_needed(nb::handle self, const Arguments&) {
-    return nb::bool_(as_assertion(self.ptr())->report_needed());
+    return field<"_Assertion__report_needed">(self);
 }
 
 nb::object set_report_needed(nb::handle self, const Arguments& args) {
@@ -199,18 +182,15 @@ nb::object set_report_needed(nb::handle self, const Arguments& args) {
 }
 
 nb::object assert_time(nb::handle self, const Arguments&) {
-    return nb::float_(as_assertion(self.ptr())->assert_time);
+    return need_field(self, as_assertion(self.ptr())->get_assert_time(), "_Assertion__assert_time");
 }
 
 nb::object get_elapse_time(nb::handle self, const Arguments&) {
-    PyObject* dict = as_assertion(self.ptr())->dict;
-    PyObject* elapse = dict ? PyDict_GetItem(dict, name<"_Assertion__elapse_time">()) : nullptr;
-    return read(elapse);
+    return field<"_Assertion__elapse_time">(self);
 }
 
 nb::object set_elapse_time(nb::handle self, const Arguments& args) {
-    if (set_attribute(self.ptr(), name<"_Assertion__elapse_time">(), args[0].ptr()) < 0)
-        throw nb::python_error();
+    set_field<"_Assertion__elapse_time">(self, args[0]);
     return nb::none();
 }
 
@@ -225,42 +205,13 @@ nb::object represent(nb::handle self, const Arguments&) {
         .attr("format")(self.attr("name"), self.attr("value"), self.attr("result"));
 }
 
-// Copying and pickling: the fields in the order of the layout, and what users added.
-nb::object reduce(nb::handle self, const Arguments&) {
-    const Assertion* a = as_assertion(self.ptr());
-    const nb::object added = a->dict ? nb::object(nb::borrow(a->dict)) : nb::object(nb::dict());
-    const nb::tuple state = nb::make_tuple(
-        read(a->name), a->get_value(), read(a->lower.get()), read(a->upper), read(a->unit.get()),
-        static_cast<int>(a->verdict()), a->report_needed(), a->assert_time, added);
-    return nb::make_tuple(nb::module_::import_("copyreg").attr("__newobj__"), nb::make_tuple(self.type()),
-                          state);
-}
-
-nb::object set_state(nb::handle self, const Arguments& args) {
-    Assertion* a = as_assertion(self.ptr());
-    const nb::tuple state = nb::cast<nb::tuple>(args[0]);
-    assign(a->name, state[0]);
-    a->set_value(nb::object(state[1]));
-    a->lower.assign(nb::object(state[2]));
-    assign(a->upper, state[3]);
-    a->unit.assign(nb::object(state[4]));
-    a->set_verdict(static_cast<Verdict>(nb::cast<int>(state[5])));
-    a->set_report_needed(nb::cast<bool>(state[6]));
-    a->assert_time = nb::cast<double>(state[7]);
-    const nb::dict added(state[8]);
-    if (nb::len(added) > 0) nb::object(self.attr("__dict__")).attr("update")(added);
-    track_if_needed(self.ptr());
-    return nb::none();
-}
-
 // Nobody put another class in the place of ours.
 bool own_class_stands() {
     static std::uint64_t version = 0;  // of the namespace when it was so
     PyObject* space = module_namespace().ptr();
     if (version && dict_version(space) == version) return true;
-    PyObject* found = PyDict_GetItemWithError(space, name<"Assertion">());
-    if (!found && PyErr_Occurred()) throw nb::python_error();
-    const bool stands = found == reinterpret_cast<PyObject*>(record_types.assertion);
+    const bool stands =
+        find(space, name<"Assertion">()) == reinterpret_cast<PyObject*>(record_types.assertion);
     version = stands ? dict_version(space) : 0;
     return stands;
 }
@@ -271,8 +222,8 @@ constexpr Member kMembers[] = {
         "assert_time = None, report_needed: bool = True)",
         init),
     method("__repr__()", represent),
-    method("__reduce__()", reduce),
-    method("__setstate__(state)", set_state),
+    method("__getstate__()", get_assertion_state),
+    method("__setstate__(state)", set_assertion_state),
     method("update(value = None, lower = None, upper = None, unit: str = None, result = None, "
            "assert_time = None)",
            update),
@@ -289,12 +240,12 @@ constexpr Member kMembers[] = {
     method("get_upper()", get_upper),
     property("lower", lower),
     property("upper", upper),
-    property("unit", get_unit, "unit: str?", set_unit_method),
+    property("unit", get_unit, "unit: str", set_unit_method),
     method("get_unit()", unit_by_property),
-    method("set_unit(unit: str?)", set_unit_method),
-    method("is_ok()", is_ok_method),
-    method("is_ng()", is_ng_method),
-    method("is_tbd()", is_tbd_method),
+    method("set_unit(unit: str)", set_unit_method),
+    method("is_ok()", is<Verdict::ok>),
+    method("is_ng()", is<Verdict::ng>),
+    method("is_tbd()", is<Verdict::tbd>),
     property("assert_time", assert_time),
     method("set_elapse_time(time)", set_elapse_time),
     method("get_elapse_time()", get_elapse_time),
@@ -302,70 +253,93 @@ constexpr Member kMembers[] = {
 
 }  // namespace
 
-nb::object Assertion::get_value() const {
-    if (value_is_number()) return nb::steal(nb::detail::raise_if_null(PyFloat_FromDouble(value.number)));
-    return read(value.object);
+nb::object Assertion::get(const Scalar& scalar, std::uintptr_t number) const {
+    if (!lower.flags(number)) return nb::borrow(scalar.object);
+    return nb::steal(nb::detail::raise_if_null(PyFloat_FromDouble(scalar.number)));
 }
 
-void Assertion::set_value(nb::handle new_value) {
-    PyObject* old = value_object();
-    if (new_value.ptr() && PyFloat_CheckExact(new_value.ptr())) {
-        value.number = PyFloat_AS_DOUBLE(new_value.ptr());
-        lower.set_flags(kNumber, kNumber);
+void Assertion::set(Scalar& scalar, std::uintptr_t number, nb::handle content) {
+    PyObject* old = held_object(scalar, number);
+    if (content.ptr() && PyFloat_CheckExact(content.ptr())) {
+        scalar.number = PyFloat_AS_DOUBLE(content.ptr());
+        lower.set_flags(number, number);
     } else {
-        value.object = Py_XNewRef(new_value.ptr());
-        lower.set_flags(kNumber, 0);
+        scalar.object = Py_XNewRef(content.ptr());
+        lower.set_flags(number, 0);
     }
     Py_XDECREF(old);
 }
 
+void track_if_needed(PyObject* object) {
+    if (PyObject_GC_IsTracked(object)) return;
+    const Assertion* a = as_assertion(object);
+    if (is_plain_assertion(object) && !a->dict && is_atomic(a->name) && is_atomic(a->value_object()) &&
+        is_atomic(a->lower.get()) && is_atomic(a->upper) && is_atomic(a->unit.get()) &&
+        is_atomic(a->time_object()))
+        return;
+    PyObject_GC_Track(object);
+}
+
+void demand_methods(nb::handle assertion, const char* function, std::initializer_list<PyObject*> methods) {
+    if (is_assertion(assertion.ptr())) return;
+    for (PyObject* method : methods)
+        if (!PyCallable_Check(nb::object(nb::getattr(assertion, nb::handle(method), nb::none())).ptr()))
+            raise_formatted(PyExc_TypeError, "%s() takes an assertion, or what has its method %U, not %s",
+                            function, method, Py_TYPE(assertion.ptr())->tp_name);
+}
+
+namespace {
+PyObject* reference_or_none(PyObject* content) { return Py_NewRef(content ? content : Py_None); }
+}  // namespace
+
 nb::object new_assertion(PyObject* name, const Measurement& m) {
-    PyObject* object = allocate_plain();
+    PyObject* object = nb::detail::raise_if_null(allocate(record_types.assertion, 0));
     nb::object owner = nb::steal(object);
     Assertion* a = as_assertion(object);
     a->name = shared_item_name(name);
-    a->set_value(m.value);
-    a->lower.take(Py_XNewRef(m.lower));
-    a->upper = Py_XNewRef(m.upper);
-    a->unit.take(Py_XNewRef(m.unit));
+    a->set_value(m.value ? m.value : Py_None);
+    a->lower.take(reference_or_none(m.lower));
+    a->upper = reference_or_none(m.upper);
+    a->unit.take(reference_or_none(m.unit));
+    a->set_report_needed(true);
     track_if_needed(object);
     a->set_verdict(verdict_for(m));
-    a->assert_time = now();
+    a->set_assert_time(now());
     return owner;
 }
 
 bool makes_plain_assertions() {
     static KeptOfType<bool> kept;
-    const auto find = [](PyTypeObject* type) {
+    const auto look = [](PyTypeObject* type) {
         return is_native_in(type, name<"__init__">(), init, nullptr) &&
-               is_native_in(type, name<"update">(), update, nullptr) && type->tp_new == create &&
-               type->tp_setattro == set_attribute;
+               is_native_in(type, name<"update">(), update, nullptr) &&
+               type->tp_new == PyBaseObject_Type.tp_new && type->tp_setattro == set_attribute;
     };
-    return kept.of(record_types.assertion, find) && own_class_stands();
+    return kept.of(record_types.assertion, look) && own_class_stands();
 }
 
 bool is_ok(nb::handle assertion) {
-    if (is_native<"is_ok", is_ok_method>(assertion, record_types.assertion))
-        return verdict_of(assertion) == Verdict::ok;
+    if (is_native<"is_ok", is<Verdict::ok>>(assertion, record_types.assertion))
+        return need_verdict(assertion) == Verdict::ok;
     return nb::cast<bool>(nb::bool_(assertion.attr("is_ok")()));
 }
 
 bool is_ng(nb::handle assertion) {
-    if (is_native<"is_ng", is_ng_method>(assertion, record_types.assertion))
-        return verdict_of(assertion) == Verdict::ng;
+    if (is_native<"is_ng", is<Verdict::ng>>(assertion, record_types.assertion))
+        return need_verdict(assertion) == Verdict::ng;
     return nb::cast<bool>(nb::bool_(assertion.attr("is_ng")()));
 }
 
 bool is_tbd(nb::handle assertion) {
-    if (is_native<"is_tbd", is_tbd_method>(assertion, record_types.assertion))
-        return verdict_of(assertion) == Verdict::tbd;
+    if (is_native<"is_tbd", is<Verdict::tbd>>(assertion, record_types.assertion))
+        return need_verdict(assertion) == Verdict::tbd;
     return nb::cast<bool>(nb::bool_(assertion.attr("is_tbd")()));
 }
 
 nb::object unit_of(nb::handle assertion) {
     if (is_native<"get_unit", unit_by_property>(assertion, record_types.assertion) &&
         is_native_property<"unit", get_unit>(assertion))
-        return read(as_assertion(assertion.ptr())->unit.get());
+        if (PyObject* unit = as_assertion(assertion.ptr())->unit.get()) return nb::borrow(unit);
     return assertion.attr("get_unit")();
 }
 
@@ -409,18 +383,14 @@ void init_assertion(nb::module_& module) {
         {"__weaklistoffset__", T_PYSSIZET, offsetof(Assertion, weakrefs), READONLY, nullptr},
         {nullptr, 0, 0, 0, nullptr},
     };
-    static PyGetSetDef attributes[] = {
-        {"__dict__", get_dict, set_dict, nullptr, nullptr},
-        {nullptr, nullptr, nullptr, nullptr, nullptr},
-    };
     PyType_Slot slots[] = {
-        {Py_tp_new, reinterpret_cast<void*>(create)},
+        {Py_tp_alloc, reinterpret_cast<void*>(allocate)},
         {Py_tp_traverse, reinterpret_cast<void*>(traverse)},
         {Py_tp_clear, reinterpret_cast<void*>(clear)},
         {Py_tp_dealloc, reinterpret_cast<void*>(dealloc)},
         {Py_tp_setattro, reinterpret_cast<void*>(set_attribute)},
         {Py_tp_members, members},
-        {Py_tp_getset, attributes},
+        {Py_tp_getset, assertion_attributes()},
         {0, nullptr},
     };
     PyType_Spec spec{"qon_ats.Assertion", sizeof(Assertion), 0,

@@ -8,7 +8,8 @@
 
 namespace ats {
 
-enum class Verdict : std::uint8_t { tbd = 0, ok = 1, ng = 2 };
+// `unset`: the record's `__init__` was not called.
+enum class Verdict : std::uint8_t { unset = 0, tbd = 1, ok = 2, ng = 3 };
 
 // A reference whose three lowest bits, zero in every object's address, carry flags of the record.
 class TaggedReference {
@@ -25,7 +26,15 @@ class TaggedReference {
 
   private:
     static constexpr std::uintptr_t kMask = 7;
+    static_assert(sizeof(std::uintptr_t) == sizeof(PyObject*));
+    static_assert(alignof(PyObject) > kMask, "the flags need three bits that no object's address uses");
     std::uintptr_t word_;
+};
+
+// A float, or any other object.
+union Scalar {
+    PyObject* object;
+    double number;
 };
 
 // A station records millions of assertions: flags lie in spare bits of references and a float value, as most
@@ -34,31 +43,51 @@ class TaggedReference {
 struct Assertion {
     PyObject_HEAD
     PyObject* name;
-    union {
-        PyObject* object;
-        double number;
-    } value;  // which one: `lower`'s flag
+    Scalar value;
     TaggedReference lower;
     PyObject* upper;
     TaggedReference unit;
-    double assert_time;  // seconds since the epoch
+    Scalar assert_time;  // seconds since the epoch; whatever was given
     PyObject* dict;
     PyObject* weakrefs;
 
     Verdict verdict() const { return static_cast<Verdict>(unit.flags(kVerdict)); }
     void set_verdict(Verdict verdict) { unit.set_flags(kVerdict, static_cast<std::uintptr_t>(verdict)); }
     bool report_needed() const { return !unit.flags(kNoReport); }
-    void set_report_needed(bool needed) { unit.set_flags(kNoReport, needed ? 0 : kNoReport); }
+    bool has_report_flag() const { return lower.flags(kReportKnown) != 0; }
+    void set_report_needed(bool needed) {
+        unit.set_flags(kNoReport, needed ? 0 : kNoReport);
+        lower.set_flags(kReportKnown, kReportKnown);
+    }
+    void forget_report_needed() { lower.set_flags(kReportKnown, 0); }
 
-    bool value_is_number() const { return lower.flags(kNumber) != 0; }
-    PyObject* value_object() const { return value_is_number() ? nullptr : value.object; }
-    nb::object get_value() const;
-    void set_value(nb::handle new_value);
+    bool value_is_number() const { return lower.flags(kValueNumber) != 0; }
+    // Null where it is a number in the record itself.
+    PyObject* value_object() const { return held_object(value, kValueNumber); }
+    PyObject* time_object() const { return held_object(assert_time, kTimeNumber); }
+    nb::object get_value() const { return get(value, kValueNumber); }
+    nb::object get_assert_time() const { return get(assert_time, kTimeNumber); }
+    void set_value(nb::handle new_value) { set(value, kValueNumber, new_value); }
+    void set_assert_time(nb::handle new_time) { set(assert_time, kTimeNumber, new_time); }
+    void set_assert_time(double seconds) {
+        PyObject* old = time_object();
+        assert_time.number = seconds;
+        lower.set_flags(kTimeNumber, kTimeNumber);
+        Py_XDECREF(old);
+    }
 
   private:
-    static constexpr std::uintptr_t kVerdict = 3, kNoReport = 4;  // of `unit`
-    static constexpr std::uintptr_t kNumber = 1;                  // of `lower`
+    static constexpr std::uintptr_t kVerdict = 3, kNoReport = 4;                          // of `unit`
+    static constexpr std::uintptr_t kValueNumber = 1, kTimeNumber = 2, kReportKnown = 4;  // of `lower`
+
+    PyObject* held_object(const Scalar& scalar, std::uintptr_t number) const {
+        return lower.flags(number) ? nullptr : scalar.object;
+    }
+    nb::object get(const Scalar& scalar, std::uintptr_t number) const;
+    void set(Scalar& scalar, std::uintptr_t number, nb::handle content);
 };
+
+static_assert(sizeof(Assertion) == 80, "with the collector's 16 bytes this is the allocator's 96-byte class");
 
 inline Assertion* as_assertion(PyObject* object) { return reinterpret_cast<Assertion*>(object); }
 
@@ -74,6 +103,12 @@ struct Measurement {
 
 // What `Assertion(name, value, lower, upper, unit, result)` makes, without calling through the interpreter.
 nb::object new_assertion(PyObject* name, const Measurement& measurement);
+
+// Tells the collector of a record that may have become part of a reference cycle.
+void track_if_needed(PyObject* assertion);
+
+// TypeError unless `assertion` has all these methods; `function` is going to call them.
+void demand_methods(nb::handle assertion, const char* function, std::initializer_list<PyObject*> methods);
 
 // Whether calling the class `Assertion` would do no more than `new_assertion` does.
 bool makes_plain_assertions();

@@ -13,24 +13,16 @@ struct Statistics {
     PyObject* dict;
     PyObject* weakrefs;
 
-    static constexpr PyObject* Statistics::* kReferences[] = {&Statistics::ok, &Statistics::ng};
+    static constexpr char kName[] = "Statistics";
+    static constexpr Field<Statistics> kFields[] = {{"_ok", &Statistics::ok}, {"_ng", &Statistics::ng}};
 };
+
+using Type = NativeType<Statistics>;
 
 Statistics* as_statistics(nb::handle self) { return reinterpret_cast<Statistics*>(self.ptr()); }
 
-nb::object count(PyObject* counter) { return counter ? nb::borrow(counter) : nb::object(nb::int_(0)); }
-nb::object ok(nb::handle self, const Arguments&) { return count(as_statistics(self)->ok); }
-nb::object ng(nb::handle self, const Arguments&) { return count(as_statistics(self)->ng); }
-
-nb::object set_ok(nb::handle self, const Arguments& args) {
-    assign(as_statistics(self)->ok, args[0]);
-    return nb::none();
-}
-
-nb::object set_ng(nb::handle self, const Arguments& args) {
-    assign(as_statistics(self)->ng, args[0]);
-    return nb::none();
-}
+nb::object ok(nb::handle self, const Arguments&) { return Type::need<&Statistics::ok>(self); }
+nb::object ng(nb::handle self, const Arguments&) { return Type::need<&Statistics::ng>(self); }
 
 nb::object init(nb::handle self, const Arguments& args) {
     assign(as_statistics(self)->ok, args[0]);
@@ -57,9 +49,9 @@ nb::object clear(nb::handle self, const Arguments&) {
 }
 
 nb::object increase(nb::handle self, const Arguments& args) {
-    Statistics* statistics = as_statistics(self);
-    PyObject*& counter = args[0].ptr() == Py_True ? statistics->ok : statistics->ng;
-    assign(counter, count(counter) + nb::int_(1));
+    const bool is_ok = args[0].ptr() == Py_True;
+    const nb::object next = (is_ok ? ok(self, args) : ng(self, args)) + nb::int_(1);
+    assign(is_ok ? as_statistics(self)->ok : as_statistics(self)->ng, next);
     return nb::none();
 }
 
@@ -73,8 +65,8 @@ nb::object get_result(nb::handle self, const Arguments&) { return self.attr("_re
 
 constexpr Member kStatistics[] = {
     method("__init__(ok: int = 0, ng: int = 0)", init),
-    property("_ok", ok, "value: int", set_ok),
-    property("_ng", ng, "value: int", set_ng),
+    method("__getstate__()", Type::get_state),
+    method("__setstate__(state)", Type::set_state),
     method("get_total()", get_total),
     method("get_ok()", ok),
     method("get_ng()", ng),
@@ -92,7 +84,7 @@ constexpr Member kEvent[] = {
 }  // namespace
 
 void init_statistics(nb::module_& module) {
-    PyTypeObject* type = NativeType<Statistics>::make("qon_ats.Statistics");
+    PyTypeObject* type = Type::make("qon_ats.Statistics");
     publish_type(module, type, "Statistics", kStatistics);
     const nb::object wx = python_module<"wx">();
     build_class(module, "StatisticsUpdateEvent", nb::make_tuple(wx.attr("PyCommandEvent")), kEvent);

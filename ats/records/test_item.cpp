@@ -18,27 +18,38 @@ struct TestItem {
     PyObject* dict;
     PyObject* weakrefs;
 
-    static constexpr PyObject* TestItem::* kReferences[] = {
-        &TestItem::name,       &TestItem::assertion,   &TestItem::test_func,     &TestItem::before_test,
-        &TestItem::after_test, &TestItem::retry_count, &TestItem::retry_interval};
+    static constexpr char kName[] = "TestItem";
+    static constexpr Field<TestItem> kFields[] = {
+        {"_TestItem__name", &TestItem::name},
+        {"_TestItem__assertion", &TestItem::assertion},
+        {"_TestItem__test_func", &TestItem::test_func},
+        {"_TestItem__before_test", &TestItem::before_test},
+        {"_TestItem__after_test", &TestItem::after_test},
+        {"_TestItem__retry_count", &TestItem::retry_count},
+        {"_TestItem__retry_interval", &TestItem::retry_interval},
+    };
 };
 
+using Type = NativeType<TestItem>;
+
 nb::object init(nb::handle self, const Arguments& args) {
-    TestItem* item = reinterpret_cast<TestItem*>(self.ptr());
     std::size_t i = 0;
-    for (auto reference : TestItem::kReferences) assign(item->*reference, args[i++]);
+    for (const Field<TestItem>& field : TestItem::kFields)
+        assign(Type::cast(self.ptr())->*field.slot, args[i++]);
     return nb::none();
 }
 
-template <PyObject* TestItem::* field>
+template <PyObject* TestItem::* slot>
 nb::object get(nb::handle self, const Arguments&) {
-    return read(reinterpret_cast<TestItem*>(self.ptr())->*field);
+    return Type::need<slot>(self);
 }
 
 constexpr Member kMembers[] = {
     method("__init__(name: str, assertion, test_func, before_test = None, after_test = None, "
            "retry_count: int = 0, retry_interval: float = 0.0)",
            init),
+    method("__getstate__()", Type::get_state),
+    method("__setstate__(state)", Type::set_state),
     property("name", get<&TestItem::name>),
     property("assertion", get<&TestItem::assertion>),
     property("test_func", get<&TestItem::test_func>),
@@ -51,7 +62,7 @@ constexpr Member kMembers[] = {
 }  // namespace
 
 void init_test_item(nb::module_& module) {
-    publish_type(module, NativeType<TestItem>::make("qon_ats.TestItem"), "TestItem", kMembers);
+    publish_type(module, Type::make("qon_ats.TestItem"), "TestItem", kMembers);
 }
 
 }  // namespace ats

@@ -5,20 +5,28 @@
 
 namespace ats {
 
+PyObject* new_unit_lock();
+
 struct Uut {
     PyObject_HEAD
+    PyObject* begin_time;     // seconds since the epoch
+    PyObject* end_time;       // 0 while the unit is being tested
     PyObject* serial_number;  // str, or None when the run was started without one
-    PyObject* assertions;     // list, in order of appending; readers need no lock
-    PyObject* done_event;     // Callback of qon_handy
+    PyObject* done;
+    PyObject* assertions;  // in order of appending; readers need no lock
+    PyObject* lock;        // made when somebody asks for it: until then nobody can hold it
+    PyObject* done_event;  // Callback of qon_handy
     PyObject* cell_number;
-    double begin_time;  // seconds since the epoch
-    double end_time;    // 0 while the unit is being tested
-    bool done;
     PyObject* dict;
     PyObject* weakrefs;
 
-    static constexpr PyObject* Uut::* kReferences[] = {&Uut::serial_number, &Uut::assertions,
-                                                       &Uut::done_event, &Uut::cell_number};
+    static constexpr char kName[] = "UUT";
+    static constexpr Field<Uut> kFields[] = {
+        {"_UUT__begin_time", &Uut::begin_time},        {"_UUT__end_time", &Uut::end_time},
+        {"_UUT__serial_number", &Uut::serial_number},  {"_UUT__done", &Uut::done},
+        {"_UUT__assertions", &Uut::assertions},        {"_UUT__lock", &Uut::lock, false, new_unit_lock},
+        {"_UUT__done_event", &Uut::done_event, false}, {"_UUT__cell_number", &Uut::cell_number},
+    };
 };
 
 // `uut.append_assertion(assertion)`, honouring overrides.

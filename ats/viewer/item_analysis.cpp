@@ -35,8 +35,7 @@ bool same_text(PyObject* left, PyObject* right) {
 bool is_named(PyObject* assertion, PyObject* wanted) {
     PyObject* own = own_name_of(assertion);
     if (own && PyUnicode_CheckExact(own) && PyUnicode_CheckExact(wanted)) return same_text(own, wanted);
-    const nb::object held = nb::borrow(assertion);
-    return nb::object(held.attr("name")).equal(nb::handle(wanted));
+    return nb::object(nb::handle(assertion).attr("name")).equal(nb::handle(wanted));
 }
 
 // Assertions of the name in one unit, in their order; the list may grow while it is walked.  A million
@@ -48,8 +47,8 @@ void gather(nb::handle uut, PyObject* wanted, nb::list& found) {
     for (Py_ssize_t i = 0; i < PyList_GET_SIZE(assertions.ptr()); ++i) {
         if (i + kAhead < PyList_GET_SIZE(assertions.ptr()))
             __builtin_prefetch(PyList_GET_ITEM(assertions.ptr(), i + kAhead));
-        PyObject* assertion = PyList_GET_ITEM(assertions.ptr(), i);
-        if (is_named(assertion, wanted)) found.append(nb::handle(assertion));
+        const nb::object assertion = nb::borrow(PyList_GET_ITEM(assertions.ptr(), i));
+        if (is_named(assertion.ptr(), wanted)) found.append(assertion);
     }
 }
 
