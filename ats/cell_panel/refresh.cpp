@@ -30,8 +30,7 @@ Outcome decide_outcome(nb::handle self) {
     const nb::object summer = self.attr("uut").attr("summer");
     const bool ok = truth(self.attr("is_ok")());
     self.attr("ui_gauge").attr("SetValue")(100);
-    self.attr("_update_statistics")(ok);
-    self.attr("_show_statistics")();
+    self.attr("_update_statistics")(ok);  // the layout hears of it and shows the cell's counters
     return {summer, nb::str(ok ? "green" : "red")};
 }
 

@@ -164,7 +164,7 @@ constexpr Member kMembers[] = {
     method("_call_pausable(func, *args)", call_pausable),
     method("_call_abortable(func, *args)", call_abortable),
     // measurements
-    method("append(assertion: Assertion, stop_if_ng: bool = None, category = 'all')", append_method),
+    method("append(assertion, stop_if_ng: bool = None, category = 'all')", append_method),
     method("assert_with_limits(name: str, value, lower, upper, unit: str? = 'N/A', result = None, "
            "stop_if_ng: bool = None, category: str? = 'all')",
            assert_with_limits_method),

@@ -31,7 +31,12 @@ nb::object sheet_of_book(nb::handle book, nb::handle sheet_name) {
     } catch (const nb::python_error& error) {
         if (!error.matches(PyExc_ValueError) || sheet_name.equal(first)) throw;
     }
-    if (!truth(book.attr("has_sheet")(first))) book.attr("load_sheet")(first);
+    try {
+        return book.attr("get_sheet_parameters")(first);
+    } catch (const nb::python_error& error) {
+        if (!is_exception(error)) throw;
+    }
+    book.attr("load_sheet")(first);
     return book.attr("get_sheet_parameters")(first);
 }
 

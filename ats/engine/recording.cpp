@@ -16,8 +16,7 @@ namespace {
 // `configs.get(item_name)`.
 nb::object configured_limits(nb::handle configs, PyObject* item_name) {
     if (!PyDict_CheckExact(configs.ptr())) return configs.attr("get")(nb::handle(item_name));
-    PyObject* found = PyDict_GetItemWithError(configs.ptr(), item_name);
-    if (!found && PyErr_Occurred()) throw nb::python_error();
+    PyObject* found = find(configs.ptr(), item_name);
     return nb::borrow(found ? found : Py_None);
 }
 
@@ -73,7 +72,7 @@ void categorise(nb::handle cell, nb::handle category, nb::handle assertion) {
     const nb::handle all(name<"all">());
     bool in_all = false;
     if (PyList_Check(category.ptr())) {
-        for (nb::handle each : nb::list(category)) {
+        for (nb::handle each : nb::tuple(category)) {  // a copy: adding may run code that changes the list
             add_to_category(categories, each, assertion);
             in_all = in_all || each.equal(all);
         }
@@ -83,6 +82,19 @@ void categorise(nb::handle cell, nb::handle category, nb::handle assertion) {
         add_to_category(categories, category, assertion);
     }
     if (!in_all) add_to_category(categories, all, assertion);
+}
+
+void demand_hashable(nb::handle name) {
+    if (!PyUnicode_CheckExact(name.ptr()) && PyObject_Hash(name.ptr()) == -1) throw nb::python_error();
+}
+
+// What could not be recorded whole is refused before anything of it is recorded.
+void check_before_recording(nb::handle assertion, nb::handle category) {
+    demand_methods(assertion, "append", {name<"get_unit">(), name<"is_ng">(), name<"get_name">()});
+    if (PyList_Check(category.ptr()))
+        for (nb::handle each : nb::tuple(category)) demand_hashable(each);
+    else
+        demand_hashable(category);
 }
 
 bool stops_at_ng(nb::handle cell, nb::handle stop_if_ng) {
@@ -155,6 +167,7 @@ nb::object assert_with_result(nb::handle cell, const Judgement& j) {
 }
 
 void append(nb::handle cell, nb::handle assertion, nb::handle stop_if_ng, nb::handle category) {
+    check_before_recording(assertion, category);
     if (unit_of(assertion).is_none()) set_unit(assertion, configured(cell, name<"none_unit">(), name<"">()));
     append_assertion(unit_of_run(cell), assertion);
     put(queue_of(cell), assertion);

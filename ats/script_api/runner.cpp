@@ -148,7 +148,7 @@ constexpr Member kMembers[] = {
     method("is_ok()", to_cell<"is_ok">),
     method("get_assertions(category: str = 'all')", to_cell<"get_assertions", 1>),
     method("get_elapse_time()", to_cell<"get_elapse_time">),
-    method("append(assertion: Assertion, stop_if_ng: bool = None)", to_cell<"append", 2>),
+    method("append(assertion, stop_if_ng: bool = None)", to_cell<"append", 2>),
     method("update_elapse_begin_time(time: float = None)", to_cell<"update_elapse_begin_time", 1>),
     method("paused()", to_cell<"is_paused">),
     method("pause()", to_cell<"pause">),
@@ -174,29 +174,29 @@ constexpr Member kMembers[] = {
     method("get_cell_name()", to_cell<"get_cell_name">),
     method("print(message, end: str = '\\n')", to_cell<"print", 2>),
     method("debug_print(message, end: str = '\\n')", to_cell<"debug_print", 2>),
-    method("update_percentage(percent: float)", to_cell<"update_percentage", 1>),
-    method("increase_percentage(increment: float)", to_cell<"increase_percentage", 1>),
+    method("update_percentage(percent: float!)", to_cell<"update_percentage", 1>),
+    method("increase_percentage(increment: float!)", to_cell<"increase_percentage", 1>),
     method("set_prompt(prompt: str, bg_color = None)", to_cell<"set_prompt", 2>),
     // measurements
     static_method("_to_bool(value)", to_bool),
     method("assert_equal(name: str, value, standard, unit: str = None, stop_if_ng: bool = None, "
-           "category: str? = 'all')",
+           "category: str = 'all')",
            assert_equal),
     method("assert_limits(name: str, value, lower, upper, unit: str = None, stop_if_ng: bool = None, "
-           "category: str? = 'all')",
+           "category: str = 'all')",
            assert_limits),
-    method("try_limits(name: str, value, lower, upper, unit: str? = '', result = None)",
+    method("try_limits(name: str, value, lower, upper, unit: str = '', result = None)",
            to_cell<"try_limits", 6>),
     method("assert_percent_limits(name: str, value: float, mean: float, percent: float, unit: str = None, "
-           "stop_if_ng: bool = None, category: str? = 'all')",
+           "stop_if_ng: bool = None, category: str = 'all')",
            assert_percent_limits),
-    method("assert_true(name: str, value, stop_if_ng: bool = None, category: str? = 'all')", assert_true),
-    method("assert_false(name: str, value, stop_if_ng: bool = None, category: str? = 'all')", assert_false),
-    method("assert_result(name: str, value, result, unit: str? = 'N/A', lower = None, upper = None, "
-           "stop_if_ng: bool = None, category: str? = 'all')",
+    method("assert_true(name: str, value, stop_if_ng: bool = None, category: str = 'all')", assert_true),
+    method("assert_false(name: str, value, stop_if_ng: bool = None, category: str = 'all')", assert_false),
+    method("assert_result(name: str, value, result, unit: str = 'N/A', lower = None, upper = None, "
+           "stop_if_ng: bool = None, category: str = 'all')",
            assert_result),
-    method("append_ok(name: str, value, stop_if_ng: bool = None, category: str? = 'all')", append_ok),
-    method("append_ng(name: str, value, stop_if_ng: bool = None, category: str? = 'all')", append_ng),
+    method("append_ok(name: str, value, stop_if_ng: bool = None, category: str = 'all')", append_ok),
+    method("append_ng(name: str, value, stop_if_ng: bool = None, category: str = 'all')", append_ng),
 };
 
 }  // namespace

@@ -96,6 +96,9 @@ class Cell(wx.Panel):
         self._ui_details_button.Bind(wx.EVT_BUTTON, self._ui_open_details)
         for window in (self, self.ui_prompt, *self._ui_head.windows()):
             window.Bind(wx.EVT_LEFT_UP, self._ui_open_details)
+        from qon_ats import EVT_STATISTICS_UPDATE_EVENT  # late: qon_ats itself imports this module
+
+        self.Bind(EVT_STATISTICS_UPDATE_EVENT, self._ui_on_counted)
         self.Bind(wx.EVT_SIZE, self._ui_on_size)
         self.Bind(wx.EVT_PAINT, self._ui_on_paint)
         self.Bind(wx.EVT_CHILD_FOCUS, self._ui_on_child_focus)
@@ -137,6 +140,13 @@ class Cell(wx.Panel):
     def _ui_progress(self, percent: int) -> None:
         self._ui_head.percent.SetValue(f"{percent} %")
         self.ui_prompt.show_progress(percent / 100)
+
+    def _ui_on_counted(self, event: wx.Event) -> None:
+        """The cell has counted a unit; the event goes on to the window that sums up the cells."""
+        event.Skip()
+        show = getattr(self, "_show_statistics", None)
+        if show is not None:
+            show()
 
     def _ui_title(self) -> str:
         return self.ui_cell_name.GetValue()
