@@ -9,8 +9,6 @@ from qon_ats import UUT, Assertion
 from qon_atsui.texts import displayable
 from qon_companions.i18n import _
 
-_NAN = float("nan")
-
 
 class ItemAnalysis(qon_ats.TestDataViewerPanel):
     """The engine's analysis, told about and kept in step with what is selected."""
@@ -128,14 +126,9 @@ def _complete(axes: Any, name: str, items: list[Assertion]) -> None:
 
     if not axes.get_lines():
         return
-    units = {item.get_unit() for item in items}
-    unit = units.pop() if len(units) == 1 else ""
+    unit = items[-1].get_unit()
     title = displayable(f"{name} [{unit}]" if unit else name)
-    complete(axes, title, [_limit(item.lower) for item in items], [_limit(item.upper) for item in items])
-
-
-def _limit(value: Any) -> float:
-    return float(value) if isinstance(value, int | float) else _NAN
+    complete(axes, title, [item.lower for item in items], [item.upper for item in items])
 
 
 def _has_number(item: Assertion) -> bool:

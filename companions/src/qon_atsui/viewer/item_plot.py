@@ -17,7 +17,7 @@ _LONGEST_NAME = 60
 _BELOW = -22  # points, from the axis to the line below its numbers
 _LOOK: dict[str, Any] = {"color": palette.MUTED, "linestyle": "--", "linewidth": 1.2}
 
-Limits = Sequence[float]  # one of each value, NaN where it has none
+Limits = Sequence[float | None]  # one of each value
 
 
 class _Counts(MaxNLocator):
@@ -35,7 +35,8 @@ def complete(axes: Axes, title: str, lower: Limits, upper: Limits) -> None:
             line.set_marker("o")
             line.set_markersize(4)
     name = title if len(title) <= _LONGEST_NAME else title[: _LONGEST_NAME - 1] + "\u2026"
-    axes.set_title(name, fontsize=10, parse_math=False)
+    # Matplotlib's own title would measure all tick labels once more.
+    _note(axes, name, (0.5, 1.0), (0, 7), "center", "bottom")
     axes.xaxis.set_major_locator(_Counts(nbins=10, integer=True, steps=[1, 2, 5, 10]))
     axes.xaxis.set_major_formatter(FuncFormatter(lambda place, _index: f"{round(place) + 1}"))
     _note(axes, _("Values in the order of the list"), (1.0, 0.0), (0, _BELOW), "right", "top")
@@ -45,19 +46,24 @@ def complete(axes: Axes, title: str, lower: Limits, upper: Limits) -> None:
 
 def _draw_limit(axes: Axes, word: str, limits: Limits, side: str) -> None:
     """One line where the limit never changed, steps where it did; the last one has its words."""
-    values = np.asarray(limits, float)
+    is_constant = limits.count(limits[0]) == len(limits)
+    values = _numbers(limits[:1] if is_constant else limits)
     values[~np.isfinite(values)] = np.nan
-    if not len(values) or np.isnan(values).all():
+    if np.isnan(values).all():
         return
     begins = np.flatnonzero(np.r_[True, ~_same(values[1:], values[:-1])])
-    if len(begins) == 1:
-        axes.axhline(values[0], **_LOOK)
-    else:
-        ends = np.r_[begins[1:], len(values)]
-        axes.plot(np.c_[begins, ends].ravel() - 0.5, np.repeat(values[begins], 2), **_LOOK)
+    ends = np.r_[begins[1:], len(limits)]
+    axes.plot(np.c_[begins, ends].ravel() - 0.5, np.repeat(values[begins], 2), **_LOOK)
     last = values[~np.isnan(values)][-1]
     place = (1.0, last), (-3, 2 if side == "bottom" else -2)
     _note(axes, f"{word} {last:.6g}", *place, "right", side, axes.get_yaxis_transform())
+
+
+def _numbers(limits: Limits) -> Any:
+    try:
+        return np.array(limits, float)  # None is NaN
+    except (TypeError, ValueError):
+        return np.array([each if isinstance(each, int | float) else np.nan for each in limits], float)
 
 
 def _same(left: Any, right: Any) -> Any:
@@ -69,5 +75,5 @@ def _note(
 ) -> None:
     axes.annotate(
         text, at, shift, xycoords=place, textcoords="offset points", ha=across, va=side,
-        fontsize=9, color=palette.MUTED, annotation_clip=False,
+        fontsize=9, color=palette.MUTED, annotation_clip=False, parse_math=False,
     )  # fmt: skip
