@@ -4,6 +4,7 @@ from collections.abc import Callable
 
 from cell_bench import CHANNEL_AUX, CHANNEL_OUTPUT, CellBench, parameters
 from qon_ats import Assertion, CellRunnerBase, TestItem
+from qon_station import retry_item
 
 
 class CellRunner(CellRunnerBase):
@@ -47,7 +48,7 @@ class CellRunner(CellRunnerBase):
         items = self.items(self._bench)
         for item in items:
             self.set_prompt(item.name)
-            self._run_item(item)
+            retry_item(self, item)
             self.increase_percentage(100 // len(items))
 
     def cleanup(self) -> None:
@@ -56,23 +57,6 @@ class CellRunner(CellRunnerBase):
                 self._bench.outputs_off()
             finally:
                 self._bench.close()
-
-    def _run_item(self, item: TestItem) -> None:
-        """Measure until the value is within its limits or the retries are used up; the last value counts."""
-        name, lower, upper = item.assertion.name, item.assertion.lower, item.assertion.upper
-        if item.before_test:
-            item.before_test()
-        for retry in range(item.retry_count + 1):
-            if retry:
-                self.sleep(item.retry_interval)
-            judged = self.try_limits(name, item.test_func(), lower, upper)
-            self.print(f"{item.name}: {judged.value:.4g} {item.assertion.unit} {judged.result}")
-            if judged.is_ok():
-                break
-        if item.after_test:
-            item.after_test()
-        item.assertion.update(judged.value, judged.lower, judged.upper, result=judged.get_result_as_bool())
-        self.append(item.assertion)
 
     def _load(self, bench: CellBench, ampere: float) -> None:
         bench.load.set(ampere)

@@ -126,7 +126,7 @@ class _Check:
         self._columns(sheet, table)
         limits = str(value("assertion_config_file") or "").strip()
         if limits:
-            self._limits(limits, facts, value("none_unit") or "")
+            self._limits(limits, script, facts, value("none_unit") or "")
 
     def _keys(self, sheet: str, table: Table, texts: set[str]) -> None:
         """Keys that the script mentions are its own business."""
@@ -180,7 +180,7 @@ class _Check:
             self._error(where, wrong)
         return facts
 
-    def _limits(self, name: str, facts: ScriptFacts | None, none_unit: str) -> None:
+    def _limits(self, name: str, script: Any, facts: ScriptFacts | None, none_unit: str) -> None:
         try:
             source = open_source(name)
             table = read_table(source, source.sheet_names[0])
@@ -195,6 +195,7 @@ class _Check:
             return
         sheet = source.sheet_names[0]
         by_plain = {plain(item): item for item in facts.items}
+        unused: dict[str, str] = {}
         for row, parameter in table.parameters.items():
             where = str(Place(name, sheet, table.rows[row], row))
             units = {unit.strip() for unit in facts.items.get(row, ())} - {"", none_unit}
@@ -208,9 +209,15 @@ class _Check:
                     where, f'the script calls it "{item}": names must be the same in case and blanks.'
                 )
             elif row not in facts.texts and not facts.is_open:
-                near = nearest(row, [item for item in facts.items if item not in table.parameters])
-                hint = f'; did you mean "{near}"?' if near else "; delete the row or correct it."
-                self._warn(where, f"the script has no item of this name{hint}")
+                unused[row] = nearest(row, [item for item in facts.items if item not in table.parameters])
+        for row, near in unused.items():
+            if near:
+                where = str(Place(name, sheet, table.rows[row], row))
+                self._warn(where, f'the script has no item of this name; did you mean "{near}"?')
+        others = [row for row, near in unused.items() if not near]
+        if others:
+            text = f"the script {script} has no items of these names: {', '.join(others)}."
+            self._warn(str(Place(name, sheet)), text)
 
     def _check_parameters(self) -> None:
         if not Path(self._parameters).exists():

@@ -107,7 +107,8 @@ def _measured(
         else:
             judged = runner.try_limits(name, value, lower, upper, unit)
             if attempts > 1:
-                runner.print(f"{name}, attempt {count} of {attempts}: {value} {unit} {judged.result}")
+                shown = f"{value:.6g}" if isinstance(value, float) else value
+                runner.print(f"{name}, attempt {count} of {attempts}: {shown} {unit} {judged.result}")
             if judged.is_ok() or count == attempts:
                 return judged
         earlier.append(value)
