@@ -11,6 +11,7 @@ from unittest import mock
 
 import qon_ats
 import wx
+from qon_companions.boxes import TextBox
 from qon_station.collecting import GuiCollector
 from soak_script import POINTS, Ledger
 from station import Answers, Station, texts
@@ -127,9 +128,9 @@ class Soak:
     def answer(self, dialog: wx.Dialog) -> None:
         number, yes = dialog.GetTitle().removeprefix("Cell "), self.chance.random() < 0.5
         if number.isdecimal():
-            typed = isinstance(dialog, wx.TextEntryDialog)
+            typed = isinstance(dialog, TextBox)
             if typed:
-                dialog.SetValue("typed")
+                dialog.entry.SetValue("typed")
             self.frame.cells[int(number) - 1].ledger.answer = ("typed" if yes else None) if typed else yes
         dialog.EndModal(wx.ID_OK if yes else wx.ID_CANCEL)
 

@@ -172,10 +172,10 @@ def test_answers_that_are_none(station: Station, boxes: Boxes) -> None:
         meet.notes.append(self.notice_box('Take the unit out'))
         self.append_ok('a', 1)""").cells
     acts = iter([
-        lambda dialog: press(wx.WXK_ESCAPE),
+        lambda dialog: click(dialog.buttons[wx.ID_CANCEL]),
         wx.Dialog.Close,
         lambda dialog: press(wx.WXK_RETURN),
-        lambda dialog: (scan("B-18", enter=False), press(wx.WXK_ESCAPE)),
+        lambda dialog: (scan("B-18", enter=False), press(wx.WXK_ESCAPE), click(dialog.buttons[wx.ID_CANCEL])),
     ])  # fmt: skip
     with Answers(lambda dialog: next(acts)(dialog)) as shown:
         station.run(cell)

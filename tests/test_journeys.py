@@ -77,6 +77,29 @@ def test_pause_resume_and_abort(kind: type[Any], station: Station) -> None:
     pump(lambda: has_focus(cell.ui_serial_number))
 
 
+@pytest.mark.parametrize("kind", [Mouse, Keyboard])
+def test_abort_while_a_question_is_open(kind: type[Any], station: Station) -> None:
+    """The box does not keep the station from being used; a test that cannot end yet says what it waits for."""
+    asks = "self.ask_true_or_false('Lit?')\nself.sleep(60)"
+    frame = station(asks, "meet()\nself.sleep(60)", main={"show_toolbar": True})
+    asking, busy = frame.cells
+
+    def abort_all(_box: Any) -> None:
+        assert state(asking) == ("WAITING", "Lit?")
+        station.meetings[2].arrived()
+        press(wx.WXK_F5, wx.MOD_SHIFT) if kind is Keyboard else kind(station).command(frame, "on_abort_all")
+
+    with dialogs(abort_all):
+        for cell in frame.cells:
+            cell.start()
+    pump(lambda: state(busy)[0] == "ABORTING" and "meet() (line " in state(busy)[1])
+    pump(lambda: state(asking)[0] == "ABORTED", what="its question is asked no more")
+    station.finish(busy)
+    with dialogs(lambda box: kind(station).press(button(box, "Abort test"))):
+        asking.start()
+    pump(lambda: state(asking)[0] == "ABORTED")
+
+
 def test_three_scans_in_a_row_and_a_broken_script_is_mended(station: Station) -> None:
     judge = "meet()\nself.assert_limits('VOUT', 9, 4.9, 5.1, 'V')\nself.append_ng('LAST', 1)"
     frame = station(judge, judge, "meet()\nself.no_such_call()", main={"column_count": 3}, stop_if_ng=True)
@@ -111,8 +134,7 @@ def test_commands_for_all_cells(kind: type[Any], station: Station) -> None:
     for meeting in station.meetings.values():
         meeting.arrived()
     hands.command(frame, "on_abort_all")
-    aborting = ("TESTING", "Aborting at the next check point")
-    pump(lambda: all(state(cell) == aborting for cell in frame.cells), what="all will end")
+    pump(lambda: {state(cell)[0] for cell in frame.cells} == {"ABORTING"}, what="all will end")
     station.finish()
     assert {state(cell) for cell in frame.cells} == {("ABORTED", "Abort Voluntarily")}
     assert {cell.ui_test_logger.GetValue() for cell in frame.cells} == {""}

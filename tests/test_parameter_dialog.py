@@ -95,7 +95,7 @@ def test_a_value_is_edited_checked_and_saved_with_the_keyboard_alone(editor: Edi
 
     def refused(box: Any) -> None:
         assert f"{VOLTS}: 18.5 is above" in words(box)
-        press(wx.WXK_ESCAPE, over=box)
+        click(box.buttons[wx.ID_OK])
 
     with dialogs(refused):
         press("S", wx.MOD_CONTROL, over=editor)

@@ -185,7 +185,7 @@ KEYS: list[tuple[list[Any], dict[str, str], int]] = [
     ([("N", wx.MOD_ALT)], {"true": "是", "false": "否"}, wx.ID_CANCEL),
     ([(wx.WXK_TAB, 0), (wx.WXK_SPACE, 0)], {}, wx.ID_OK),
     ([(wx.WXK_TAB, 0), (wx.WXK_TAB, 0), (wx.WXK_RETURN, 0)], {}, wx.ID_CANCEL),
-    ([(wx.WXK_ESCAPE, 0)], {}, wx.ID_CANCEL),
+    ([(wx.WXK_ESCAPE, 0), ("Y", wx.MOD_ALT)], {}, wx.ID_OK),  # Escape answers nothing
 ]
 
 

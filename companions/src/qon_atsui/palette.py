@@ -31,6 +31,8 @@ class Shade:
 GREEN = Shade("#2FB457", "#06140A")
 RED = Shade("#C4202B", "#FFFFFF")
 CYAN = Shade("#35C3D6", "#04181B")
+CYAN_DIM = Shade("#8FDDE8", "#04181B")
+CYAN_PALE = Shade("#BDEBF2", "#04181B")
 YELLOW = Shade("#FFC61A", "#1A1400")
 YELLOW_DIM = Shade("#FFE491", "#1A1400")
 GRAY = Shade("#8F99A3", "#0B1117")

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import weakref
+from collections.abc import Callable
 
 import wx
 
@@ -27,6 +28,7 @@ class OneShotTimer(wx.Timer):
         self._owner = weakref.ref(owner)
         self._forward = relay(owner, handler)
         self._waits = behind_posted_calls
+        self.before: Callable[[], None] | None = None  # called before the handler
         owner.Bind(wx.EVT_TIMER, self._on_due, self)
         owner.Bind(wx.EVT_WINDOW_DESTROY, self._on_destroy)
 
@@ -39,6 +41,8 @@ class OneShotTimer(wx.Timer):
         return bool(super().StartOnce(int(milliseconds)))
 
     def _on_due(self, event: wx.TimerEvent) -> None:
+        if self.before is not None:
+            self.before()
         waits = getattr(self._owner(), self._waits, None) if self._waits else None
         if waits is not None and waits():
             wx.CallAfter(self._forward, event.Clone())  # wx frees the one at hand on return

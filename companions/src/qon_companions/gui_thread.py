@@ -37,7 +37,7 @@ def call(function: Callable[P, R], *args: P.args, **kwargs: P.kwargs) -> R:
         raise RuntimeError(_text(function, "there is no application object (wx.App)"))
     future: Future[R] = Future()
     with contextlib.suppress(AssertionError):  # the application went since the check: _wait tells
-        wx.CallAfter(_run, future, lambda: function(*args, **kwargs))
+        wx.CallAfter(_Call(future, function, args, kwargs))
     reason = _wait(future)
     if reason:
         raise RuntimeError(_text(function, reason))
@@ -69,16 +69,22 @@ def _run_if_alive(function: Callable[..., Any], args: tuple[Any, ...], kwargs: d
     function(*args, **kwargs)
 
 
-def _run(future: Future[R], function: Callable[[], R]) -> None:
+class _Call:
     """GUI thread: either this runs the function or the waiting thread cancelled it, never both."""
-    if not future.set_running_or_notify_cancel():
-        return
-    try:
-        result = function()
-    except BaseException as error:  # noqa: BLE001 - it belongs to the thread that waits for it
-        future.set_exception(error)
-    else:
-        future.set_result(result)
+
+    def __init__(self, future: Future[Any], function: Callable[..., Any], args: Any, kwargs: Any) -> None:
+        self.function = function  # seen by those who let questions wait
+        self._future, self._args, self._kwargs = future, args, kwargs
+
+    def __call__(self) -> None:
+        if not self._future.set_running_or_notify_cancel():
+            return
+        try:
+            result = self.function(*self._args, **self._kwargs)
+        except BaseException as error:  # noqa: BLE001 - it belongs to the thread that waits for it
+            self._future.set_exception(error)
+        else:
+            self._future.set_result(result)
 
 
 def _wait(future: Future[Any]) -> str:

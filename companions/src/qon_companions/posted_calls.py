@@ -5,7 +5,8 @@ faster than that ends: no timer, click or repaint gets its turn meanwhile.  It a
 five times in each call, which with a hundred test threads is a hundred chances to wait for all others.
 
 Here the calls wait in one line with one event for all of them, and are made for a while at a time with the
-event loop's other work in between.  Their order and meaning are those of `wx.CallAfter`.
+event loop's other work in between.  Their order and meaning are those of `wx.CallAfter`; only a script's
+question waits while a box is open (`boxes/asking.py`).
 
 A script that prints faster than the log page can show it would fill the memory: with `MOST_WAITING` calls of its
 thread in the line a test thread waits until a quarter of them was made.  That wait is a check point for abort and
@@ -22,6 +23,7 @@ from typing import Any
 import wx
 import wx.siplib
 
+from .boxes import asking
 from .check_points import cell_of_thread, check_point, is_ending
 
 SLICE_SECONDS = 0.010
@@ -124,6 +126,8 @@ class PostedCalls:
             if poster is not None:
                 poster.made += 1
             try:
+                if asking.has_to_wait(function):
+                    continue
                 function(*args, **kw)
             except Exception:  # noqa: BLE001 - told as any handler's; the next call does not suffer
                 sys.excepthook(*sys.exc_info())

@@ -7,6 +7,7 @@ from typing import Any
 import wx
 from qon_companions import gui_thread
 from qon_companions.boxes import Box, station_window
+from qon_companions.boxes.asking import opens_box
 from qon_companions.check_points import cell_of_thread
 from qon_companions.i18n import _
 
@@ -22,16 +23,19 @@ class MB:
     """
 
     @staticmethod
+    @opens_box
     def Error(message: Any = "", *more: Any, title: Any = None) -> int:
         """Say what went wrong; wx.OK when the operator has closed the box."""
         return _show(_ErrorBox, message, more, title, wx.OK)
 
     @staticmethod
+    @opens_box
     def Notice(message: Any = "", *more: Any, title: Any = None) -> int:
         """Tell something; wx.OK when the operator has closed the box."""
         return _show(_NoticeBox, message, more, title, wx.OK)
 
     @staticmethod
+    @opens_box
     def Confirm(message: Any = "", *more: Any, title: Any = None) -> int:
         """Ask; wx.YES or wx.NO.  A box that is closed without an answer counts as no."""
         return _show(_ConfirmBox, message, more, title, wx.NO)
@@ -114,6 +118,7 @@ def _log_handled(text: str) -> None:
         log.error("%s%s", where, text.partition("\n")[0], exc_info=error)
 
 
+@opens_box
 def _show_here(kind: type[_NoticeBox], heading: str, text: str) -> int:
     box = kind(heading, text)
     log.log(kind.level, "%s\n%s", box.GetTitle(), text)

@@ -1,10 +1,8 @@
 """The question that a test script asks the operator."""
 
-from typing import Any
-
 import wx
 from qon_companions.boxes import Box
-from qon_companions.boxes.text_view import HEADING_POINTS
+from qon_companions.boxes.mnemonics import marked
 from qon_companions.i18n import _
 
 # A scanner without a keyboard at hand answers with barcodes of these words, or of the labels themselves.
@@ -16,8 +14,6 @@ class TrueOrFalseDialog(Box):
 
     A dialog that is closed without an answer counts as negative.  Enter alone never answers.
     """
-
-    text_points = HEADING_POINTS  # read from where the operator stands
 
     def __init__(
         self, parent: wx.Window | None, title: str, question: str, true: str = "Yes", false: str = "No"
@@ -44,18 +40,5 @@ def _with_mnemonics(labels: dict[int, str]) -> list[tuple[int, str]]:
     result: list[tuple[int, str]] = []
     for answer, text in labels.items():
         spare = "Y" if answer == wx.ID_OK else "N"
-        result.append((answer, _marked(text, spare, taken)))
+        result.append((answer, marked(text, spare, taken)))
     return result
-
-
-def _marked(text: str, spare: str, taken: set[str]) -> str:
-    for position, character in enumerate(text):
-        if character.isascii() and character.isalpha() and character.upper() not in taken:
-            taken.add(character.upper())
-            return f"{_plain(text[:position])}&{_plain(text[position:])}"
-    taken.add(spare)
-    return f"{_plain(text)} (&{spare})"
-
-
-def _plain(text: Any) -> str:
-    return str(text).replace("&", "&&")

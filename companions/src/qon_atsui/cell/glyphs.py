@@ -97,4 +97,40 @@ def _stop(gc: wx.GraphicsContext, box: wx.Rect2D, ink: wx.Colour, _share: float)
     gc.FillPath(path, wx.ODDEVEN_RULE)
 
 
-_PAINTERS = {"progress": _progress, "warning": _warning, "question": _question, "dot": _dot, "stop": _stop}
+def _abort(gc: wx.GraphicsContext, box: wx.Rect2D, ink: wx.Colour, _share: float) -> None:
+    """The filled square of the abort tool: ended by hand."""
+    side = box.width
+    gc.SetPen(wx.TRANSPARENT_PEN)
+    gc.SetBrush(wx.Brush(ink))
+    gc.DrawRoundedRectangle(box.x + 0.12 * side, box.y + 0.12 * side, 0.76 * side, 0.76 * side, 0.08 * side)
+
+
+def _hourglass(gc: wx.GraphicsContext, box: wx.Rect2D, ink: wx.Colour, _share: float) -> None:
+    """Its lower half is filled."""
+    side = box.width
+    gc.SetPen(_pen(gc, ink, side * 0.10))
+    path = gc.CreatePath()
+    points = ((0.18, 0.10), (0.82, 0.10), (0.18, 0.90), (0.82, 0.90))
+    path.MoveToPoint(box.x + points[0][0] * side, box.y + points[0][1] * side)
+    for x, y in points[1:]:
+        path.AddLineToPoint(box.x + x * side, box.y + y * side)
+    path.CloseSubpath()
+    gc.StrokePath(path)
+    sand = gc.CreatePath()
+    sand.MoveToPoint(box.x + 0.50 * side, box.y + 0.56 * side)
+    sand.AddLineToPoint(box.x + 0.20 * side, box.y + 0.90 * side)
+    sand.AddLineToPoint(box.x + 0.80 * side, box.y + 0.90 * side)
+    sand.CloseSubpath()
+    gc.SetBrush(wx.Brush(ink))
+    gc.FillPath(sand)
+
+
+_PAINTERS = {
+    "progress": _progress,
+    "warning": _warning,
+    "question": _question,
+    "dot": _dot,
+    "stop": _stop,
+    "abort": _abort,
+    "hourglass": _hourglass,
+}

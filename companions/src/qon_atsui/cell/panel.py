@@ -15,9 +15,10 @@ from qon_atsui.cell.band import VerdictBand
 from qon_atsui.cell.details import DetailsWindow
 from qon_atsui.cell.face import EDGE, SMALLEST, CellFace, Parts
 from qon_atsui.cell.pages import CellPages
-from qon_atsui.cell.parts import Head, Totals, abort_button, details_button, start_button
+from qon_atsui.cell.parts import Head, Nowhere, Totals, abort_button, details_button, start_button
 from qon_atsui.cell.serial_entry import SerialEntry, settle_focus
 from qon_atsui.cell.signs import PAUSE, Signs
+from qon_atsui.cell.waiting import what_it_waits_for
 from qon_atsui.fields import ValueLabel
 from qon_atsui.handlers import bind, is_offered, relay
 from qon_atsui.timers import OneShotTimer
@@ -50,6 +51,7 @@ class Cell(wx.Panel):
         serial_caption.paint_as(palette.MUTED)
         self.ui_serial_number = SerialEntry(self)
         self.ui_serial_number.SetToolTip(_("Serial number of the next unit; Enter starts its test"))
+        self._ui_nowhere = Nowhere(self)
         self.ui_start = start_button(self)
         self.ui_abort = abort_button(self)
         self._ui_details_button = details_button(self)
@@ -87,6 +89,7 @@ class Cell(wx.Panel):
         bind(self, self.ui_abort, wx.EVT_BUTTON, "on_abort_cell_test")
         self.ui_abort.Bind(wx.EVT_BUTTON, self._ui_on_abort)
         bind(self, self._ui_pages.browse, wx.EVT_BUTTON, "on_browse_script")
+        self.ui_refresh_timer.before = self._ui_look_for_abort
         self.ui_start.changed = self._ui_start_changed
         self.ui_serial_number.after_typing = self.ui_start
         self.ui_serial_number.changed = self._ui_serial_changed
@@ -113,8 +116,14 @@ class Cell(wx.Panel):
             self.ui_abort.Enable(busy)
 
     def _ui_start_changed(self, label: str) -> None:
+        """Only the test itself can pause: what is called Pause does nothing."""
         self._ui_signs.start_label(label)
-        self.ui_start.stand_out(label != PAUSE)
+        offers = label != PAUSE
+        had_focus = wx.Window.FindFocus() in (self.ui_start, self._ui_nowhere)
+        self.ui_start.Enable(offers)
+        self.ui_start.stand_out(offers)
+        if had_focus:
+            (self.ui_start if offers else self._ui_nowhere).SetFocus()
 
     def _ui_entry_switched(self, enabled: bool) -> None:
         failed = self._ui_pages.failed_items() if enabled else ""
@@ -126,7 +135,21 @@ class Cell(wx.Panel):
     def _ui_on_abort(self, event: wx.Event) -> None:
         """Seen at once; the test may take a while to its next check point."""
         event.Skip()
-        self._ui_signs.abort_asked()
+        self._ui_aborting()
+        questions.end(self)
+
+    def _ui_abort(self) -> None:
+        """As if its button were pressed."""
+        self.ui_abort.Command(wx.CommandEvent(wx.wxEVT_BUTTON, self.ui_abort.GetId()))
+
+    def _ui_look_for_abort(self) -> None:
+        """A program may have asked for it; and what the test waits for may be another thing now."""
+        if self._ui_signs.told.aborting or getattr(self, "_abort_flag", False):
+            self._ui_aborting()
+
+    def _ui_aborting(self) -> None:
+        thread, script = getattr(self, "_test_thread", None), getattr(self, "script", "")
+        self._ui_signs.abort_asked(what_it_waits_for(thread, script))
 
     def _ui_look_for_fault(self) -> None:
         """The traceback of a run may reach the log after its verdict."""
@@ -151,8 +174,8 @@ class Cell(wx.Panel):
     def _ui_title(self) -> str:
         return self.ui_cell_name.GetValue()
 
-    def _ui_questions(self, count: int) -> None:
-        self._ui_signs.question(count)
+    def _ui_questions(self, texts: list[str]) -> None:
+        self._ui_signs.questions(texts)
         self.ui_prompt.Update()
 
     def _ui_notices(self) -> None:

@@ -63,3 +63,23 @@ def abort_button(parent: wx.Window) -> CommandButton:
 
 def details_button(parent: wx.Window) -> CommandButton:
     return CommandButton(parent, _("Deta&ils"), _("Show items, history and log of this cell"))
+
+
+class Nowhere(wx.Window):
+    """Has the focus while no control of the cell is to have it: keys press nothing there, and Tab goes on.
+
+    It can have it only when told to: standing first, it would be the window's first choice.
+    """
+
+    def __init__(self, parent: wx.Window) -> None:
+        super().__init__(parent, size=wx.Size(1, 1))
+        self.SetCanFocus(False)
+        self.Bind(wx.EVT_KILL_FOCUS, self._on_kill_focus)
+
+    def SetFocus(self) -> None:
+        self.SetCanFocus(True)
+        super().SetFocus()
+
+    def _on_kill_focus(self, event: wx.FocusEvent) -> None:
+        event.Skip()
+        self.SetCanFocus(False)

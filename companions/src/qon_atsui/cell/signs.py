@@ -45,7 +45,9 @@ class Told:
     busy: bool = False
     paused: bool = False
     aborting: bool = False
+    waits_for: str = ""  # what keeps a test from being aborted
     asking: bool = False
+    question: str = ""
     verdict: str = ""
     failed: str = ""
     fault: str = ""
@@ -60,9 +62,17 @@ def _same(text: str, *words: str) -> bool:
 
 
 def _asking(told: Told) -> Face:
-    text = "" if _same(told.text, RUNNING) else told.text
+    """The band repeats the question: it is larger than any box."""
+    text = told.question or ("" if _same(told.text, RUNNING) else told.text)
     shade = palette.YELLOW if told.phase else palette.YELLOW_DIM
-    return Face("waiting", "question", _("WAITING"), text, shade)
+    return Face("waiting", "question", _("WAITING"), text, shade, "text" if told.question else "word")
+
+
+def _aborting(told: Told) -> Face:
+    shade = palette.CYAN_DIM if told.phase else palette.CYAN_PALE
+    text = _("Waits for the answer: {question}").format(question=told.question) if told.asking else ""
+    text = text or told.waits_for or _("Waits for the next check point of the test")
+    return Face("aborting", "hourglass", _("ABORTING"), text, shade)
 
 
 def _busy(told: Told) -> Face:
@@ -71,8 +81,6 @@ def _busy(told: Told) -> Face:
         shade = palette.GRAY if told.phase else palette.GRAY_DIM
         return Face("paused", "pause", _("PAUSED"), text, shade)
     shade = palette.SLATE if told.phase else palette.SLATE_DIM
-    if told.aborting:
-        return Face("testing", "progress", _("TESTING"), _("Aborting at the next check point"), shade, "text")
     if told.colour not in (*_BLINK, "white"):
         shade = palette.shade_of(told.colour)  # a script's own colour, until the next blink
     return Face("testing", "progress", _("TESTING"), text, shade, "text" if text else "word")
@@ -91,10 +99,10 @@ def _ended(told: Told) -> Face | None:
         if _same(verdict, EXCEPTION) and told.fault and _same(told.text, EXCEPTION):
             return Face("exception", "warning", _("EXCEPTION"), told.fault, palette.CYAN)
         if _same(verdict, EXCEPTION):
-            state, word, plain = "exception", _("EXCEPTION"), _same(told.text, verdict) and word_is_english()
-        else:
-            state, word, plain = "aborted", _("ABORTED"), _same(told.text, "Aborted") and word_is_english()
-        return Face(state, "warning", word, "" if plain else told.text, palette.CYAN)
+            plain = _same(told.text, verdict) and word_is_english()
+            return Face("exception", "warning", _("EXCEPTION"), "" if plain else told.text, palette.CYAN)
+        plain = _same(told.text, "Aborted") and word_is_english()
+        return Face("aborted", "abort", _("ABORTED"), "" if plain else told.text, palette.CYAN)
     return None
 
 
@@ -112,6 +120,8 @@ def read(told: Told) -> Face:
 
 def _read(told: Told) -> Face:
     """The face for what was told; the most urgent state wins."""
+    if told.busy and told.aborting:
+        return _aborting(told)
     if told.asking:
         return _asking(told)
     if told.busy:
@@ -173,13 +183,15 @@ class Signs:
         """
         self.entry_disabled = not enabled
         if enabled and self.told.busy:
-            self._update(busy=False, paused=False, aborting=False, verdict=verdict, failed=failed)
+            self._update(
+                busy=False, paused=False, aborting=False, waits_for="", verdict=verdict, failed=failed
+            )
         elif not enabled:
             self._update(verdict="", failed="", fault="")
 
-    def abort_asked(self) -> None:
-        """The operator wants the test to end; until it does the engine says nothing about it."""
-        self._update(aborting=self.told.busy)
+    def abort_asked(self, waits_for: str = "") -> None:
+        """The test is to end; until it does the engine says nothing about it."""
+        self._update(aborting=self.told.busy, waits_for=displayable(waits_for))
 
     @property
     def wants_fault(self) -> bool:
@@ -194,8 +206,9 @@ class Signs:
         """What other parts of the station say to a cell that is ready."""
         self._update(notices=_lines(*map(displayable, texts)), stopped=stopped)
 
-    def question(self, open_boxes: int) -> None:
-        self._update(asking=open_boxes > 0)
+    def questions(self, texts: list[str]) -> None:
+        """What the operator is asked on behalf of this cell, the one whose turn comes first at the front."""
+        self._update(asking=bool(texts), question=displayable(texts[0].strip()) if texts else "")
 
     def stuck(self, line: str) -> None:
         """The cell cannot be used any more; the line says what to do."""

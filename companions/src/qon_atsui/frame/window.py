@@ -37,7 +37,8 @@ class Frame(wx.Frame):
         self._ui_create()
         self.ui_initializer_trigger = OneShotTimer(self, "on_trigger_initializer")
         self.ui_ticker_timer = OneShotTimer(self, "on_ticker_timer_event")
-        self.Bind(wx.EVT_MENU, self._ui_on_abort_all, bars.menu_items["on_abort_all"])
+        self._ui_abort_all_id = bars.menu_items["on_abort_all"].GetId()
+        self.Bind(wx.EVT_MENU, self._ui_on_abort_all, id=self._ui_abort_all_id)
         self.Bind(wx.EVT_ACTIVATE, self._ui_on_activate)
         self.Bind(wx.EVT_CLOSE, relay(self, "on_close_app", otherwise=wx.Event.Skip))
 
@@ -73,6 +74,10 @@ class Frame(wx.Frame):
         for cell in self.ui_cell_panel.GetChildren():
             if isinstance(cell, Cell):
                 cell._ui_on_abort(event)
+
+    def _ui_abort_all(self) -> None:
+        """As if its command were chosen."""
+        self.ProcessEvent(wx.CommandEvent(wx.wxEVT_MENU, self._ui_abort_all_id))
 
     def _ui_next_cell(self, _event: wx.CommandEvent) -> None:
         next_entry(self)

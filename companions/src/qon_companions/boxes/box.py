@@ -2,10 +2,10 @@
 
 A box may appear while a scanner types.  So no button has the focus at first, typed characters press nothing, and
 Enter counts only when it was not typed by the scanner.  Alt with the underlined letter, or Tab and the space
-bar, press a button; Escape closes the box.
+bar, press a button; Escape answers nothing.
 """
 
-from collections.abc import Sequence
+from collections.abc import Callable, Sequence
 
 import wx
 
@@ -13,25 +13,25 @@ from qon_companions.fonts import font
 from qon_companions.i18n import _
 
 from .keys import ENTER, TypedKeys, character_of
-from .text_view import HEADING_POINTS, TEXT_POINTS, label, show_in, text_view
+from .mnemonics import letter_of, marked
+from .text_view import FAR_WIDTH, TEXT_POINTS, label, show_in, text_view
 from .turns import TurnDialog
 
-BUTTON_SIZE = (150, 56)  # DIP, for fingers in gloves
+BUTTON_SIZE = (170, 64)  # DIP, for fingers in gloves
 GAP = 20
-_HINT_POINTS = 11.0
+_HEADING_POINTS, _BUTTON_POINTS, _HINT_POINTS = 20.0, 20.0, 12.0
 _NAVIGATION = (wx.WXK_TAB, wx.WXK_LEFT, wx.WXK_RIGHT, wx.WXK_UP, wx.WXK_DOWN)
 
 
 class Box(TurnDialog):
     """A modal box with a heading, a text and one button per answer."""
 
-    text_points = TEXT_POINTS
-
     def __init__(self, parent: wx.Window | None, title: str, message: str, icon: str = "") -> None:
         super().__init__(parent, title, wx.CAPTION | wx.CLOSE_BOX)
         self.message = message
         self.buttons: dict[int, wx.Button] = {}
         self.typed = TypedKeys()
+        self._stays_in_view: wx.Window | None = None
         self._icon = icon
         self._parent = parent
         # Has the focus while no button is chosen; a dialog itself would pass it on to its first button.
@@ -46,14 +46,8 @@ class Box(TurnDialog):
     def build(self, answers: Sequence[tuple[int, str]], hint: str = "", copy: bool = False) -> None:
         """Make the buttons and lay everything out; labels may hold their mnemonic."""
         if copy:
-            button = wx.Button(self, label=_("&Copy text"))
-            button.SetFont(font(TEXT_POINTS))
-            button.SetMinSize(
-                wx.Size(button.GetBestSize().width + self.FromDIP(GAP), self.FromDIP(BUTTON_SIZE[1]))
-            )
-            button.SetToolTip(_("Copy the text of this box (Ctrl+C)"))
-            button.Bind(wx.EVT_BUTTON, lambda event: self.copy_text())
-            self._row.Add(button)
+            tip = _("Copy the text of this box (Ctrl+C)")
+            self._row.Add(self._side_button(_("&Copy text"), tip, self.copy_text))
         self._row.AddStretchSpacer()
         for answer, text in answers:
             self.buttons[answer] = self._button(answer, text)
@@ -61,9 +55,23 @@ class Box(TurnDialog):
         self._lay_out()
         self.say(hint)
 
+    def offer(self, text: str, tip: str, act: Callable[[], None]) -> None:
+        """A small button at the left, apart from the answers; what it does is to end the box."""
+        taken = {
+            letter_of(button.GetLabel()) for button in self.GetChildren() if isinstance(button, wx.Button)
+        }
+        button = self._side_button(marked(text, "T", taken), tip, act)
+        self._row.Prepend(button, 0, wx.RIGHT, self.FromDIP(GAP))
+        self.Fit()
+
+    def belongs_to(self, window: wx.Window, stays_in_view: wx.Window) -> None:
+        """The cell that asks, and the part of it that the box does not cover where the screen allows it."""
+        self.of_cell = True
+        self._parent, self._stays_in_view = window, stays_in_view
+
     def say(self, hint: str) -> None:
         """A line of small text above the buttons."""
-        show_in(self._hint, hint)
+        show_in(self._hint, hint, FAR_WIDTH)
         self._hint.Show(bool(hint))
         self.Fit()
 
@@ -88,18 +96,33 @@ class Box(TurnDialog):
         names = ", ".join(dict.fromkeys(self.others_waiting()))
         if names:
             self.say(_("{names} goes on after this answer.").format(names=names))
-        self._place()
+        self.Fit()
+        self.place()
         self._nowhere.SetFocus()
         self.typed.opened()
+
+    def is_shown(self) -> None:
+        """Window managers that draw their frame late move and resize what was just shown: look again."""
+        self.Layout()
+        self.place()
+
+    def _side_button(self, text: str, tip: str, act: Callable[[], None]) -> wx.Button:
+        button = wx.Button(self, label=text)
+        button.SetFont(font(TEXT_POINTS))
+        width = button.GetBestSize().width + self.FromDIP(GAP)
+        button.SetMinSize(wx.Size(width, self.FromDIP(BUTTON_SIZE[1])))
+        button.SetToolTip(tip)
+        button.Bind(wx.EVT_BUTTON, lambda event: act())
+        return button
 
     def _button(self, answer: int, text: str) -> wx.Button:
         button = wx.Button(self, label=text)
         button.SetId(
             answer
         )  # now, or the desktop would put a label of its own in the place of a well-known one
-        button.SetFont(font(HEADING_POINTS))
+        button.SetFont(font(_BUTTON_POINTS))
         size = self.FromDIP(wx.Size(*BUTTON_SIZE))
-        button.SetMinSize(wx.Size(max(size.width, button.GetBestSize().width), size.height))
+        button.SetMinSize(wx.Size(max(size.width, button.GetBestSize().width + 16), size.height))
         button.SetToolTip(_key_tip(text))
         button.Bind(wx.EVT_BUTTON, lambda event: self.EndModal(answer))
         return button
@@ -112,7 +135,8 @@ class Box(TurnDialog):
             heading.Add(
                 wx.StaticBitmap(self, bitmap=bitmap), 0, wx.ALIGN_CENTER_VERTICAL | wx.RIGHT, gap // 2
             )
-        heading.Add(label(self, self.GetTitle(), HEADING_POINTS, bold=True), 1, wx.ALIGN_CENTER_VERTICAL)
+        title = label(self, self.GetTitle(), _HEADING_POINTS, bold=True, width=FAR_WIDTH)
+        heading.Add(title, 1, wx.ALIGN_CENTER_VERTICAL)
         column = wx.BoxSizer(wx.VERTICAL)
         column.Add(heading, 0, wx.EXPAND | wx.BOTTOM, gap // 2)
         column.Add(self.content(), 1, wx.EXPAND | wx.BOTTOM, gap)
@@ -126,17 +150,20 @@ class Box(TurnDialog):
 
     def content(self) -> wx.Window | wx.Sizer:
         """What stands between heading and buttons; for subclasses."""
-        return text_view(self, self.message, self.text_points)
+        return text_view(self, self.message)
 
-    def _place(self) -> None:
-        """Over the window that asks, inside the screen."""
+    def place(self) -> None:
+        """Over the window that asks, below the part of it that is to stay in view; inside the screen."""
         over = self._parent if self._parent and self._parent.IsShownOnScreen() else None
         display = wx.Display(max(0, wx.Display.GetFromWindow(over) if over else 0))
         screen, size = display.GetClientArea(), self.GetSize()
         place = self.GetRect().CentreIn(over.GetScreenRect() if over else screen)
+        if self._stays_in_view:
+            place.y = self._stays_in_view.GetScreenRect().GetBottom() + self.FromDIP(8)
         x = max(screen.x, min(place.x, screen.x + screen.width - size.width))
         y = max(screen.y, min(place.y, screen.y + screen.height - size.height))
-        self.SetPosition(wx.Point(x, y))
+        if self.GetPosition() != wx.Point(x, y):
+            self.SetPosition(wx.Point(x, y))
 
     def on_key(self, event: wx.KeyEvent) -> None:
         """Every key that is pressed in the box comes here first."""
@@ -144,7 +171,7 @@ class Box(TurnDialog):
         if key in ENTER:
             self._on_enter()
         elif key == wx.WXK_ESCAPE:
-            self.Close()
+            self.typed.forget()
         elif key == wx.WXK_SPACE and self.focused_button() and self.typed.deliberate():
             event.Skip()
         elif key == ord("C") and event.GetModifiers() == wx.MOD_CONTROL and not self._selected_text():
@@ -180,5 +207,4 @@ class Box(TurnDialog):
 
 def _key_tip(label: str) -> str:
     """How to press a button without the mouse; the label holds its mnemonic."""
-    letter = label.replace("&&", "").partition("&")[2][:1].upper()
-    return _("Keys: Alt+{letter}, or Tab and the space bar").format(letter=letter)
+    return _("Keys: Alt+{letter}, or Tab and the space bar").format(letter=letter_of(label))

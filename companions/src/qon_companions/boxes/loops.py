@@ -4,7 +4,11 @@ wx can end the innermost modal loop only.  A box that is answered while a later 
 (a third box waits in it for its turn) is hidden, and its own loop would go on for ever.
 """
 
+from collections.abc import Callable
+
 import wx
+
+when_left: list[Callable[[], None]] = []  # called after a box or a modal dialog has ended
 
 
 class Loops(wx.ModalDialogHook):
@@ -25,6 +29,7 @@ class Loops(wx.ModalDialogHook):
         while self._open and self._open.pop() is not dialog:
             pass  # a box that another hook kept from opening does not come here
         self._covered = [each for each in self._covered if each in self._open]
+        wx.CallAfter(left)  # it still is modal
         if self._open and self._is_left_over(self._open[-1]):
             wx.CallAfter(self._leave, self._open[-1])
 
@@ -34,6 +39,11 @@ class Loops(wx.ModalDialogHook):
     def _leave(self, dialog: wx.Dialog) -> None:
         if self._open and self._open[-1] is dialog and self._is_left_over(dialog):
             wx.EventLoopBase.GetActive().Exit()
+
+
+def left() -> None:
+    for call in when_left:
+        call()
 
 
 _loops: Loops | None = None

@@ -8,33 +8,39 @@ from qon_companions.line_breaks import wrap
 MAX_LINES = 14
 WIDTH, WIDE = 520, 820  # DIP
 TEXT_POINTS, HEADING_POINTS = 12.0, 15.0
+# Of what is asked; the first size at which the text stays within so many lines is taken.
+_FAR_POINTS = ((28.0, 4), (24.0, 5), (20.0, 7), (16.0, MAX_LINES))
+FAR_WIDTH = 680  # DIP
 _TRACEBACK_SIGNS = ("Traceback (most recent call last)", '  File "')
 
 
-def label(parent: wx.Window, text: str, points: float = TEXT_POINTS, bold: bool = False) -> wx.StaticText:
+def label(
+    parent: wx.Window, text: str, points: float = TEXT_POINTS, bold: bool = False, width: int = WIDTH
+) -> wx.StaticText:
     """A text that is wrapped to the box's width."""
     control = wx.StaticText(parent)
     control.SetFont(font(points, bold))
-    show_in(control, text)
+    show_in(control, text, width)
     return control
 
 
-def show_in(control: wx.StaticText, text: str) -> None:
+def show_in(control: wx.StaticText, text: str, width: int = WIDTH) -> None:
     """Change a label's text.  Its size is measured here: GTK tells that of another font before it is shown."""
-    lines = _wrapped(control, text, WIDTH).split("\n")
+    lines = _wrapped(control, text, width).split("\n")
     control.SetLabelText("\n".join(lines))
     extents = [control.GetTextExtent(line or " ") for line in lines]
-    width = max(extent[0] for extent in extents)
-    control.SetMinSize(wx.Size(width + 4, sum(extent[1] for extent in extents) + 4))
+    widest = max(extent[0] for extent in extents)
+    control.SetMinSize(wx.Size(widest + 4, sum(extent[1] for extent in extents) + 4))
 
 
-def text_view(parent: wx.Window, text: str, points: float = TEXT_POINTS) -> wx.Window:
-    """A label, or a read-only field from which parts can be selected and copied."""
+def text_view(parent: wx.Window, text: str) -> wx.Window:
+    """What a box says, as large as it fits: a label, or a read-only field from which parts can be copied."""
     if not _is_traceback(text):
-        control = label(parent, _shown(text), points)
-        if control.GetLabelText().count("\n") < MAX_LINES:
-            return control
-        control.Destroy()
+        for points, lines in _FAR_POINTS:
+            control = label(parent, _shown(text), points, width=FAR_WIDTH)
+            if control.GetLabelText().count("\n") < lines:
+                return control
+            control.Destroy()
     return long_text(parent, text)
 
 

@@ -1,12 +1,17 @@
 """One box after the other: a box that is asked for while another one is open waits, unseen, for its turn.
 
-All of this runs in the GUI thread.  wx runs a modal dialog in an event loop of its own, so a second `ShowModal`
+A box that belongs to a cell leaves the station usable: other cells go on, and all tests can be aborted while it is
+open.  The other ones are modal.
+
+All of this runs in the GUI thread.  `ShowModal` turns the event loop until the answer is there, so a second call
 stands above the first one on the stack, and the first cannot return before it.  Therefore whoever stands on top
-shows the boxes of all others in the order they were asked for; each call returns its own answer.
+shows the boxes of all others in the order they were asked for.  (Questions of scripts do not even start while
+another box is open: see `asking.py`.)
 """
 
 import time
 from collections.abc import Callable
+from typing import Protocol
 
 import wx
 
@@ -18,9 +23,19 @@ PAUSE_SECONDS = 0.3
 QUIET_SECONDS = 0.08
 _POLL_MS = 20
 
+
+class Listener(Protocol):
+    """Whoever shows which cell waits for the operator."""
+
+    def asked(self, box: "TurnDialog") -> None:
+        """The box is asked for; its turn may come later."""
+
+    def answered(self, box: "TurnDialog") -> None:
+        """It has its answer; its caller may have to wait for the boxes above it."""
+
+
 _asked: list["TurnDialog"] = []
-# Called with a box that is asked for, before its turn: whoever shows which cell waits for the operator.
-when_asked: list[Callable[["TurnDialog"], None]] = []
+listeners: list[Listener] = []
 _last_answer = 0.0
 
 
@@ -30,6 +45,7 @@ class TurnDialog(wx.Dialog):
     def __init__(self, parent: wx.Window | None, title: str, style: int = wx.DEFAULT_DIALOG_STYLE) -> None:
         super().__init__(parent, title=title, style=style)
         loops.watch()
+        self.of_cell = False  # belongs to a cell: the rest of the station stays usable
         self._answer: int | None = None
         self._on_screen = False
         self._shelter: wx.Frame | None = None
@@ -41,27 +57,39 @@ class TurnDialog(wx.Dialog):
         _asked.append(self)
         self._answer = None
         try:
-            for listener in when_asked:
-                listener(self)
+            for listener in listeners:
+                listener.asked(self)
             while self._answer is None:
-                _wait(lambda: self._answer is not None or _way_is_free())
-                first = next((box for box in _asked if box._answer is None), self)
-                if self._answer is None:
-                    first._show()
+                _wait(lambda: self._answer is not None or _next() is not None)
+                box = _next()
+                if self._answer is None and box is not None:
+                    box._show()
         finally:
             _asked.remove(self)
+        loops.left()
         return self._answer
+
+    def IsModal(self) -> bool:
+        return bool(super().IsModal()) or (self._on_screen and self._answer is None)
 
     def EndModal(self, answer: int) -> None:
         global _last_answer
         if self._answer is None:
             self._answer = answer
             _last_answer = time.monotonic()
-        if self.IsModal():
+            for listener in listeners:
+                listener.answered(self)
+        if super().IsModal():
             super().EndModal(answer)
+        else:
+            self._on_screen = False
+            self.Hide()
 
     def about_to_show(self) -> None:
         """For subclasses: the box's turn has come; `others_waiting` is right now."""
+
+    def is_shown(self) -> None:
+        """For subclasses: the box is on the screen."""
 
     def others_waiting(self) -> list[str]:
         """Titles of the boxes that were answered and go on when this one is answered too."""
@@ -77,8 +105,14 @@ class TurnDialog(wx.Dialog):
 
     def _show(self) -> None:
         self._on_screen = True
+        self.about_to_show()
+        if self.of_cell and not _modal_dialog():
+            self.Show()
+            self.Raise()
+            self._is_shown()
+            return
+        wx.CallAfter(self._is_shown)
         try:
-            self.about_to_show()
             answer = super().ShowModal()
         finally:
             self._on_screen = False
@@ -87,8 +121,12 @@ class TurnDialog(wx.Dialog):
         if self._shelter:
             wx.CallAfter(_exit_without_windows)
 
+    def _is_shown(self) -> None:
+        if self and self._on_screen:
+            self.is_shown()
+
     def _on_parent_gone(self, event: wx.WindowDestroyEvent) -> None:
-        """Leave the parent before it takes this dialog along: a modal loop is running in it, or will be."""
+        """Leave the parent before it takes this dialog along: its `ShowModal` is running, or will be."""
         event.Skip()
         gone = event.GetWindow().GetId()
         if self and not self._shelter and any(window.GetId() == gone for window in self._parents if window):
@@ -96,6 +134,12 @@ class TurnDialog(wx.Dialog):
             self._shelter = wx.Frame(None, style=wx.FRAME_NO_TASKBAR)
             self.Reparent(self._shelter)
             self.EndModal(wx.ID_CANCEL)
+            wx.CallAfter(_exit_without_windows)
+
+
+def box_is_open() -> bool:
+    """Whether a box is open, waits for its turn, or was answered and has to wait for one above it."""
+    return bool(_asked) or _is_typing()
 
 
 def station_window() -> wx.Window | None:
@@ -110,14 +154,32 @@ def station_window() -> wx.Window | None:
     return None
 
 
-def _way_is_free() -> bool:
-    if any(box and box._on_screen and box._answer is None for box in _asked):
-        return False
-    since_answer = time.monotonic() - _last_answer
-    typing = any(
+def _next() -> TurnDialog | None:
+    """The box whose turn it is; None while another one is in use, and for a moment after an answer.
+
+    A box of no cell is what the operator asked for in the station's window: it does not wait for those of cells.
+    """
+    waiting = [box for box in _asked if box and box._answer is None]
+    shown = [box for box in waiting if box._on_screen]
+    if not waiting or time.monotonic() - _last_answer < PAUSE_SECONDS or _is_typing():
+        return None
+    if not all(box.of_cell for box in shown):
+        return None
+    hidden = [box for box in waiting if not box._on_screen and not (shown and box.of_cell)]
+    return hidden[0] if hidden else None
+
+
+def _is_typing() -> bool:
+    """wx's own dialog for a text is in use."""
+    return any(
         isinstance(window, wx.TextEntryDialog) and window.IsModal() for window in wx.GetTopLevelWindows()
     )
-    return since_answer >= PAUSE_SECONDS and not typing
+
+
+def _modal_dialog() -> bool:
+    """A box that is not modal could not be reached beside a modal dialog."""
+    windows = [window for window in wx.GetTopLevelWindows() if isinstance(window, wx.Dialog)]
+    return any(wx.Dialog.IsModal(window) for window in windows)
 
 
 def _wait(ready: Callable[[], bool]) -> None:
