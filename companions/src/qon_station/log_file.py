@@ -27,6 +27,16 @@ _WX_LEVELS = {
 }
 
 
+class OnceFormatter(logging.Formatter):
+    """The text of a record is made once for all files that it goes to."""
+
+    def format(self, record: logging.LogRecord) -> str:
+        text = record.__dict__.get("station_text")
+        if text is None:
+            text = record.__dict__["station_text"] = super().format(record)
+        return str(text)
+
+
 class StationLog(logging.handlers.RotatingFileHandler):
     """A file that the operator hears of when it can no longer be written, and again when it can.
 
@@ -76,13 +86,14 @@ def logging_to(path: str | os.PathLike[str], level: int) -> Iterator[None]:
     handler = StationLog(
         file, maxBytes=MAX_BYTES, backupCount=KEPT_FILES, encoding="utf-8", errors="backslashreplace"
     )
-    handler.setFormatter(logging.Formatter(FORMAT))
+    formatter = OnceFormatter(FORMAT)
+    handler.setFormatter(formatter)
     root = logging.getLogger()
     root_level = root.level
     root.addHandler(handler)
     root.setLevel(min(level, root_level or level))
     try:
-        runs = run_files(file.parent / "runs", logging.Formatter(FORMAT))
+        runs = run_files(file.parent / "runs", formatter)
         with crash_file(file.with_name(f"{file.stem}-crash.log")), runs:
             yield
     finally:

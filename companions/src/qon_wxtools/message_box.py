@@ -112,7 +112,7 @@ def _show(kind: type[_NoticeBox], message: Any, more: tuple[Any, ...], title: An
 def _log_handled(text: str) -> None:
     """A box about the exception at hand: its traceback belongs to whoever mends it, with the cell it happened in."""
     error = sys.exc_info()[1]
-    if error is not None:
+    if error is not None and not text.startswith("Traceback"):
         cell = cell_of_thread()
         where = f"{cell.get_cell_name()}: " if cell is not None else ""
         log.error("%s%s", where, text.partition("\n")[0], exc_info=error)
