@@ -11,6 +11,7 @@ from collections.abc import Callable, Iterator
 from pathlib import Path
 from typing import Any
 
+import qon_station
 import wx
 from openpyxl import Workbook
 from qon_ats import UUT, Assertion, ATSFrame
@@ -165,6 +166,7 @@ def units(count: int) -> Iterator[UUT]:
 
 def main() -> int:
     app = wx.App()
+    qon_station.install()  # as `qon_station.run` does
     with tempfile.TemporaryDirectory() as folder:
         frame = ATSFrame(None, "", str(workbook(Path(folder))))
         frame.SetSize(wx.Rect(wx.Point(0, 0), SIZE))

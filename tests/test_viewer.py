@@ -337,6 +337,18 @@ def test_only_what_can_be_done_is_offered(panel: TestDataViewerPanel, english: N
     assert raised.called
 
 
+def test_a_column_is_one_entry(station: Station, installed: None, monkeypatch: pytest.MonkeyPatch) -> None:
+    columns = [("Get", 50), *qon_ats._DefaultColumnInfo]
+    monkeypatch.setattr(qon_ats, "_DefaultColumnInfo", columns)
+    monkeypatch.setattr(Assertion, "get_get", lambda self: "got", raising=False)
+    panel = qon_ats.TestDataViewerFrame(None).test_data_viewer_panel
+    panel.append(unit("A", 3, Assertion("a", 9, 0, 1)))
+    panel.ui_history.SelectRow(0)
+    panel.on_view_uut_detail(None)
+    assert texts(panel.ui_assertions) == [["got", "a", "9", "0", "1", "", "NG"]]
+    assert colours(panel.ui_assertions, 0) == ["white"] * 6 + ["red"] and texts(panel.ui_history)[0][5:] == ["3"]
+
+
 def test_a_report_of_what_is_selected(kept: TestDataViewerPanel, boxes: Boxes, tmp_path: Path) -> None:
     odd: list[Any] = [
         "=1+1",

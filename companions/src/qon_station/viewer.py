@@ -9,6 +9,7 @@ import qon_handy
 import qon_wxtools
 import wx
 from qon_ats import UUT
+from qon_atsui.columns import further_unit_columns
 from qon_companions.files import safe_name
 from qon_companions.gui_thread import post
 from qon_companions.i18n import _
@@ -28,6 +29,22 @@ class StationViewerPanel(ItemRows, ItemAnalysis):
     __test__ = False
     ui_saves_filtered = True
     _folder = ""  # where a report was saved last
+
+    def __init__(self, *args: Any, **keywords: Any) -> None:
+        super().__init__(*args, **keywords)
+        first = self.ui_history.GetNumberCols()
+        self._further = [
+            (column, text_of) for column, (_title, _width, text_of) in enumerate(further_unit_columns(), first)
+        ]
+        for column, (title, width, _text_of) in enumerate(further_unit_columns(), first):
+            self.ui_history.AppendCols(1)
+            self.ui_history.SetColSize(column, width)
+            self.ui_history.SetColLabelValue(column, title)
+
+    def _update_uut_summer(self, uut: UUT, row: int) -> None:
+        super()._update_uut_summer(uut, row)
+        for column, text_of in self._further:
+            self.ui_history.SetCellValue(row, column, text_of(uut))
 
     def append(self, uut: UUT) -> None:
         super().append(uut)

@@ -15,14 +15,17 @@ class ColumnFit:
     def __init__(self, grid: wx.grid.Grid) -> None:
         self._grid = grid
         self._wishes: dict[int, int] = {}
+        self._always: dict[int, str] = {}
         self._dragged = False
         self._fitted_for: tuple[int, ...] = ()
         self._due = False
         grid.GetGridWindow().Bind(wx.EVT_SIZE, self._on_size)
         grid.Bind(wx.grid.EVT_GRID_COL_SIZE, self._on_drag)
 
-    def wish(self, column: int, width: int) -> None:
+    def wish(self, column: int, width: int, always: str = "") -> None:
+        """A share of the width there is; the text `always` has room in any case."""
         self._wishes[column] = max(1, width)
+        self._always[column] = always
         self.refit()
 
     def refit(self) -> None:
@@ -45,7 +48,7 @@ class ColumnFit:
             return
         count = grid.GetNumberCols()
         room = grid.GetGridWindow().GetClientSize().width
-        needed = [self._title_width(column) for column in range(count)]
+        needed = [self._needed(column) for column in range(count)]
         wishes = [max(self._wishes.get(column, 80), 1) for column in range(count)]
         if sum(wishes) > 1.5 * room:
             wishes = [int(w * _MODEST.get(grid.GetColLabelValue(i), 1)) for i, w in enumerate(wishes)]
@@ -58,10 +61,12 @@ class ColumnFit:
             wx.grid.Grid.SetColSize(grid, column, width)
         grid.EndBatch()
 
-    def _title_width(self, column: int) -> int:
+    def _needed(self, column: int) -> int:
         grid = self._grid
         title = wx.grid.Grid.GetColLabelValue(grid, column)  # as it is shown
-        return int(grid.GetFullTextExtent(title, grid.GetLabelFont())[0]) + 8
+        width = grid.GetFullTextExtent(title, grid.GetLabelFont())[0] + 8
+        always = f" {self._always.get(column, '')} "  # with the room at its sides
+        return int(max(width, grid.GetFullTextExtent(always, grid.GetDefaultCellFont())[0] + 6))
 
 
 def shares(room: int, wishes: list[int], needed: list[int]) -> list[int]:

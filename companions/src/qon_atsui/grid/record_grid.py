@@ -27,7 +27,7 @@ class RecordGrid(wx.grid.Grid):
 
     table_type = StoreTable
 
-    def __init__(self, parent: wx.Window, columns: Sequence[tuple[str, int]] = ()) -> None:
+    def __init__(self, parent: wx.Window, columns: Sequence[tuple[Any, ...]] = ()) -> None:
         super().__init__(parent, style=wx.WANTS_CHARS | wx.BORDER_NONE)
         self.store = RowStore()
         self._table = self.table_type(self.store)
@@ -42,9 +42,9 @@ class RecordGrid(wx.grid.Grid):
         self._columns = ColumnFit(self)
         self._keys = GridKeys(self)
         self.use_points(10.0)
-        for title, width in columns:
+        for title, *wish in columns:
             self.AppendCols(1)
-            self._columns.wish(self.store.columns - 1, width)
+            self._columns.wish(self.store.columns - 1, *wish)
             self._table.SetColLabelValue(self.store.columns - 1, title)
         self.Bind(wx.EVT_SIZE, self._on_size)
         self.Bind(wx.EVT_SCROLLWIN, self._on_scroll)
@@ -81,6 +81,7 @@ class RecordGrid(wx.grid.Grid):
         self.SetDefaultRowSize(self._row_height(points), True)
         self.SetColLabelSize(self._row_height(points) + 4)
         self.SetScrollLineY(self._row_height(points))  # rows are never cut at the top
+        self._columns.refit()
         self.ForceRefresh()
 
     @staticmethod

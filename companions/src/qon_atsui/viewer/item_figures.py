@@ -10,10 +10,10 @@ from qon_atsui.fields import ValueLabel, caption
 from qon_atsui.grid.numbers import shortened
 
 Figure = tuple[str, str, str]  # field, caption, what it is
+_IN_A_ROW = 3
 
 
 def _figures() -> tuple[Figure, ...]:
-    """Three a row."""
     return (
         ("ok_count", "OK", _("How many of the listed values are OK")),
         ("ng_count", "NG", _("How many of the listed values are NG")),
@@ -78,13 +78,16 @@ class ItemFigures(wx.Panel):
         return line
 
     def _table(self) -> wx.FlexGridSizer:
-        table = wx.FlexGridSizer(6, 6, 8)
-        for column in (1, 3, 5):
+        """Captions above their fields, which are as wide as they can be."""
+        table = wx.FlexGridSizer(_IN_A_ROW, 4, 8)
+        for column in range(_IN_A_ROW):
             table.AddGrowableCol(column, 1)
         for name, title, hint in _figures():
             self.fields[name] = FigureField(self, hint)
-            table.Add(caption(self, title), 0, wx.ALIGN_CENTRE_VERTICAL | wx.ALIGN_RIGHT)
-            table.Add(self.fields[name], 1, wx.EXPAND)
+            both = wx.BoxSizer(wx.VERTICAL)
+            both.Add(caption(self, title))
+            both.Add(self.fields[name], 0, wx.EXPAND)
+            table.Add(both, 1, wx.EXPAND)
         return table
 
 

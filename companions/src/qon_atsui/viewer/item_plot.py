@@ -15,6 +15,7 @@ from qon_atsui import palette
 _FEW = 60  # values that are marked one by one; a single one would be no line at all
 _LONGEST_NAME = 60
 _BELOW = -22  # points, from the axis to the line below its numbers
+_ROOM = 0.12  # of the height, above the upper limit and below the lower one, for their words
 _LOOK: dict[str, Any] = {"color": palette.MUTED, "linestyle": "--", "linewidth": 1.2}
 
 Limits = Sequence[float | None]  # one of each value
@@ -34,6 +35,7 @@ def complete(axes: Axes, title: str, lower: Limits, upper: Limits) -> None:
         if len(line.get_xdata()) <= _FEW:  # type: ignore[arg-type]
             line.set_marker("o")
             line.set_markersize(4)
+    axes.margins(y=_ROOM)
     name = title if len(title) <= _LONGEST_NAME else title[: _LONGEST_NAME - 1] + "\u2026"
     # Matplotlib's own title would measure all tick labels once more.
     _note(axes, name, (0.5, 1.0), (0, 7), "center", "bottom")

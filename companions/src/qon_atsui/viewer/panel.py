@@ -83,7 +83,7 @@ class TestDataViewerPanel(wx.Panel):
 
     def _ui_splitters(self) -> wx.SplitterWindow:
         """Units above their assertions at the left, the analysis of one item at the right."""
-        across = RatioSplitter(self, 0.55)
+        across = RatioSplitter(self, 0.58)
         down = RatioSplitter(across, 0.5)
         units, self.ui_history = self._ui_titled(down, _("Tested units"), self._ui_unit_grid)
         items, self.ui_assertions = self._ui_titled(down, _("Items of the selected unit"), self._ui_item_grid)

@@ -69,7 +69,7 @@ class CellFilter(wx.Choice):
 class UnitGrid(RecordGrid):
     """The list of units. `SetCellValue` and `SetCellBackgroundColour` may be called from any thread."""
 
-    def __init__(self, parent: wx.Window, columns: Sequence[tuple[str, int]], listing: Listing) -> None:
+    def __init__(self, parent: wx.Window, columns: Sequence[tuple[Any, ...]], listing: Listing) -> None:
         super().__init__(parent, columns)
         self._listing = listing
 
