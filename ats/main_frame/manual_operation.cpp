@@ -4,29 +4,11 @@
 #include "module/fields.hpp"
 #include "module/imports.hpp"
 #include "module/reloading.hpp"
+#include "module/scope_guard.hpp"
 #include "module/shown_dialog.hpp"
 
 namespace ats {
 namespace {
-
-// Gives the ticker block back on every way out of the dialog.
-class TickerBlock {
-  public:
-    TickerBlock(nb::handle frame, bool wanted) : frame_(nb::borrow(frame)), held_(wanted) {
-        if (held_) frame_.attr("block_ticker")();
-    }
-    ~TickerBlock() {
-        if (!held_) return;
-        const nb::object done = nb::steal(PyObject_CallMethodNoArgs(frame_.ptr(), name<"unblock_ticker">()));
-        if (!done.is_valid()) PyErr_WriteUnraisable(frame_.ptr());
-    }
-    TickerBlock(const TickerBlock&) = delete;
-    TickerBlock& operator=(const TickerBlock&) = delete;
-
-  private:
-    nb::object frame_;
-    bool held_;
-};
 
 // The application's dialog class as its file stands now; None when there is no such module or class.
 nb::object user_dialog_class(nb::handle self) {
@@ -67,7 +49,11 @@ constexpr Member kDialog[] = {
 }  // namespace
 
 nb::object on_show_manual_operation_dialog(nb::handle self, const Arguments&) {
-    const TickerBlock block(self, flag<"_mop_block_ticker">(self));
+    const bool blocks = flag<"_mop_block_ticker">(self);
+    if (blocks) self.attr("block_ticker")();
+    const ScopeGuard unblock([&]() noexcept {
+        if (blocks) call_quietly(self, name<"unblock_ticker">());
+    });
     nb::object dialog_class = user_dialog_class(self);
     if (dialog_class.is_none()) dialog_class = own_name<"ManualOperationDialog">();
     show_and_destroy(dialog_class(self));

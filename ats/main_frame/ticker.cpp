@@ -5,6 +5,7 @@
 #include "module/errors.hpp"
 #include "module/fields.hpp"
 #include "module/imports.hpp"
+#include "module/scope_guard.hpp"
 #include "module/shown_dialog.hpp"
 
 namespace ats {
@@ -18,40 +19,16 @@ constexpr char kTimeout[] = "Wait for ticker ending timeout.";
 constexpr double kPollPeriod = 0.05;  // seconds
 
 // The lock that guards the block count; another thread may hold it only for a moment.
-class CountLock {
-  public:
-    explicit CountLock(nb::handle frame) : lock_(field<"_ticker_locker">(frame)) {
-        lock_.attr("__enter__")();
-    }
-    ~CountLock() {
-        PyObject* arguments[] = {lock_.ptr(), Py_None, Py_None, Py_None};
-        const nb::object released =
-            nb::steal(PyObject_VectorcallMethod(name<"__exit__">(), arguments, 4, nullptr));
-        if (!released.is_valid()) PyErr_WriteUnraisable(lock_.ptr());
-    }
-    CountLock(const CountLock&) = delete;
-    CountLock& operator=(const CountLock&) = delete;
-
-  private:
-    nb::object lock_;
-};
+auto locked_count(nb::handle frame) { return enter(field<"_ticker_locker">(frame)); }
 
 // Marks the tick in progress; blockers wait for its end, however the tick ends.
-class InTicker {
-  public:
-    explicit InTicker(nb::handle frame) : frame_(nb::borrow(frame)) {
-        set_field<"_in_ticker">(frame, Py_True);
-    }
-    ~InTicker() {
-        if (PyObject_SetAttr(frame_.ptr(), name<"_in_ticker">(), Py_False) < 0)
-            PyErr_WriteUnraisable(frame_.ptr());
-    }
-    InTicker(const InTicker&) = delete;
-    InTicker& operator=(const InTicker&) = delete;
-
-  private:
-    nb::object frame_;
-};
+auto tick_in_progress(nb::handle frame) {
+    set_field<"_in_ticker">(frame, Py_True);
+    return ScopeGuard([frame]() noexcept {
+        if (PyObject_SetAttr(frame.ptr(), name<"_in_ticker">(), Py_False) < 0)
+            PyErr_WriteUnraisable(frame.ptr());
+    });
+}
 
 void arm(nb::handle self) { self.attr("ui_ticker_timer").attr("StartOnce")(field<"_ticker_interval">(self)); }
 
@@ -124,7 +101,7 @@ nb::object on_ticker_timer_event(nb::handle self, const Arguments&) {
         arm(self);
         return nb::none();
     }
-    const InTicker ticking(self);
+    const auto ticking = tick_in_progress(self);
     try {
         self.attr("ticker_function")();
     } catch (nb::python_error& error) {
@@ -140,7 +117,7 @@ nb::object on_ticker_timer_event(nb::handle self, const Arguments&) {
 // The count is raised before the wait, so the wait has to outlast only a tick that had already begun.
 nb::object block_ticker(nb::handle self, const Arguments& args) {
     {
-        const CountLock lock(self);
+        const auto lock = locked_count(self);
         set_field<"_ticker_lock_count">(self, field<"_ticker_lock_count">(self) + nb::int_(1));
     }
     const double timeout = PyFloat_AS_DOUBLE(args[0].ptr());
@@ -160,14 +137,14 @@ nb::object block_ticker(nb::handle self, const Arguments& args) {
 }
 
 nb::object unblock_ticker(nb::handle self, const Arguments&) {
-    const CountLock lock(self);
+    const auto lock = locked_count(self);
     const nb::object count = field<"_ticker_lock_count">(self);
     if (count > nb::int_(0)) set_field<"_ticker_lock_count">(self, count - nb::int_(1));
     return nb::none();
 }
 
 nb::object is_ticker_blocked(nb::handle self, const Arguments&) {
-    const CountLock lock(self);
+    const auto lock = locked_count(self);
     return nb::bool_(field<"_ticker_lock_count">(self) > nb::int_(0));
 }
 

@@ -16,17 +16,25 @@ struct Member {
     Body set = nullptr;
 };
 
-constexpr Member method(const char* signature, Body body) { return {Member::Form::method, signature, body}; }
-constexpr Member abstract_method(const char* signature, Body body) {
-    return {Member::Form::abstract_method, signature, body};
+consteval const char* checked(const char* signature) {
+    if (const char* fault = signature_check::fault_of(signature)) throw fault;
+    return signature;
 }
-constexpr Member static_method(const char* signature, Body body) {
-    return {Member::Form::static_method, signature, body};
+
+consteval Member method(const char* signature, Body body) {
+    return {Member::Form::method, checked(signature), body};
+}
+consteval Member abstract_method(const char* signature, Body body) {
+    return {Member::Form::abstract_method, checked(signature), body};
+}
+consteval Member static_method(const char* signature, Body body) {
+    return {Member::Form::static_method, checked(signature), body};
 }
 constexpr Member property(const char* attribute, Body get) {
     return {Member::Form::property, attribute, get};
 }
-constexpr Member property(const char* attribute, Body get, const char* setter, Body set) {
+consteval Member property(const char* attribute, Body get, const char* setter, Body set) {
+    if (const char* fault = signature_check::fault_of_parameters(setter)) throw fault;
     return {Member::Form::property, attribute, get, setter, set};
 }
 

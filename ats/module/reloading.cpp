@@ -4,6 +4,7 @@
 #include "module/errors.hpp"
 #include "module/fields.hpp"
 #include "module/imports.hpp"
+#include "module/scope_guard.hpp"
 
 namespace ats {
 
@@ -28,30 +29,19 @@ PyObject* locks = nullptr;  // by module name; lives as long as the process
 // that: a reload fails while another one has the module out of sys.modules for an instant, or returns it half
 // executed.  Whoever holds the lock of a module's name runs its code, so there is one for each name, and the
 // same thread may come again.
-class Turn {
-  public:
-    explicit Turn(nb::handle module_name) : lock_(lock_of(module_name)) { lock_.attr("acquire")(); }
-    ~Turn() { lock_.attr("release")(); }
-    Turn(const Turn&) = delete;
-    Turn& operator=(const Turn&) = delete;
-
-  private:
-    static nb::object lock_of(nb::handle module_name) {
-        nb::dict made;
-        if (!locks) locks = made.release().ptr();
-        const nb::object fresh = nb::module_::import_("threading").attr("RLock")();
-        PyObject* const lock = PyDict_SetDefault(locks, module_name.ptr(), fresh.ptr());
-        if (!lock) throw nb::python_error();
-        return nb::borrow(lock);
-    }
-
-    nb::object lock_;
-};
+nb::object lock_of(nb::handle module_name) {
+    nb::dict made;
+    if (!locks) locks = made.release().ptr();
+    const nb::object fresh = python_module<"threading">().attr("RLock")();
+    PyObject* const lock = PyDict_SetDefault(locks, module_name.ptr(), fresh.ptr());
+    if (!lock) throw nb::python_error();
+    return nb::borrow(lock);
+}
 
 // Two threads that forget the same finders at once raise KeyError.
 nb::object importlib_with_fresh_caches() {
     nb::object importlib = python_module<"importlib">();
-    const Turn turn{nb::none()};
+    const auto turn = enter(lock_of(nb::none()));
     if (nb::hasattr(importlib, "invalidate_caches")) importlib.attr("invalidate_caches")();
     return importlib;
 }
@@ -59,13 +49,13 @@ nb::object importlib_with_fresh_caches() {
 }  // namespace
 
 nb::object import_module(nb::handle module_name) {
-    const Turn turn(module_name);
+    const auto turn = enter(lock_of(module_name));
     const nb::object importlib = importlib_with_fresh_caches();
     return importlib.attr("import_module")(module_name);
 }
 
 nb::object reload_module(nb::handle module) {
-    const Turn turn(nb::object(nb::getattr(module, "__name__", nb::none())));
+    const auto turn = enter(lock_of(nb::object(nb::getattr(module, "__name__", nb::none()))));
     const nb::object source = nb::getattr(module, "__file__", nb::none());
     if (!source.is_none()) drop_stale_bytecode(source);
     return importlib_with_fresh_caches().attr("reload")(module);

@@ -26,4 +26,15 @@ inline void call_quietly(nb::handle object, PyObject* method) noexcept {
     if (!done.is_valid()) PyErr_WriteUnraisable(object.ptr());
 }
 
+// `with manager:` until the guard is gone.
+inline auto enter(nb::object manager) {
+    manager.attr("__enter__")();
+    return ScopeGuard([manager = std::move(manager)]() noexcept {
+        PyObject* arguments[] = {manager.ptr(), Py_None, Py_None, Py_None};
+        const nb::object left =
+            nb::steal(PyObject_VectorcallMethod(name<"__exit__">(), arguments, 4, nullptr));
+        if (!left.is_valid()) PyErr_WriteUnraisable(manager.ptr());
+    });
+}
+
 }  // namespace ats

@@ -1,7 +1,7 @@
 // shown_dialog.hpp - a dialog that is destroyed on every way out.  GUI thread.
 #pragma once
 
-#include "module/names.hpp"
+#include "module/scope_guard.hpp"
 
 namespace ats {
 
@@ -10,9 +10,7 @@ class ShownDialog {
     explicit ShownDialog(nb::object dialog) : dialog_(std::move(dialog)) {}
     // Only where something raised: an orderly end is `destroy`, whose own failure is told.
     ~ShownDialog() {
-        if (!dialog_.is_valid()) return;
-        const nb::object done = nb::steal(PyObject_CallMethodNoArgs(dialog_.ptr(), name<"Destroy">()));
-        if (!done.is_valid()) PyErr_WriteUnraisable(dialog_.ptr());
+        if (dialog_.is_valid()) call_quietly(dialog_, name<"Destroy">());
     }
     ShownDialog(const ShownDialog&) = delete;
     ShownDialog& operator=(const ShownDialog&) = delete;

@@ -7,10 +7,9 @@
 #include <vector>
 
 #include "module/names.hpp"
+#include "module/signature_check.hpp"
 
 namespace ats {
-
-inline constexpr std::size_t kMaxParameters = 10;
 
 // What an annotation demands of an argument.  `float` takes any real number and hands over a Python float.
 // With `!` behind it, it hands over what was given.
@@ -33,7 +32,7 @@ class Arguments {
   private:
     friend class Signature;
     std::array<PyObject*, kMaxParameters> values_{};
-    std::array<nb::object, 4> owned_;  // converted numbers, the collected tuple and dict
+    std::array<nb::object, kMaxOwned> owned_;  // converted numbers, the collected tuple and dict
     std::size_t owned_count_ = 0;
 
     void own(std::size_t index, nb::object value);

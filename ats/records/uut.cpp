@@ -78,9 +78,7 @@ void append_now(nb::handle self, nb::handle assertion) {
 // check and the append.  The unit's own lock counts once somebody has it.
 void append_locked(nb::handle self, nb::handle assertion) {
     if (!as_uut(self)->lock) return append_now(self, assertion);
-    const nb::object lock = nb::borrow(as_uut(self)->lock);
-    lock.attr("acquire")();
-    const ScopeGuard release([&] { call_quietly(lock, name<"release">()); });
+    const auto held = enter(nb::borrow(as_uut(self)->lock));
     append_now(self, assertion);
 }
 
