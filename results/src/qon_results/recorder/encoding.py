@@ -63,7 +63,7 @@ def _columns(run: RunId, start: int, chunk: Sequence[Any], categories: dict[int,
         start,
         False,
         [one.name for one in chunk],
-        [one.value for one in chunk],
+        _values(chunk),
         [one.lower for one in chunk],
         [one.upper for one in chunk],
         [one.unit for one in chunk],
@@ -72,15 +72,31 @@ def _columns(run: RunId, start: int, chunk: Sequence[Any], categories: dict[int,
         [one.get_elapse_time() for one in chunk],
         [one.report_needed for one in chunk],
         {place: tries[place] for place in retried},
-        {
-            place: f"earlier values: {represented(chunk[place].earlier_values)}"
-            for place in retried
-            if hasattr(chunk[place], "earlier_values")
-        },
+        {place: _earlier(chunk[place]) for place in retried if hasattr(chunk[place], "earlier_values")},
         {place: categories[id(one)] for place, one in enumerate(chunk) if id(one) in categories}
         if categories
         else {},
     )
+
+
+def _values(chunk: Sequence[Any]) -> list[Any]:
+    values = [one.value for one in chunk]
+    if "" in values:
+        values = [
+            _none_or_empty(one) if value == "" else value for one, value in zip(chunk, values, strict=True)
+        ]
+    return values
+
+
+def _earlier(one: Any) -> str:
+    """What a retry measured before."""
+    return f"earlier values: {represented(one.earlier_values)}"
+
+
+def _none_or_empty(one: Any) -> str | None:
+    """Both read as "": what was not measured has no verdict either, unless one was given."""
+    found = asked(one, "_Assertion__value", None if asked(one, "get_result_as_bool", True) is None else "")
+    return None if found is None else ""
 
 
 def _is_plain(rows: Rows) -> bool:
@@ -107,7 +123,8 @@ def _one_by_one(run: RunId, start: int, chunk: Sequence[Any], categories: dict[i
     rows = Rows(run, start, False, [], [], [], [], [], [], [], [], [], {}, {}, {})
     for place, one in enumerate(chunk):
         rows.names.append(asked(one, "get_name", asked(one, "name", "")))
-        rows.values.append(asked(one, "get_value", asked(one, "value", None)))
+        value = asked(one, "get_value", asked(one, "value", None))
+        rows.values.append(_none_or_empty(one) if isinstance(value, str) and value == "" else value)
         rows.lowers.append(asked(one, "lower", None))
         rows.uppers.append(asked(one, "upper", None))
         rows.units.append(asked(one, "get_unit", None))
@@ -118,10 +135,12 @@ def _one_by_one(run: RunId, start: int, chunk: Sequence[Any], categories: dict[i
         tried = asked(one, "attempt", 1)
         if type(tried) is not int or tried != 1:
             rows.attempts[place] = tried
+        if asked(one, "earlier_values", ()):
+            rows.notes[place] = _earlier(one)
         if id(one) in categories:
             rows.categories[place] = categories[id(one)]
         if type(one).__module__ != "qon_ats":
-            rows.notes[place] = f"recorded as {type(one).__qualname__}"
+            _note(rows, place, f"recorded as {type(one).__qualname__}")
     return rows
 
 

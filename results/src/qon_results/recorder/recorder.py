@@ -68,7 +68,7 @@ class Recorder:
         self._setup = SetupReader(config, parameters)
         self._telling = Telling(settings)
         self._sender = Sender(settings, self._states)
-        self._lock = threading.Lock()
+        self._lock = threading.RLock()
         self._units: dict[int, Tracked] = {}  # the current or last one of each cell
         self._cells: dict[int, weakref.ref[Any]] = {}
         self._shown: list[messages.InterruptedUnit] = []
@@ -155,8 +155,9 @@ class Recorder:
             if self.settings.required and outcome.kind is not Kind.EXCEPTION:
                 raise NotRecorded(self.trouble or _("Results cannot be recorded."))
             return
-        end = tracked.ended(unit.serial_number, outcome)
-        tracked.sealed = False
+        with self._lock:
+            end = tracked.ended(unit.serial_number, outcome)
+            tracked.sealed = False
         self._sender.track(tracked)
         if self._sender.wait(lambda: tracked.sealed):
             return
@@ -181,8 +182,8 @@ class Recorder:
         if len(data) > self.settings.attachment_mb << 20:
             text = f"The attachment {name!r} has {len(data)} bytes; {self.settings.attachment_mb} MB are allowed."
             raise ValueError(text + " The key results_attachment_mb changes that.")
-        tracked = self._open(unit)
         with self._lock:
+            tracked = self._open(unit)
             chosen, number = encoding.text(name), 1
             while chosen in tracked.names:
                 number += 1
@@ -196,8 +197,10 @@ class Recorder:
     ) -> None:
         """Note with what was measured: its name in the script, what it answers to *IDN?, its calibration's end."""
         due = None if calibration_due is None else calibration_due.strftime("%Y-%m-%d")
-        used = messages.UsedInstrument(self._open(unit).id, encoding.text(name), encoding.text(identity), due)
-        self._open(unit).extras.append(used)
+        with self._lock:
+            tracked = self._open(unit)
+            used = messages.UsedInstrument(tracked.id, encoding.text(name), encoding.text(identity), due)
+            tracked.extras.append(used)
         self._sender.wake()
 
     def event(

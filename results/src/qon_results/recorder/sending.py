@@ -183,9 +183,7 @@ class Sender:
         sent = self._sent.get(tracked.id)
         if sent is None:
             sent = self._begin(tracked)
-        while sent.extras < len(tracked.extras):
-            self._send(tracked.extras[sent.extras])
-            sent.extras += 1
+        self._send_extras(tracked, sent)
         more = tracked.new()
         for _, data in zip(range(CHUNKS), more, strict=False):
             self._send_encoded(data)
@@ -209,6 +207,7 @@ class Sender:
     def _end(self, tracked: Tracked, sent: "_Sent") -> None:
         end = tracked.end
         assert end is not None
+        self._send_extras(tracked, sent)  # the last ones: a run that has ended takes no more
         if not tracked.sealed:
             for read_out in (tracked.new, tracked.changed):
                 for data in read_out():
@@ -216,6 +215,11 @@ class Sender:
         end.measured = tracked.taken
         sent.end = end
         self._await(self._send(end), lambda: self._sealed(tracked, end))
+
+    def _send_extras(self, tracked: Tracked, sent: "_Sent") -> None:
+        while sent.extras < len(tracked.extras):
+            self._send(tracked.extras[sent.extras])
+            sent.extras += 1
 
     def _sealed(self, tracked: Tracked, end: messages.End) -> None:
         if tracked.end is end:

@@ -162,9 +162,9 @@ def begin_message(unit: Unit, description: Any, setup: messages.SetupContents) -
     )
 
 
-def new_id(us: int) -> bytes:
+def new_id(us: int, chance: int | None = None) -> bytes:
     """A UUID of version 7: ordered by time, unique everywhere."""
-    chance = uuid.uuid4().int & ((1 << 74) - 1)
+    chance = (uuid.uuid4().int if chance is None else chance) & ((1 << 74) - 1)
     millisecond = us // 1000 & ((1 << 48) - 1)
     high, low = chance >> 62, chance & ((1 << 62) - 1)
     return (millisecond << 80 | 7 << 76 | high << 64 | 2 << 62 | low).to_bytes(16, "big")

@@ -1,5 +1,6 @@
 """Counting again: the hash of each record, the chain, the numbers."""
 
+import hashlib
 import uuid
 from collections.abc import Iterator
 
@@ -82,9 +83,12 @@ class _Verifier:
         return Verification(self._runs, self._seals, self._measurements, self._chain, fault)
 
     def _damage(self) -> Fault | None:
-        for (text,) in ask(self._connection, "PRAGMA quick_check(1)"):
+        for (text,) in ask(self._connection, "PRAGMA integrity_check(1)"):
             if text != "ok":
                 return Fault(f"The file is damaged: {text}.")
+        for id, sha256, data in ask(self._connection, "SELECT id, sha256, data FROM content"):
+            if hashlib.sha256(data).digest() != sha256:
+                return Fault(f"Content {id} is not what its hash {sha256.hex()} says.")
         return None
 
     def _gap(self) -> Fault | None:

@@ -8,7 +8,7 @@ import time
 from pathlib import Path
 from typing import IO
 
-WAIT_SECONDS = 5.0  # for the writer of a station that has just ended
+WAIT_SECONDS = 1.0  # for the writer of a station that has just ended; the recorder tries again
 
 
 class InUseError(Exception):

@@ -26,8 +26,11 @@ INSERT INTO run (number, id, setup, plan, cell, scanned, product, operation, pur
                  utc_offset_s, begin_us)
 VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)
 """
-_INSERT_ROW = "INSERT OR REPLACE INTO measurement VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"
+_INSERT_ROW = "INSERT INTO measurement VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"
 _DELETE_ROWS = "DELETE FROM measurement WHERE item = ? AND run = ? AND seq >= ? AND seq < ?"
+_KNOWN = """
+SELECT number, plan, begin_us, EXISTS (SELECT 1 FROM seal WHERE seal.run = run.number) FROM run WHERE id = ?
+"""
 _COUNT = """
 SELECT count(*) FROM plan_item AS p CROSS JOIN measurement AS m ON m.item = p.item AND m.run = ? WHERE p.plan = ?
 """
@@ -223,8 +226,7 @@ class Runs:
 
     def _known(self, run: RunId) -> Live | None:
         if run not in self._live:
-            query = """SELECT number, plan, begin_us, EXISTS (SELECT 1 FROM seal WHERE run = number) FROM run WHERE id = ?"""
-            for number, plan, begin_us, sealed in ask(self._connection, query, (run,)):
+            for number, plan, begin_us, sealed in ask(self._connection, _KNOWN, (run,)):
                 self._live[run] = Live(number, plan, begin_us, bool(sealed), None, None)
         return self._live.get(run)
 
