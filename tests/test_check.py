@@ -97,6 +97,7 @@ def test_a_new_station_and_the_demonstration_are_in_order(
 
 def test_the_readme_lists_the_keys_that_the_check_knows() -> None:
     assert keys.readme_table() in (ROOT / "README.md").read_text(encoding="utf-8")
+    assert keys.misspelt(["stop_if_n", "stop_if_ng", "my_key"], "cell2") == {"stop_if_n": "stop_if_ng"}
 
 
 def row(name: str, unit: str = "V") -> Parameter:

@@ -73,9 +73,8 @@ class FakeCell(qon_ats.CellBase):
     def show_message(self, text: str, answer: int) -> int:
         """In place of a message box; the one for a cleanup that failed comes while its exception is handled."""
         self.run.messages.append(text)
-        error = sys.exc_info()[1]
-        if error is not None:
-            self.run.cleanup_exception = error
+        if text.startswith("Cleanup fail: "):
+            self.run.cleanup_exception = sys.exc_info()[1]
         return answer
 
     def print(self, message: Any, end: str = "\n") -> None:

@@ -84,6 +84,13 @@ def nearest(name: str, known: Iterable[str]) -> str:
     return by_plain[near[0]] if near else ""
 
 
+def misspelt(names: Iterable[str], sheet: str) -> dict[str, str]:
+    """Names that are no key but nearly one, each with the key that was probably meant."""
+    known = keys_of(sheet)
+    near = {name: nearest(name, known) for name in names if name not in known}
+    return {name: key for name, key in near.items() if key}
+
+
 def readme_table() -> str:
     """The table of the README."""
     lines = ["| sheet | variable | default | meaning |", "|---|---|---|---|"]

@@ -16,6 +16,7 @@ from .explain import details, explain
 from .fault_window import FaultWindow
 from .faults import Faults, Hooks
 from .installing import install
+from .keys import CELL, misspelt
 from .log_file import logging_of_wx, logging_to
 from .many_items import watching_items
 from .start_failure import show_start_failure
@@ -52,6 +53,7 @@ def run(
             return 1
         app.SetTopWindow(frame)
         _report(faults, frame)
+        _tell_misspelt_keys(frame)
         frame.Show()
         ending = Ending(frame)
         stack.enter_context(closed_by_signals(ending))
@@ -98,6 +100,14 @@ def _built(frame_factory: Callable[[], wx.TopLevelWindow]) -> wx.TopLevelWindow 
         for window in wx.GetTopLevelWindows():
             window.Destroy()
         return None
+
+
+def _tell_misspelt_keys(frame: wx.TopLevelWindow) -> None:
+    """A key that nobody reads keeps its default without a word."""
+    sheets = {cell.cell_config for cell in getattr(frame, "cells", ())}
+    for sheet in sheets:
+        for name, key in misspelt(sheet, CELL).items():
+            log.warning('%s, sheet "%s": no key "%s"; did you mean "%s"?', sheet.file, sheet.name, name, key)
 
 
 def _report(faults: Faults, frame: wx.TopLevelWindow) -> None:
