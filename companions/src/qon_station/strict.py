@@ -32,13 +32,13 @@ class StrictRunner(CellRunnerBase):
     """Derive a script's CellRunner from this instead of CellRunnerBase; all else is the same."""
 
     def assert_true(
-        self, name: str, value: Any, stop_if_ng: bool | None = None, category: str | None = "all"
+        self, name: str, value: Any, stop_if_ng: bool | None = None, category: str = "all"
     ) -> Assertion:
         verdict(name, value)
         return super().assert_true(name, value, stop_if_ng, category)
 
     def assert_false(
-        self, name: str, value: Any, stop_if_ng: bool | None = None, category: str | None = "all"
+        self, name: str, value: Any, stop_if_ng: bool | None = None, category: str = "all"
     ) -> Assertion:
         verdict(name, value)
         return super().assert_false(name, value, stop_if_ng, category)
@@ -48,17 +48,17 @@ class StrictRunner(CellRunnerBase):
         name: str,
         value: Any,
         result: Any,
-        unit: str | None = "N/A",
+        unit: str = "N/A",
         lower: Any = None,
         upper: Any = None,
         stop_if_ng: bool | None = None,
-        category: str | None = "all",
+        category: str = "all",
     ) -> Assertion:
         judged = verdict(name, result)
         return super().assert_result(name, value, judged, unit, lower, upper, stop_if_ng, category)
 
     def try_limits(
-        self, name: str, value: Any, lower: Any, upper: Any, unit: str | None = "", result: Any = None
+        self, name: str, value: Any, lower: Any, upper: Any, unit: str = "", result: Any = None
     ) -> Assertion:
         judged = None if result is None else verdict(name, result)
         return super().try_limits(name, value, lower, upper, unit, judged)
