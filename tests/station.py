@@ -230,6 +230,7 @@ def file_dialog(path: Path | None) -> Iterator[mock.Mock]:
     dialog = mock.Mock(spec=wx.FileDialog)
     dialog.ShowModal.return_value = wx.ID_CANCEL if path is None else wx.ID_OK
     dialog.GetPath.return_value = str(path or "")
+    dialog.GetFilterIndex.return_value = 0
     with mock.patch.object(wx, "FileDialog", return_value=dialog) as asked:
         yield asked
     assert dialog.Destroy.called is asked.called

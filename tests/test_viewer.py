@@ -346,7 +346,9 @@ def test_a_column_is_one_entry(station: Station, installed: None, monkeypatch: p
     panel.ui_history.SelectRow(0)
     panel.on_view_uut_detail(None)
     assert texts(panel.ui_assertions) == [["got", "a", "9", "0", "1", "", "NG"]]
-    assert colours(panel.ui_assertions, 0) == ["white"] * 6 + ["red"] and texts(panel.ui_history)[0][5:] == ["3"]
+    assert colours(panel.ui_assertions, 0) == ["white"] * 6 + ["red"] and texts(panel.ui_history)[0][5:] == [
+        "3"
+    ]
 
 
 def test_a_report_of_what_is_selected(kept: TestDataViewerPanel, boxes: Boxes, tmp_path: Path) -> None:
@@ -393,6 +395,9 @@ def test_a_report_of_what_is_selected(kept: TestDataViewerPanel, boxes: Boxes, t
     assert {value.data_type for _, value in cells[: len(odd) + 3]} == {"s"}
     assert boxes.of() == [f"The report of ../B:1 was saved:\n{path}"]
     before = path.read_bytes()
+    save(kept, path.with_suffix(""))  # asks nothing about the file that it would replace
+    assert boxes.of("Error").pop().endswith(f"{path}:\nThis file is there already; choose it to replace it")
+    boxes.shown.clear()
     for _ in range(2):  # each time, not only the first
         with mock.patch(
             "qon_companions.files.os.replace", side_effect=OSError(28, "No space left on device")
@@ -414,7 +419,7 @@ def test_a_serial_number_as_a_file_name(serial: str, name: str) -> None:
     assert safe_name(serial, otherwise="") == name
 
 
-def test_the_analysis_tells_what_it_shows(kept: TestDataViewerPanel) -> None:
+def test_the_analysis_tells_what_it_shows(kept: TestDataViewerPanel, boxes: Boxes, tmp_path: Path) -> None:
     values = [(5.0123456789, 5.1), (4.9, 5.1), (5.05, 5.0)]
     for number, (value, upper) in enumerate(values):
         kept.append(
@@ -440,6 +445,12 @@ def test_the_analysis_tells_what_it_shows(kept: TestDataViewerPanel) -> None:
     assert limits.get_xydata().tolist() == [[-0.5, 5.1], [1.5, 5.1], [1.5, 5.0], [2.5, 5.0]]
     ticks = [axes.xaxis.get_major_formatter()(place) for place in axes.get_xticks()]
     assert ticks[:3] == ["1", "2", "3"]  # counted, not measured
+    path = tmp_path / "plot.png"
+    for error in (None, OSError(28, "No space left on device")):
+        with file_dialog(path) as asked, mock.patch("qon_companions.files.os.fsync", side_effect=error):
+            axes.figure.canvas.toolbar.save_figure()
+    assert asked.call_args.kwargs["defaultFile"] == "V [V].png" and path.read_bytes()[1:4] == b"PNG"
+    assert [kind for kind, *_ in boxes.shown] == ["Notice", "Error"]
     click_row(kept.ui_history, 2)  # the same item of another unit
     pump(lambda: list(kept.ui_assertions.GetSelectedRows()) == [1])
     assert kept.ui_single_item_name.GetValue() == "V" and figures(kept)[0] == "2"

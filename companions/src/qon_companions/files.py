@@ -102,3 +102,13 @@ def safe_name(text: str, otherwise: str = "file") -> str:
     if not name.strip("_"):
         return otherwise
     return f"_{name}" if _RESERVED.fullmatch(name) else name
+
+
+def with_suffix(path: Path, suffix: str) -> Path:
+    """The chosen file with the suffix that was left out; FileExistsError rather than a file nobody was asked about."""
+    if path.suffix.lower() == suffix:
+        return path
+    whole = path.with_name(path.name + suffix)
+    if whole.exists():
+        raise FileExistsError(errno.EEXIST, "This file is there already; choose it to replace it", str(whole))
+    return whole

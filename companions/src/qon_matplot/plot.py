@@ -1,8 +1,12 @@
 """The matplotlib side of the panel: figure, canvas, tool bar."""
 
+import logging
+from io import BytesIO
+from pathlib import Path
 from typing import Any, ClassVar
 
 import matplotlib
+import qon_wxtools
 import wx
 from matplotlib import font_manager
 from matplotlib.axes import Axes
@@ -10,6 +14,7 @@ from matplotlib.backend_bases import KeyEvent, key_press_handler
 from matplotlib.backends.backend_wx import NavigationToolbar2Wx
 from matplotlib.backends.backend_wxagg import FigureCanvasWxAgg
 from matplotlib.figure import Figure
+from qon_companions.files import safe_name, with_suffix, write_atomically
 from qon_companions.i18n import _
 
 from .envelope import PlotAxes
@@ -30,12 +35,17 @@ _CHINESE_FONTS = (
 # A line of ten thousand points is drawn in pieces and simplified by up to one pixel, which takes a third of the time.
 _FAST_LINES = {"path.simplify_threshold": 1.0, "agg.path.chunksize": 1000}
 
+_PICTURES = ("png", "svg", "pdf")  # as which a plot can be saved
+
 # Milliseconds after a plot, and ticks of an axis, for the axes that are made ahead.
 _SPARE_DELAY = 30
 _SPARE_TICKS = 12
 
 # Inches: room for tick labels and an axis label at the left, for a title at the top.
 _LEFT, _RIGHT, _BOTTOM, _TOP = 0.85, 0.2, 0.55, 0.4
+
+
+log = logging.getLogger(__name__)
 
 
 class _ToolBar(NavigationToolbar2Wx):
@@ -59,6 +69,44 @@ class _ToolBar(NavigationToolbar2Wx):
         ]
         self.toolitems = toolitems
         super().__init__(canvas)
+
+    def save_figure(self, *_args: Any) -> None:
+        """As a picture, whole or not at all; how that went is told.  The figure's label is the proposed name."""
+        figure = self.canvas.figure
+        name = safe_name(str(figure.get_label()), otherwise="plot")
+        chosen = _asked_for_picture(self.GetParent(), name)
+        if chosen is None:
+            return
+        path, kind = chosen
+        try:
+            path = with_suffix(path, f".{kind}")
+            picture = BytesIO()
+            figure.savefig(picture, format=kind)
+            write_atomically(path, picture.getvalue())
+        except Exception as error:
+            log.exception("The picture %s could not be saved.", path)
+            text = _("The picture could not be saved:\n{reason}")
+            qon_wxtools.MB.Error(text.format(reason=error))
+        else:
+            qon_wxtools.MB.Notice(_("The picture was saved:\n{path}").format(path=path))
+
+
+def _asked_for_picture(parent: wx.Window, name: str) -> tuple[Path, str] | None:
+    dialog = wx.FileDialog(
+        parent,
+        _("Give a file name to save"),
+        defaultFile=f"{name}.{_PICTURES[0]}",
+        wildcard="|".join(f"{kind.upper()} (*.{kind})|*.{kind}" for kind in _PICTURES),
+        style=wx.FD_SAVE | wx.FD_OVERWRITE_PROMPT,
+    )
+    try:
+        if dialog.ShowModal() != wx.ID_OK:
+            return None
+        path = Path(dialog.GetPath())
+        typed = path.suffix[1:].lower()
+        return path, typed if typed in _PICTURES else _PICTURES[dialog.GetFilterIndex()]
+    finally:
+        dialog.Destroy()
 
 
 class _Canvas(FigureCanvasWxAgg):

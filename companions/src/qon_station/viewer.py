@@ -2,6 +2,7 @@
 
 import logging
 import os
+from pathlib import Path
 from typing import Any
 
 import qon_ats
@@ -10,7 +11,7 @@ import qon_wxtools
 import wx
 from qon_ats import UUT
 from qon_atsui.columns import further_unit_columns
-from qon_companions.files import safe_name
+from qon_companions.files import safe_name, with_suffix
 from qon_companions.gui_thread import post
 from qon_companions.i18n import _
 
@@ -34,7 +35,8 @@ class StationViewerPanel(ItemRows, ItemAnalysis):
         super().__init__(*args, **keywords)
         first = self.ui_history.GetNumberCols()
         self._further = [
-            (column, text_of) for column, (_title, _width, text_of) in enumerate(further_unit_columns(), first)
+            (column, text_of)
+            for column, (_title, _width, text_of) in enumerate(further_unit_columns(), first)
         ]
         for column, (title, width, _text_of) in enumerate(further_unit_columns(), first):
             self.ui_history.AppendCols(1)
@@ -76,6 +78,7 @@ class StationViewerPanel(ItemRows, ItemAnalysis):
             return
         name = uut.serial_number or os.path.basename(path)
         try:
+            path = str(with_suffix(Path(path), ".xlsx"))
             self._TestDataViewerPanel__generate_test_report(uut, path)
         except Exception as error:
             log.exception("The report of %s could not be made.", name)

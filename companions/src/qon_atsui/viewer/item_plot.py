@@ -36,6 +36,7 @@ def complete(axes: Axes, title: str, lower: Limits, upper: Limits) -> None:
             line.set_marker("o")
             line.set_markersize(4)
     axes.margins(y=_ROOM)
+    axes.figure.set_label(title)
     name = title if len(title) <= _LONGEST_NAME else title[: _LONGEST_NAME - 1] + "\u2026"
     # Matplotlib's own title would measure all tick labels once more.
     _note(axes, name, (0.5, 1.0), (0, 7), "center", "bottom")
