@@ -36,6 +36,10 @@ def answer(dialog: Any) -> None:
     dialog.EndModal(wx.ID_OK)
 
 
+def refuse(_unit: Any) -> None:
+    raise OSError("disk full")
+
+
 RUN = """\
 self.print("settling")
 if self.uut.serial_number == "SN/2":
@@ -54,9 +58,13 @@ def test_each_run_stands_in_the_station_s_log_and_in_a_file_of_its_own(
         frame = installed(RUN, cleanup="raise ValueError('still on')", assertion_config_file=str(limits))
         for number in ("SN1", "SN/2"):
             installed.run(frame.cells[0], number)
+        qon_station.before_run.subscribe(refuse)
+        installed.run(frame.cells[0], "SN3")
+        qon_station.before_run.unsubscribe(refuse)
     whole = log.read_text(encoding="utf-8")
-    first, second = sorted((log.parent / "runs").rglob("*.log"))
+    first, second, third = sorted((log.parent / "runs").rglob("*.log"))
     assert [path.stem[6:] for path in (first, second)] == ["-cell1-SN1", "-cell1-SN_2"]
+    assert "disk full" in third.read_text(encoding="utf-8") and "SN3 ends: EXCEPTION" in whole
     ended = "Test of SN1 ends: OK, 2 items"
     for text in ("Test of SN1 begins; script", "settling", "Is it lit? | answer: Lit", ended, "blanks or case"):
         assert text in first.read_text(encoding="utf-8") and text in whole, text

@@ -34,12 +34,13 @@ class Hook(Generic[_F]):
         self._lock = threading.Lock()
         self._listeners: tuple[_F, ...] = ()
 
-    def subscribe(self, listener: _F) -> _F:
-        """Call this one, too; returns it, so that it can be written as a decorator."""
+    def subscribe(self, listener: _F, first: bool = False) -> _F:
+        """Call this one, too, `first` or behind those that are there; returns it, to be written as a decorator."""
         if not callable(listener):
             raise TypeError(f"A listener must be callable, not {listener!r}.")
         with self._lock:
-            self._listeners = (*self._listeners, listener)
+            before = self._listeners
+            self._listeners = (listener, *before) if first else (*before, listener)
         return listener
 
     def unsubscribe(self, listener: _F) -> bool:

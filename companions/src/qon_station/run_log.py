@@ -72,7 +72,8 @@ class RunFiles(logging.Handler):
             return
         file = self._open(unit)
         if file is not None:
-            self._of_thread[threading.get_ident()] = self._of_logger[cell.name] = file
+            with self._alone():
+                self._of_thread[threading.get_ident()] = self._of_logger[cell.name] = file
         unit.ended_event.subscribe(self._end)
         limits = unit.limits_file or "none"
         cell.logger.info("Test of %s begins; script %s, limits %s", _unit(unit), unit.script, limits)
@@ -94,11 +95,21 @@ class RunFiles(logging.Handler):
                 level, "Test of %s ends: %s, %d items, %.1f s", _unit(unit), outcome, count, unit.duration
             )
             self._tell_limits(cell)
-        self._of_thread.pop(threading.get_ident(), None)
-        file = self._of_logger.pop(cell.name, None) if cell is not None else None
-        if file is not None:
-            with contextlib.suppress(OSError):
+        with self._alone(), contextlib.suppress(OSError):
+            file = self._of_thread.pop(threading.get_ident(), None)
+            for name in [name for name, each in self._of_logger.items() if each is file]:
+                del self._of_logger[name]
+            if file is not None:
                 file.close()
+
+    @contextlib.contextmanager
+    def _alone(self) -> Iterator[None]:
+        """No other thread writes meanwhile; the GUI thread does, too, with the cell's logger."""
+        self.acquire()
+        try:
+            yield
+        finally:
+            self.release()
 
     def _tell_limits(self, cell: Any) -> None:
         """All when something has changed; the same again would fill the log."""
@@ -167,7 +178,7 @@ def run_files(folder: Path, formatter: logging.Formatter) -> Iterator[None]:
     files.setFormatter(formatter)
     root = logging.getLogger()
     root.addHandler(files)
-    before_run.subscribe(files.begin)
+    before_run.subscribe(files.begin, first=True)  # a listener that raises ends a run that stands in the log, too
     closing.subscribe(files.close)
     try:
         yield
