@@ -1,6 +1,7 @@
 """The unit that a station keeps: hooks around a run, its outcome, and what nothing can change afterwards."""
 
 import os
+import pickle
 import sys
 from collections.abc import Callable
 from pathlib import Path
@@ -53,6 +54,8 @@ def test_however_a_run_ends_its_unit_is_final_and_all_hear_the_same(kept: Any, r
     assert (unit.summer, unit.first_ng_item_name(), unit.is_ok) == (summer, first, kind == "OK")
     assert (cell.is_aborted(), cell._exception_object is None) == (kind == "ABORTED", kind != "EXCEPTION")
     end, took = unit.end_time, unit.duration
+    kept_copy = pickle.loads(pickle.dumps(unit))
+    assert (kept_copy.outcome, kept_copy.duration, kept_copy.cell) == (unit.outcome, took, None)
     cell.abort("too late")
     cell.set_serial_number("SN2")
     unit.done = True

@@ -5,6 +5,7 @@ import threading
 import time
 import weakref
 from collections.abc import Callable
+from functools import partial
 from typing import Any
 
 from qon_ats import UUT, Assertion, CellBase
@@ -53,6 +54,18 @@ class StationUnit(UUT):
         """Seconds from the start to the end of the run, cleanup included, or to now; no clock change shows in it."""
         return time.monotonic() - self._began if self._took is None else self._took
 
+    def __getstate__(self) -> dict[str, Any]:
+        """A copy is a record of its own: neither cell nor subscribers, and its clock stands."""
+        state = super().__getstate__()
+        for name in ("append_assertion", "ended_event"):
+            state.pop(name, None)
+        return {**state, "_cell": None, "_aborted": None, "_test_thread": 0, "_took": self.duration}
+
+    def __setstate__(self, state: dict[str, Any]) -> None:
+        super().__setstate__(state)
+        self.ended_event = Callback()
+        self._seal()
+
     # What the cell tells.
 
     def begun(
@@ -83,9 +96,14 @@ class StationUnit(UUT):
         """The outcome is final, and so is everything else."""
         self.close()
         self._final = self._expected = outcome
-        # An attribute of the ended unit alone: while a test runs nothing stands in the way of a measurement.
-        self.append_assertion = self._refuse_assertion  # type: ignore[method-assign]
+        self._seal()
         self.ended_event(self)
+
+    def _seal(self) -> None:
+        """An attribute of the ended unit alone: while a test runs nothing stands in the way of a measurement."""
+        if self._final is not None:
+            label = self.serial_number or "this unit"
+            self.append_assertion = partial(_refuse_assertion, label)  # type: ignore[method-assign]
 
     # What the engine, the windows and scripts ask.
 
@@ -177,6 +195,6 @@ class StationUnit(UUT):
         )
         return False
 
-    def _refuse_assertion(self, assertion: Assertion) -> None:
-        text = f"The run of {self.serial_number or 'this unit'} has ended; {assertion!r} could not be added."
-        raise ValueError(text)
+
+def _refuse_assertion(label: str, assertion: Assertion) -> None:
+    raise ValueError(f"The run of {label} has ended; {assertion!r} could not be added.")
