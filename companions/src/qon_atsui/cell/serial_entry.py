@@ -160,7 +160,7 @@ def may_take_focus(entry: SerialEntry) -> bool:
     holder = wx.Window.FindFocus()
     if holder is entry:
         return True
-    if holder is None or not holder.IsEnabled():  # a box was closed, or its own test starts
+    if holder is None or not (holder.IsEnabled() and holder.IsShownOnScreen()):  # a box went, or its test starts
         return not _is_half_typed_elsewhere(entry)
     if wx.GetTopLevelParent(holder) is not wx.GetTopLevelParent(entry):
         return False
