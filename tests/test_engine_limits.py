@@ -1,12 +1,19 @@
 """Which limits reach a measurement, and the limits workbook."""
 
+import contextlib
+import inspect
+import queue
 import zipfile
+from collections.abc import Iterator
 from pathlib import Path
 from typing import Any
+from unittest import mock
 
 import pytest
-from hostcell import Host, HostCell
-from qon_ats import UUT
+import qon_ats
+from hostcell import Host, HostCell, runner_of
+from qon_ats import UUT, Assertion, CellBase
+from qon_testparameters import SheetParameters
 from support import write_limits
 
 LIMITS = {"v": (4.9, 5.1), "open": (None, 5.1), "floor": (1, None)}
@@ -98,3 +105,56 @@ def test_the_configured_file_name_is_stripped_and_must_be_there(host: Host, tmp_
 def test_there_is_nothing_to_export_before_the_first_run(host: Host) -> None:
     with pytest.raises(AssertionError, match="^$"):
         host().export_assertion_config()
+
+
+# What a test may replace: methods, and properties with a dot, of classes; and methods of single objects.
+CLASSES: dict[Any, str] = {
+    Assertion: "__init__ update get_unit set_unit get_name is_ng is_tbd .unit .name .value",
+    UUT: "append_assertion",
+    CellBase: "append assert_with_limits assert_with_result .assertion_configs .cell_config",
+    queue.Queue: "_put",
+    SheetParameters: "get",
+}
+OBJECTS: dict[Any, str] = {
+    "prepared": "get_unit set_unit get_name is_ng is_tbd",
+    "unit": "append_assertion",
+    "cell": "append assert_with_limits assert_with_result",
+    "queue": "put _put",
+}
+REPLACED = [(owner, name) for table in (CLASSES, OBJECTS) for owner in table for name in table[owner].split()]
+
+
+@contextlib.contextmanager
+def replaced(holder: Any, name: str) -> Iterator[list[Any]]:
+    """The calls that reach what stands in for a method or property meanwhile."""
+    calls: list[Any] = []
+    attribute = name.removeprefix(".")
+    original = inspect.getattr_static(holder, attribute) if name != attribute else getattr(holder, attribute)
+
+    def seen(*args: Any, **keywords: Any) -> Any:
+        calls.append(args)
+        return (original.fget if name != attribute else original)(*args, **keywords)
+
+    with mock.patch.object(holder, attribute, property(seen, original.fset) if name != attribute else seen):
+        yield calls
+
+
+@pytest.mark.parametrize(("owner", "name"), REPLACED)
+def test_what_replaces_a_method_counts_at_once(owner: Any, name: str, cell: HostCell) -> None:
+    runner = runner_of(cell)
+    for replacing in (False, False, True, False):
+        cell.uut, prepared = UUT(), Assertion("p", 5, 6, 7, None)
+        objects = {"prepared": prepared, "unit": cell.uut, "cell": cell, "queue": cell._assertion_queue}
+        holder = objects.get(owner, owner)
+        with replaced(holder, name) if replacing else contextlib.nullcontext([]) as calls:
+            with contextlib.suppress(qon_ats._NGException):
+                runner.assert_limits("v", 5.2, 0, 9, stop_if_ng=True)
+            runner.append_ok("w", 1)
+            with contextlib.suppress(qon_ats._NGException):
+                cell.append(prepared, True)
+            named = cell.uut.get_assertion_by_name("w")
+            assert cell.uut.is_ng and named.is_ok() and named.export_config().value == 1
+            cell.uut.done = True
+        recorded = cell.uut.assertions
+        assert bool(calls) is replacing and cell.uut.summer == "NG" and len(recorded) == 3
+        assert [cell._assertion_queue.get() for _ in range(3)] == recorded == cell.get_assertions()[-3:]

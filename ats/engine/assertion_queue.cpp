@@ -39,26 +39,39 @@ PyTypeObject* queue_class = nullptr;
 
 QueueParts* parts(nb::handle queue) { return reinterpret_cast<QueueParts*>(queue.ptr()); }
 
-bool is_locked(const QueueParts* queue) {
-    const nb::object answer = nb::steal(nb::detail::raise_if_null(PyObject_CallNoArgs(queue->locked)));
-    return answer.ptr() != Py_False;
+// A bound method with one argument, or none where it is null; those of the interpreter's own types directly.
+nb::object call_bound(PyObject* bound, PyObject* argument = nullptr) {
+    if (PyCFunction_CheckExact(bound) && PyCFunction_GET_FLAGS(bound) == (argument ? METH_O : METH_NOARGS))
+        return nb::steal(nb::detail::raise_if_null(
+            PyCFunction_GET_FUNCTION(bound)(PyCFunction_GET_SELF(bound), argument)));
+    PyObject* result = argument ? PyObject_CallOneArg(bound, argument) : PyObject_CallNoArgs(bound);
+    return nb::steal(nb::detail::raise_if_null(result));
 }
+
+bool is_locked(const QueueParts* queue) { return call_bound(queue->locked).ptr() != Py_False; }
 
 bool is_unbounded(const QueueParts* queue) {
     return queue->max_size && PyLong_CheckExact(queue->max_size) && PyLong_AsLong(queue->max_size) == 0;
 }
 
-// Does what Queue.put does between taking and releasing its lock.  The interpreter lock stands in for it:
-// with the mutex free no thread is inside the queue, and nothing here lets another one run.  Returns false,
-// having done nothing, where a waiting consumer must be woken or anything is not as a plain queue has it.
-bool put_directly(QueueParts* queue, PyObject* item) {
+Py_ssize_t waiting(const QueueParts* queue) {
+    const Py_ssize_t count = PyObject_Size(queue->waiters);
+    if (count < 0) throw nb::python_error();
+    return count;
+}
+
+// Whether `store` may do what Queue.put does between taking and releasing its lock.  The interpreter lock
+// stands in for it: with the mutex free no thread is inside the queue, and nothing here lets another one run.
+// False where a waiting consumer must be woken or anything is not as a plain queue has it.
+bool is_free(const QueueParts* queue) {
     if (!queue->waiters || !queue->locked || !queue->append || !is_unbounded(queue)) return false;
     if (queue->is_shut_down && queue->is_shut_down != Py_False) return false;
-    if (PyObject_Size(queue->waiters) != 0 || is_locked(queue)) return false;
-    const nb::object done = nb::steal(PyObject_CallOneArg(queue->append, item));
-    if (!done.is_valid()) throw nb::python_error();
+    return waiting(queue) == 0 && !is_locked(queue);
+}
+
+void store(QueueParts* queue, PyObject* item) {
+    call_bound(queue->append, item);
     ++queue->unfinished_tasks;
-    return true;
 }
 
 PyObject* original_put = nullptr;    // of queue.Queue
@@ -77,8 +90,9 @@ bool is_base_native(nb::handle queue) {
 }
 
 nb::object put_method(nb::handle self, const Arguments& args) {
-    if (Py_TYPE(self.ptr()) != queue_class || !is_base_native(self) ||
-        !put_directly(parts(self), args[0].ptr()))
+    if (is_base_native(self) && is_free(parts(self)))
+        store(parts(self), args[0].ptr());
+    else
         python_module<"queue">().attr("Queue").attr("put")(self, args[0], args[1], args[2]);
     return nb::none();
 }
@@ -134,7 +148,7 @@ constexpr Member kQueue[] = {
     method("put(item, block = True, timeout = None)", put_method),
 };
 
-// Whether `queue.put(item)` comes down to `put_directly`.
+// Whether `queue.put(item)` comes down to the method of this class.
 bool is_put_native(nb::handle queue) {
     static KeptOfObject<bool> kept;
     return kept.of(queue.ptr(), [](PyObject* object) {
@@ -146,8 +160,15 @@ bool is_put_native(nb::handle queue) {
 
 nb::object new_assertion_queue() { return nb::handle(reinterpret_cast<PyObject*>(queue_class))(); }
 
+bool takes_directly(nb::handle queue) { return is_put_native(queue) && is_free(parts(queue)); }
+
+void put_directly(nb::handle queue, nb::handle item) { store(parts(queue), item.ptr()); }
+
 void put(nb::handle queue, nb::handle item) {
-    if (!is_put_native(queue) || !put_directly(parts(queue), item.ptr())) queue.attr("put")(item);
+    if (takes_directly(queue))
+        put_directly(queue, item);
+    else
+        queue.attr("put")(item);
 }
 
 void init_assertion_queue(nb::module_& module) {

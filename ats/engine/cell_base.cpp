@@ -15,11 +15,6 @@ namespace {
 PyObject* cell_base = nullptr;
 
 template <Literal L>
-nb::object get(nb::handle self, const Arguments&) {
-    return field<L>(self);
-}
-
-template <Literal L>
 nb::object set(nb::handle self, const Arguments& args) {
     set_field<L>(self, args[0]);
     return nb::none();
@@ -118,27 +113,27 @@ nb::object debug_print(nb::handle self, const Arguments& args) {
 constexpr Member kMembers[] = {
     // construction and configuration
     method("__init__(number: int, cell_config)", construct_cell),
-    property("uut_type", get<"_CellBase__uut_type">, "value", set_uut_type),
-    property("uut", get<"_CellBase__uut">, "value", set<"_CellBase__uut">),
-    property("cell_config", get<"_CellBase__cell_config">),
-    property("assertion_configs", get<"_assertion_configs">),
-    property("runner_class_name", get<"_CellBase__cell_runner_class_name">, "value",
+    property("uut_type", get_field<"_CellBase__uut_type">, "value", set_uut_type),
+    property("uut", get_field<"_CellBase__uut">, "value", set<"_CellBase__uut">),
+    property("cell_config", get_field<"_CellBase__cell_config">),
+    property("assertion_configs", get_field<"_assertion_configs">),
+    property("runner_class_name", get_field<"_CellBase__cell_runner_class_name">, "value",
              set<"_CellBase__cell_runner_class_name">),
-    property("script", get<"_CellBase__script">, "script_path", set_script),
+    property("script", get_field<"_CellBase__script">, "script_path", set_script),
     static_method("load_assertion_configs(filename: str)", load_assertion_configs_method),
     method("set_assertion_config_file(filename: str?)", set_assertion_config_file),
     method("export_assertion_config()", export_assertion_config),
     // who and what
     property("name", cell_name),
     method("get_cell_name()", cell_name),
-    property("cell_number", get<"_number">),
+    property("cell_number", get_field<"_number">),
     property("logger", logger),
     // states
-    property("running_state", get<"_state">, "value", set<"_state">),
+    property("running_state", get_field<"_state">, "value", set<"_state">),
     method("is_running()", is_running),
     method("is_busy()", is_busy),
     method("is_ready()", is_ready),
-    method("has_done()", get<"_CellBase__done_flag">),
+    method("has_done()", get_field<"_CellBase__done_flag">),
     method("is_in_cell_test_thread()", is_in_cell_test_thread),
     method("reset_state()", reset_state),
     // a run
@@ -200,7 +195,6 @@ void init_cell_base(nb::module_& module) {
     constants["CellStateBusy"] = 1;
     const nb::tuple bases = nb::make_tuple(nb::handle(reinterpret_cast<PyObject*>(&PyBaseObject_Type)));
     cell_base = build_class(module, "CellBase", bases, kMembers, constants).release().ptr();
-    remember_cell_properties(cell_base);
 }
 
 }  // namespace ats

@@ -1,58 +1,73 @@
-// cell_lookups.cpp - telling the engine's own properties from a subclass's.
+// cell_lookups.cpp - telling the engine's own fields and methods from replaced ones.
 #include "engine/cell_lookups.hpp"
 
+#include "engine/recording.hpp"
 #include "module/fields.hpp"
 
 namespace ats {
 namespace {
 
-PyObject* own_assertion_configs = nullptr;
-PyObject* own_cell_config = nullptr;
-
-PyObject* find_property(nb::handle cell_base, PyObject* property_name) {
-    return cpython_private::type_lookup(reinterpret_cast<PyTypeObject*>(cell_base.ptr()), property_name);
+// A property is a data descriptor: an instance attribute of the same name cannot stand before it.
+template <Literal property_name, Literal field_name>
+PyObject* behind_property(PyObject* cell) {
+    const bool is_own =
+        is_native_property_in(Py_TYPE(cell), name<property_name>(), get_field<field_name>, nullptr);
+    return is_own ? plain_field(cell, name<field_name>()) : nullptr;
 }
 
-// A property is a data descriptor: an instance attribute of the same name cannot stand before it.
-PyObject* behind_property(PyObject* cell, PyObject* property_name, PyObject* own, PyObject* field_name) {
-    const bool is_own = cpython_private::type_lookup(Py_TYPE(cell), property_name) == own;
-    return is_own ? plain_field(cell, field_name) : nullptr;
+// What a configuration's method `get` says that it reads: its attribute `reads` names a slot with a
+// dictionary, and the attribute of what is found there.  A plain function alone is believed.
+struct Reading {
+    Py_ssize_t slot = 0;  // 0: `get` has to be called
+    PyObject* attribute = nullptr;
+};
+
+Reading find_reading(PyTypeObject* type) {
+    PyObject* get = cpython_private::type_lookup(type, name<"get">());
+    if (!get || !PyFunction_Check(get)) return {};
+    const nb::object reads = nb::getattr(nb::handle(get), "reads", nb::none());
+    if (!PyTuple_CheckExact(reads.ptr()) || PyTuple_GET_SIZE(reads.ptr()) != 2) return {};
+    return {slot_offset(type, PyTuple_GET_ITEM(reads.ptr(), 0)), PyTuple_GET_ITEM(reads.ptr(), 1)};
 }
 
 }  // namespace
 
-nb::object unit_of_run(nb::handle cell) { return kept_field<"_CellBase__uut">(cell); }
-nb::object queue_of(nb::handle cell) { return kept_field<"_assertion_queue">(cell); }
-nb::object categories_of(nb::handle cell) { return kept_field<"_assertion_category">(cell); }
+CellFacts find_cell_facts(PyObject* cell) {
+    CellFacts facts;
+    facts.unit = plain_field(cell, name<"_CellBase__uut">());
+    facts.queue = plain_field(cell, name<"_assertion_queue">());
+    facts.categories = plain_field(cell, name<"_assertion_category">());
+    facts.limits = behind_property<"assertion_configs", "_assertion_configs">(cell);
+    facts.config = behind_property<"cell_config", "_CellBase__cell_config">(cell);
+    facts.append = is_native<"append", append_method>(cell);
+    facts.assert_with_limits = is_native<"assert_with_limits", assert_with_limits_method>(cell);
+    facts.assert_with_result = is_native<"assert_with_result", assert_with_result_method>(cell);
+    return facts;
+}
 
 nb::object assertion_configs_of(nb::handle cell) {
-    static KeptOfObject<PyObject*> kept;
-    PyObject* configs = kept.of(cell.ptr(), [](PyObject* object) {
-        return behind_property(object, name<"assertion_configs">(), own_assertion_configs,
-                               name<"_assertion_configs">());
-    });
-    return configs ? nb::borrow(configs) : field<"assertion_configs">(cell);
+    PyObject* limits = facts_of(cell).limits;
+    return limits ? nb::borrow(limits) : field<"assertion_configs">(cell);
 }
 
 nb::object cell_config_of(nb::handle cell) {
-    static KeptOfObject<PyObject*> kept;
-    PyObject* config = kept.of(cell.ptr(), [](PyObject* object) {
-        return behind_property(object, name<"cell_config">(), own_cell_config,
-                               name<"_CellBase__cell_config">());
-    });
+    PyObject* config = facts_of(cell).config;
     return config ? nb::borrow(config) : field<"cell_config">(cell);
 }
 
 nb::object configured(nb::handle cell, PyObject* key, PyObject* default_value) {
+    static KeptOfType<Reading> kept;
     const nb::object config = cell_config_of(cell);
-    PyObject* arguments[] = {config.ptr(), key, default_value};
-    return nb::steal(nb::detail::raise_if_null(
-        PyObject_VectorcallMethod(name<"get">(), arguments, 3 | PY_VECTORCALL_ARGUMENTS_OFFSET, nullptr)));
-}
-
-void remember_cell_properties(nb::handle cell_base) {
-    own_assertion_configs = find_property(cell_base, name<"assertion_configs">());
-    own_cell_config = find_property(cell_base, name<"cell_config">());
+    const Reading reading = kept.of(Py_TYPE(config.ptr()), find_reading);
+    PyObject* values = reading.slot ? in_slot(config.ptr(), reading.slot) : nullptr;
+    if (!values || !PyDict_CheckExact(values) || has_in_dict(config.ptr(), name<"get">()))
+        return config.attr(nb::handle(name<"get">()))(nb::handle(key), nb::handle(default_value));
+    PyObject* found = PyDict_GetItemWithError(values, key);
+    if (found)
+        return nb::steal(
+            nb::detail::raise_if_null(PyObject_GetAttr(nb::borrow(found).ptr(), reading.attribute)));
+    if (PyErr_Occurred()) throw nb::python_error();
+    return nb::borrow(default_value);
 }
 
 }  // namespace ats

@@ -29,8 +29,8 @@ struct Limits {
         if (configs.is_none()) return;
         const nb::object parameter = configured_limits(configs, item_name);
         if (parameter.is_none()) return;
-        lower = field<"low">(parameter);
-        upper = field<"up">(parameter);
+        lower = slot_field<"low">(parameter);
+        upper = slot_field<"up">(parameter);
     }
 };
 
@@ -47,7 +47,7 @@ nb::object judged(nb::handle cell, const Judgement& judgement) {
 
 nb::object record(nb::handle cell, const Judgement& judgement) {
     nb::object assertion = judged(cell, judgement);
-    if (calls_natively<"append", append_method>(cell))
+    if (facts_of(cell).append)
         append(cell, assertion, judgement.stop_if_ng, judgement.category);
     else
         cell.attr("append")(assertion, nb::handle(judgement.stop_if_ng), nb::handle(judgement.category));
@@ -68,7 +68,7 @@ void add_to_category(nb::handle categories, nb::handle category, nb::handle asse
 }
 
 void categorise(nb::handle cell, nb::handle category, nb::handle assertion) {
-    const nb::object categories = categories_of(cell);
+    const nb::object categories = field<"_assertion_category">(cell);
     const nb::handle all(name<"all">());
     bool in_all = false;
     if (PyList_Check(category.ptr())) {
@@ -95,6 +95,31 @@ void check_before_recording(nb::handle assertion, nb::handle category) {
         for (nb::handle each : nb::tuple(category)) demand_hashable(each);
     else
         demand_hashable(category);
+}
+
+// The list of a category that is there, borrowed; null where it is not, or nothing plain.
+PyObject* list_of_all(PyObject* categories) {
+    if (!categories || !PyDict_CheckExact(categories)) return nullptr;
+    static KeptOfDict<PyObject*> kept;
+    return kept.of(categories, [](PyObject* dict) -> PyObject* {
+        PyObject* list = find(dict, name<"all">());
+        return list && PyList_CheckExact(list) ? list : nullptr;
+    });
+}
+
+// Unit, queue and category "all" of a cell in which nothing was replaced; false, and nothing done, elsewhere.
+// Between looking and doing no Python code runs.
+bool file_plainly(nb::handle cell, nb::handle assertion, nb::handle category) {
+    if (category.ptr() != name<"all">()) return false;
+    const CellFacts& facts = facts_of(cell);
+    PyObject* of_unit = facts.unit ? open_list(facts.unit) : nullptr;
+    PyObject* of_all = list_of_all(facts.categories);
+    if (!of_unit || !of_all || !facts.queue || !takes_directly(facts.queue)) return false;
+    const nb::object kept = nb::borrow(of_all);  // a queue of limited length lets go of another assertion
+    if (PyList_Append(of_unit, assertion.ptr()) < 0) throw nb::python_error();
+    put_directly(facts.queue, assertion);
+    if (PyList_Append(of_all, assertion.ptr()) < 0) throw nb::python_error();
+    return true;
 }
 
 bool stops_at_ng(nb::handle cell, nb::handle stop_if_ng) {
@@ -151,7 +176,7 @@ nb::object assert_with_percent_limits_method(nb::handle self, const Arguments& a
 }
 
 nb::object assert_with_limits(nb::handle cell, const Judgement& j) {
-    if (calls_natively<"assert_with_limits", assert_with_limits_method>(cell)) return record(cell, j);
+    if (facts_of(cell).assert_with_limits) return record(cell, j);
     const Measurement& m = j.measurement;
     return cell.attr("assert_with_limits")(nb::handle(j.item_name), nb::handle(m.value), nb::handle(m.lower),
                                            nb::handle(m.upper), nb::handle(m.unit), nb::handle(m.result),
@@ -159,7 +184,7 @@ nb::object assert_with_limits(nb::handle cell, const Judgement& j) {
 }
 
 nb::object assert_with_result(nb::handle cell, const Judgement& j) {
-    if (calls_natively<"assert_with_result", assert_with_result_method>(cell)) return record(cell, j);
+    if (facts_of(cell).assert_with_result) return record(cell, j);
     const Measurement& m = j.measurement;
     return cell.attr("assert_with_result")(nb::handle(j.item_name), nb::handle(m.value), nb::handle(m.result),
                                            nb::handle(m.unit), nb::handle(m.lower), nb::handle(m.upper),
@@ -168,10 +193,12 @@ nb::object assert_with_result(nb::handle cell, const Judgement& j) {
 
 void append(nb::handle cell, nb::handle assertion, nb::handle stop_if_ng, nb::handle category) {
     check_before_recording(assertion, category);
-    if (unit_of(assertion).is_none()) set_unit(assertion, configured(cell, name<"none_unit">(), name<"">()));
-    append_assertion(unit_of_run(cell), assertion);
-    put(queue_of(cell), assertion);
-    categorise(cell, category, assertion);
+    if (lacks_unit(assertion)) set_unit(assertion, configured(cell, name<"none_unit">(), name<"">()));
+    if (!file_plainly(cell, assertion, category)) {
+        append_assertion(field<"_CellBase__uut">(cell), assertion);
+        put(field<"_assertion_queue">(cell), assertion);
+        categorise(cell, category, assertion);
+    }
     if (!is_ng(assertion)) return;
     field<"_ng_items">(cell).attr("append")(assertion);
     if (stops_at_ng(cell, stop_if_ng)) raise_ng(name_of(assertion));

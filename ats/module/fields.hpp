@@ -16,6 +16,16 @@ void set_field(nb::handle cell, nb::handle value) {
     if (PyObject_SetAttr(cell.ptr(), name<L>(), value.ptr()) < 0) throw nb::python_error();
 }
 
+// The same for an object whose class may keep the field in a slot, as records of other modules do.
+template <Literal L>
+nb::object slot_field(nb::handle object) {
+    static KeptOfType<Py_ssize_t> kept;
+    const Py_ssize_t offset =
+        kept.of(Py_TYPE(object.ptr()), [](PyTypeObject* type) { return slot_offset(type, name<L>()); });
+    PyObject* value = offset ? in_slot(object.ptr(), offset) : nullptr;
+    return value ? nb::borrow(value) : field<L>(object);
+}
+
 inline bool truth(nb::handle value) {
     const int result = PyObject_IsTrue(value.ptr());
     if (result < 0) throw nb::python_error();

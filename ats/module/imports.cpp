@@ -7,7 +7,6 @@
 
 #include "module/errors.hpp"
 #include "module/fields.hpp"
-#include "module/versions.hpp"
 
 namespace ats {
 namespace {
@@ -136,16 +135,10 @@ namespace {
 
 // Nobody put another clock in the place of `time.time`, neither here nor there.
 bool clock_is_original() {
-    static std::uint64_t own_version = 0, time_version = 0;  // of the namespaces when it was so
-    if (own_version && time_version && dict_version(own_namespace) == own_version &&
-        dict_version(time_namespace) == time_version)
-        return true;
-    own_version = dict_version(own_namespace);
-    time_version = dict_version(time_namespace);
-    const bool original = find(own_namespace, name<"time">()) == original_time_module &&
-                          find(time_namespace, name<"time">()) == original_clock;
-    if (!original) own_version = 0;
-    return original;
+    static KeptOfDict<bool> kept;
+    const auto is_own = [](PyObject* space) { return find(space, name<"time">()) == original_time_module; };
+    const auto is_clock = [](PyObject* space) { return find(space, name<"time">()) == original_clock; };
+    return kept.of(own_namespace, is_own) && kept.of(time_namespace, is_clock);
 }
 
 }  // namespace

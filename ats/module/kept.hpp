@@ -4,6 +4,9 @@
 // application puts in the place of a method, a property or a field must count from that moment on.
 #pragma once
 
+#include <Python.h>
+#include <structmember.h>
+
 #include "module/method.hpp"
 #include "module/versions.hpp"
 
@@ -40,14 +43,39 @@ class KeptOfType {
     Place places_[kPlaces];
 };
 
-// Facts of an object that lives long: of its class and of its dictionary.  Pointers among them may be
-// borrowed from the dictionary, which holds them as long as they are found here.
+// Facts of a dictionary that lives long.  Pointers among them may be borrowed from the dictionary, which
+// holds them as long as they are found here.
+template <class Facts>
+class KeptOfDict {
+  public:
+    // `find(dict)` looks the facts up.
+    template <class Find>
+    Facts of(PyObject* dict, Find find) {
+        Place& place = places_[place_of_address(dict, kPlaces)];
+        const std::uint64_t version = dict_version(dict);
+        if (version != 0 && place.version == version) return place.facts;
+        const Facts facts = find(dict);
+        place = {dict_version(dict) == version ? version : 0, facts};
+        return facts;
+    }
+
+  private:
+    struct Place {
+        std::uint64_t version = 0;
+        Facts facts{};
+    };
+    static constexpr std::size_t kPlaces = 64;
+    Place places_[kPlaces];
+};
+
+// Facts of an object that lives long: of its class and of its dictionary, from which pointers may be
+// borrowed.
 template <class Facts>
 class KeptOfObject {
   public:
-    // `find(object)` looks the facts up.
+    // `find(object)` looks the facts up.  To be read before any Python code runs.
     template <class Find>
-    Facts of(PyObject* object, Find find) {
+    const Facts& of(PyObject* object, Find find) {
         PyTypeObject* type = Py_TYPE(object);
         PyObject* dict = instance_dict(object);
         Place& place = places_[place_of_address(dict ? static_cast<void*>(dict) : type, kPlaces)];
@@ -56,7 +84,7 @@ class KeptOfObject {
         const Facts facts = find(object);
         const ObjectState state = state_of(Py_TYPE(object), instance_dict(object));
         place = {state.dict_version == before ? state : ObjectState{}, facts};
-        return facts;
+        return place.facts;
     }
 
   private:
@@ -84,13 +112,6 @@ bool is_native(nb::handle self, PyTypeObject* receiver = nullptr) {
     return kept.of(Py_TYPE(self.ptr()), find) && !has_in_dict(self.ptr(), name<L>());
 }
 
-// The same for an object that lives long and is asked at each measurement.
-template <Literal L, Body body>
-bool calls_natively(nb::handle self) {
-    static KeptOfObject<bool> kept;
-    return kept.of(self.ptr(), [](PyObject* object) { return is_native<L, body>(object); });
-}
-
 // The same for a property, before which no instance attribute can stand.
 template <Literal L, Body get>
 bool is_native_property(nb::handle self, PyTypeObject* receiver = nullptr) {
@@ -99,6 +120,19 @@ bool is_native_property(nb::handle self, PyTypeObject* receiver = nullptr) {
         return is_native_property_in(type, name<L>(), get, receiver);
     };
     return kept.of(Py_TYPE(self.ptr()), find);
+}
+
+// Where in its objects a class keeps an attribute that is one of its slots; 0 where it is none.
+inline Py_ssize_t slot_offset(PyTypeObject* type, PyObject* attribute) {
+    PyObject* found = cpython_private::type_lookup(type, attribute);
+    if (!found || !Py_IS_TYPE(found, &PyMemberDescr_Type) || !reads_attributes_plainly(type)) return 0;
+    const PyMemberDef* member = reinterpret_cast<PyMemberDescrObject*>(found)->d_member;
+    return member->type == T_OBJECT_EX ? member->offset : 0;
+}
+
+// What lies in a slot, borrowed; null where nothing does.
+inline PyObject* in_slot(PyObject* object, Py_ssize_t offset) {
+    return *reinterpret_cast<PyObject**>(reinterpret_cast<char*>(object) + offset);
 }
 
 // A field in the object's own dictionary, borrowed; null where the class reads it otherwise or it is missing.

@@ -15,12 +15,7 @@ namespace {
 bool is_plain_assertion(PyObject* object) { return Py_TYPE(object) == record_types.assertion; }
 
 // Records of plain values cannot take part in a reference cycle, so the collector need not walk them.
-bool is_atomic(PyObject* value) {
-    if (!value || value == Py_None) return true;
-    const PyTypeObject* type = Py_TYPE(value);
-    return type == &PyFloat_Type || type == &PyLong_Type || type == &PyUnicode_Type || type == &PyBool_Type ||
-           type == &PyBytes_Type;
-}
+bool is_atomic(PyObject* value) { return !value || !PyType_IS_GC(Py_TYPE(value)); }
 
 // Of the type itself, unknown to the collector; subclasses are allocated, and tracked, as Python does it.
 PyObject* allocate(PyTypeObject* type, Py_ssize_t) noexcept {
@@ -207,13 +202,10 @@ nb::object represent(nb::handle self, const Arguments&) {
 
 // Nobody put another class in the place of ours.
 bool own_class_stands() {
-    static std::uint64_t version = 0;  // of the namespace when it was so
-    PyObject* space = module_namespace().ptr();
-    if (version && dict_version(space) == version) return true;
-    const bool stands =
-        find(space, name<"Assertion">()) == reinterpret_cast<PyObject*>(record_types.assertion);
-    version = stands ? dict_version(space) : 0;
-    return stands;
+    static KeptOfDict<bool> kept;
+    return kept.of(module_namespace().ptr(), [](PyObject* space) {
+        return find(space, name<"Assertion">()) == reinterpret_cast<PyObject*>(record_types.assertion);
+    });
 }
 
 constexpr Member kMembers[] = {
@@ -336,11 +328,11 @@ bool is_tbd(nb::handle assertion) {
     return nb::cast<bool>(nb::bool_(assertion.attr("is_tbd")()));
 }
 
-nb::object unit_of(nb::handle assertion) {
+bool lacks_unit(nb::handle assertion) {
     if (is_native<"get_unit", unit_by_property>(assertion, record_types.assertion) &&
         is_native_property<"unit", get_unit>(assertion))
-        if (PyObject* unit = as_assertion(assertion.ptr())->unit.get()) return nb::borrow(unit);
-    return assertion.attr("get_unit")();
+        if (PyObject* unit = as_assertion(assertion.ptr())->unit.get()) return unit == Py_None;
+    return nb::object(assertion.attr("get_unit")()).is_none();
 }
 
 void set_unit(nb::handle assertion, nb::handle unit) {

@@ -118,7 +118,7 @@ bool makes_plain_assertions();
 bool is_ok(nb::handle assertion);
 bool is_ng(nb::handle assertion);
 bool is_tbd(nb::handle assertion);
-nb::object unit_of(nb::handle assertion);
+bool lacks_unit(nb::handle assertion);  // `assertion.get_unit()` gives None
 void set_unit(nb::handle assertion, nb::handle unit);
 nb::object name_of(nb::handle assertion);
 nb::object value_of(nb::handle assertion);

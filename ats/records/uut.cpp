@@ -196,6 +196,13 @@ void append_assertion(nb::handle uut, nb::handle assertion) {
         uut.attr("append_assertion")(assertion);
 }
 
+PyObject* open_list(nb::handle uut) {
+    if (!is_native<"append_assertion", append>(uut, record_types.uut)) return nullptr;
+    const Uut* record = as_uut(uut);
+    const bool is_open = !record->lock && record->done == Py_False && record->assertions;
+    return is_open && PyList_CheckExact(record->assertions) ? record->assertions : nullptr;
+}
+
 nb::object assertions_of_unit(nb::handle uut) {
     if (is_native_property<"assertions", get<&Uut::assertions>>(uut, record_types.uut))
         return assertions_of(uut);

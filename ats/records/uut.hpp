@@ -32,6 +32,10 @@ struct Uut {
 // `uut.append_assertion(assertion)`, honouring overrides.
 void append_assertion(nb::handle uut, nb::handle assertion);
 
+// The list that `uut.append_assertion(assertion)` would append to and do no more, borrowed; null where it is
+// overridden, or the unit takes no assertion.
+PyObject* open_list(nb::handle uut);
+
 // `uut.assertions`, honouring overrides.
 nb::object assertions_of_unit(nb::handle uut);
 

@@ -1,9 +1,23 @@
 """The parameters of one sheet."""
 
-from collections.abc import Iterable, Iterator
-from typing import Any
+from collections.abc import Callable, Iterable, Iterator
+from typing import Any, TypeVar
 
 from qon_companions.parameters import BadValueError, Parameter, Place
+
+_Method = TypeVar("_Method", bound=Callable[..., Any])
+
+
+def _reads(slot: str, attribute: str) -> Callable[[_Method], _Method]:
+    """Tells who asks for a value at each measurement what the method reads: a dictionary in a slot, and an
+    attribute of what is in it.  An overridden method has no such mark and is called.
+    """
+
+    def mark(method: _Method) -> _Method:
+        method.__dict__["reads"] = (slot, attribute)
+        return method
+
+    return mark
 
 
 class SheetParameters:
@@ -16,6 +30,7 @@ class SheetParameters:
         self.file = file
         self._parameters = {parameter.name: parameter for parameter in parameters}
 
+    @_reads("_parameters", "value")
     def get(self, key: str, default: Any = None) -> Any:
         """The value of a parameter; the default when the sheet does not have it.
 
