@@ -44,6 +44,7 @@ class StationCell(ItemRows, StationRuns, Telling):
         """The windows go on; the band tells what the start waits for."""
         text = _("{serial}: asking whether it may start")
         self._update_prompt(text.format(serial=asking.serial_number or _("Unit")), "yellow")
+        self._let_abort(True)
         ask_all(
             checks,
             self,
@@ -53,8 +54,14 @@ class StationCell(ItemRows, StationRuns, Telling):
 
     def _answered(self, asking: Asking, words: str) -> None:
         if self:
+            self._let_abort(False)  # the layout lets it again when a test runs
             given_up = _("The start was given up.") if asking.is_given_up else ""
             super()._answered(asking, words or given_up)
+
+    def _let_abort(self, possible: bool) -> None:
+        button = getattr(self, "ui_abort", None)  # a layout of the maker's own may name it otherwise
+        if button is not None:
+            button.Enable(possible)
 
     def _append_to_history(self, sn: str, result: str, color: Any) -> None:
         """The unit's own number, whatever stands in the entry by now."""

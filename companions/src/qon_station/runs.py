@@ -99,7 +99,7 @@ class StationRuns(qon_ats.CellBase):
         words = script_file.missing(self.script)
         if words:
             self.logger.error(words)
-        notices.post("script", words, self.cell_number)
+        notices.post("script", words, self.cell_number, stop=True)
 
     # The start.
 
