@@ -1,5 +1,6 @@
 """Durable results of test stations: every run of every unit on disk before the operator sees green."""
 
+import re
 from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
@@ -10,6 +11,8 @@ from .store.sqlite import SqliteStore
 
 if TYPE_CHECKING:
     from .recorder.recorder import Recorder
+
+_ADDRESS = r"postgres(ql)?://|\w+="
 
 __all__ = [
     "Filter",
@@ -29,10 +32,15 @@ __all__ = [
 
 
 def open(where: str | Path) -> Store:
-    """Open results for reading: a station's file, or its folder.
+    """Open results for reading: a station's file or its folder, or a line's database.
 
-    FileNotFoundError or ValueError says what is wrong with a file.
+    The address of a database is what libpq takes (`service=line3`, an URL), without a password.
+    FileNotFoundError or ValueError says what is wrong with a file, `line.LineError` what with a database.
     """
+    if isinstance(where, str) and re.match(_ADDRESS, where):
+        from .line.postgres import LineStore
+
+        return LineStore(where)
     path = Path(where)
     return SqliteStore(path / FILE_NAME if path.is_dir() else path)
 

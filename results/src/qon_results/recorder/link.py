@@ -38,12 +38,12 @@ class Link:
         self.began = time.monotonic()
         self.process = subprocess.Popen(
             [sys.executable, "-P", "-m", "qon_results.writer"],
-            env=_environment(),
+            env=environment(),
             stdin=subprocess.PIPE,
             stdout=subprocess.PIPE,
             bufsize=0,
             close_fds=True,
-            **_apart(),
+            **apart(),
         )
         assert self.process.stdin is not None
         self._pipe = self.process.stdin
@@ -100,7 +100,7 @@ class Link:
             self._heard(self, None)
 
 
-def _apart() -> dict[str, Any]:
+def apart() -> dict[str, Any]:
     """The writer is to see the end of the station, not to share it: Ctrl+C and the like are not for it."""
     if sys.platform == "win32":
         return {"creationflags": subprocess.CREATE_NEW_PROCESS_GROUP | subprocess.CREATE_NO_WINDOW}
@@ -115,7 +115,7 @@ def _widen(pipe: int) -> None:
         fcntl.fcntl(pipe, fcntl.F_SETPIPE_SZ, PIPE_BYTES)
 
 
-def _environment() -> dict[str, str]:
+def environment() -> dict[str, str]:
     """The writer finds this package where the station found it, and nothing in the station's folder by mistake."""
     home = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
     known = os.environ.get("PYTHONPATH")
