@@ -7,6 +7,7 @@ from pathlib import Path
 
 import apsw
 
+from ..line.postgres import LineStore
 from ..records import Now, Seal
 from ..store.base import Filter, Store
 from ..store.file import connect
@@ -75,7 +76,7 @@ def _all_seals(store: Store) -> Iterator[Seal]:
 def show_status(given: argparse.Namespace) -> int:
     now_us = time.time_ns() // 1000
     with opened(given) as store:
-        cells = store.now()
+        cells = _cells(store)
         stations = store.stations()
         last = store.runs(limit=1)
         open_runs = [run for run in store.runs(Filter(), 200) if run.outcome == "RUNNING"]
@@ -86,9 +87,9 @@ def show_status(given: argparse.Namespace) -> int:
         )
         return 0
     rows = [
-        (each.cell, each.state if _fresh(each, now_us) else f"no word since {told(each.heartbeat_us)}",
+        (f"{name} / {each.cell}" if name else each.cell, each.state if _fresh(each, now_us) else f"no word since {told(each.heartbeat_us)}",
          each.serial_number, told(each.since_us), each.measured)
-        for each in cells
+        for name, each in cells
     ]  # fmt: skip
     print_table(
         ", ".join(each.name for each in stations), ["cell", "state", "unit", "since", ">measured"], rows
@@ -98,6 +99,14 @@ def show_status(given: argparse.Namespace) -> int:
     if size is not None:
         print(f"{given.results}: {size / 1e6:.1f} MB.")
     return 0
+
+
+def _cells(store: Store) -> list[tuple[str, Now]]:
+    """Each with its station's name where there are several."""
+    if not isinstance(store, LineStore):
+        return [("", each) for each in store.now()]
+    names = {station.id: station.name for station in store.stations()}
+    return [(names.get(station, "?"), each) for station, each in store.now_of_stations()]
 
 
 def _fresh(cell: Now, now_us: int) -> bool:

@@ -86,8 +86,10 @@ class Trial:
             )
             (self.data / "pg_hba.conf").write_text("local all all peer map=here\n")
         if not self.is_running():
-            port = _free_port()
-            (self.folder / "port").write_text(str(port))
+            number = self.folder / "port"
+            if not number.exists():  # kept, so that the address stays what it was
+                number.write_text(str(_free_port()))
+            port = number.read_text().strip()
             options = f"-c listen_addresses='' -c unix_socket_directories='{self.folder}' -c port={port}"
             log = self.folder / "server.log"
             _run(

@@ -21,6 +21,7 @@ from qon_station.outcome import Kind
 
 from ..writer import messages
 from . import encoding
+from .feeding import Feeding
 from .sending import Sender
 from .settings import Settings
 from .setup import SetupReader
@@ -68,6 +69,7 @@ class Recorder:
         self._setup = SetupReader(config, parameters)
         self._telling = Telling(settings)
         self._sender = Sender(settings, self._states)
+        self._feeding = Feeding(self.path, settings.line) if settings.line else None
         self._lock = threading.RLock()
         self._units: dict[int, Tracked] = {}  # the current or last one of each cell
         self._cells: dict[int, weakref.ref[Any]] = {}
@@ -104,6 +106,8 @@ class Recorder:
             hook.subscribe(listener)
             self._undo.append(functools.partial(hook.unsubscribe, listener))
         self._sender.start()
+        if self._feeding is not None:
+            self._feeding.start()
         threading.Thread(target=self._tell, name="results: notices", daemon=True).start()
 
     def close(self) -> None:
@@ -115,6 +119,8 @@ class Recorder:
             undo()
         if not self._sender.stop(CLOSE_SECONDS) or self._sender.waiting:
             log.critical("%d units were not recorded: %s", self._sender.waiting, self.trouble or "no answer")
+        if self._feeding is not None:  # after the last seal
+            self._feeding.stop()
         self._telling.silence()
 
     def wait_until_open(self, seconds: float = 10.0) -> str:

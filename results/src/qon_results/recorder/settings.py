@@ -17,6 +17,7 @@ class Settings:
 
     required: whether a test must not start, and a unit is not OK, when nothing can be recorded.
     commit_ms: what was measured longer ago survives a power cut.  min_free_mb: with less no test starts.
+    line: address of the line's database, as libpq takes it and without a password; "" for none.
     product, operation, purpose: for cells whose sheet does not say (keys of the same names).
     """
 
@@ -26,6 +27,7 @@ class Settings:
     commit_ms: int = 1000
     min_free_mb: int = 500
     attachment_mb: int = 64
+    line: str = ""
     product: str = ""
     operation: str = ""
     purpose: str = PRODUCTION
