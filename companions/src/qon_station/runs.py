@@ -247,6 +247,7 @@ class StationRuns(qon_ats.CellBase):
             return False
         outcome = run.outcome
         assert outcome is not None
+        run.unit.close()
         run.unit.finish(run_ended(run.unit, outcome))
         return True
 

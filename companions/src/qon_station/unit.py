@@ -35,6 +35,7 @@ class StationUnit(UUT):
         self._aborted: weakref.WeakMethod[Callable[[], Outcome | None]] | None = None
         self._began = time.monotonic()
         self._took: float | None = None
+        self._is_closed = False
         self._test_thread = 0  # its identification; 0: no cell runs this unit
         self._expected: Outcome | None = None  # known in the test thread, not yet final
         self._final: Outcome | None = None
@@ -86,22 +87,24 @@ class StationUnit(UUT):
         self._expected = outcome
 
     def close(self) -> None:
-        """Nothing is measured any more: end time and duration stand still."""
-        if self._took is None:
-            self._took = time.monotonic() - self._began
+        """Nothing is measured any more: from now on everything but the outcome stands still."""
+        if self._is_closed:
+            return
+        self._took = time.monotonic() - self._began
         if not self.done and not getattr(self, "_end_given", False):
             self._store("end_time", time.time())
+        self._is_closed = True
+        self._seal()
 
     def finish(self, outcome: Outcome) -> None:
-        """The outcome is final, and so is everything else."""
+        """The outcome is final, too."""
         self.close()
         self._final = self._expected = outcome
-        self._seal()
         self.ended_event(self)
 
     def _seal(self) -> None:
         """An attribute of the ended unit alone: while a test runs nothing stands in the way of a measurement."""
-        if self._final is not None:
+        if self._is_closed:
             label = self.serial_number or "this unit"
             self.append_assertion = partial(_refuse_assertion, label)  # type: ignore[method-assign]
 
@@ -188,7 +191,7 @@ class StationUnit(UUT):
         return bool(self._test_thread) and not self._is_own_thread()
 
     def _is_open(self, name: str, value: Any) -> bool:
-        if self._final is None:
+        if not self._is_closed:
             return True
         log.debug(
             "%s = %r is ignored: the run of %s has ended.", name, value, self.serial_number or "the unit"
