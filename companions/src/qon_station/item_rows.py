@@ -22,7 +22,8 @@ class ItemRows:
         row = grid.GetNumberRows()
         try:
             super()._show_an_assertion(assertion)  # type: ignore[misc]
-            if isinstance(assertion.get_value(), str):
+            value = getattr(assertion, "get_value", None)  # an application's own records may have none
+            if value is not None and isinstance(value(), str):
                 self._keep_texts(row, assertion)
         except Exception as error:  # noqa: BLE001 - a value may raise anything
             self._log_once(error, assertion)
@@ -36,7 +37,8 @@ class ItemRows:
         if not hasattr(grid, "keep_whole"):
             return
         for column in range(grid.GetNumberCols()):
-            if isinstance(_getter(assertion, grid.GetColLabelValue(column))(), str):
+            getter = _getter(assertion, grid.GetColLabelValue(column))
+            if isinstance(getter(), str):
                 grid.keep_whole(row, column)
 
     def _write_what_can_be_told(self, row: int, assertion: Any) -> None:
