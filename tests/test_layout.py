@@ -18,6 +18,7 @@ from qon_atsui.cell import serial_entry
 from qon_atsui.cell.signs import Signs, read
 from qon_atsui.frame.commands import menus
 from qon_companions import i18n, notices
+from qon_companions.line_breaks import wrap
 from station import LATER, Answers, Station
 from support import has_focus, in_thread, press, pump, pump_for, scan, shown
 
@@ -286,3 +287,17 @@ def test_a_catalogue_is_all_that_a_language_takes(tmp_path: Path, monkeypatch: p
         monkeypatch.setenv("QON_LANG", told)
         assert i18n._("Result") == text
     i18n._nearest.cache_clear()
+
+
+@pytest.mark.parametrize(
+    ("text", "width", "lines"),
+    [
+        ("set it to -5 V", 11, ["set it to", "-5 V"]),
+        ("VOUT_5V_NO_LOAD fails", 9, ["VOUT_5V_", "NO_LOAD", "fails"]),
+        ("产品（含夹具）请取出。", 7, ["产品（含夹具）", "请取出。"]),
+        ("  x" + "y" * 12, 6, ["  xyyy", "yyyyyy", "yyy"]),
+        ("", 5, [""]),
+    ],
+)
+def test_lines_break_where_they_may(text: str, width: int, lines: list[str]) -> None:
+    assert wrap(text, lambda start, end: len(text[start:end].rstrip()) <= width) == lines

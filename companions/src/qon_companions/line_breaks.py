@@ -15,7 +15,8 @@ def wrap(text: str, fits: Fits) -> list[str]:
     while start < len(text):
         end = _longest(text, start, fits)
         if end < len(text):
-            end = next((index for index in range(end, start, -1) if may_break(text, index)), end)
+            places = (index for index in range(end, start, -1) if may_break(text, index))
+            end = next((index for index in places if text[start:index].strip()), end)
         lines.append(text[start:end].rstrip())
         start = end
         while text[start : start + 1].isspace():
