@@ -168,7 +168,8 @@ void put(nb::handle queue, nb::handle item) {
     if (takes_directly(queue))
         put_directly(queue, item);
     else
-        queue.attr("put")(item);
+        nb::steal(
+            nb::detail::raise_if_null(PyObject_CallMethodOneArg(queue.ptr(), name<"put">(), item.ptr())));
 }
 
 void init_assertion_queue(nb::module_& module) {

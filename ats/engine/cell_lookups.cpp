@@ -15,6 +15,12 @@ PyObject* behind_property(PyObject* cell) {
     return is_own ? plain_field(cell, name<field_name>()) : nullptr;
 }
 
+template <PyObject* CellFacts::* fact, Literal attribute>
+nb::object kept_or_read(nb::handle cell) {
+    PyObject* kept = facts_of(cell).*fact;
+    return kept ? nb::borrow(kept) : field<attribute>(cell);
+}
+
 // What a configuration's method `get` says that it reads: its attribute `reads` names a slot with a
 // dictionary, and the attribute of what is found there.  A plain function alone is believed.
 struct Reading {
@@ -45,15 +51,15 @@ CellFacts find_cell_facts(PyObject* cell) {
     return facts;
 }
 
+nb::object unit_of_run(nb::handle cell) { return kept_or_read<&CellFacts::unit, "_CellBase__uut">(cell); }
+nb::object queue_of(nb::handle cell) { return kept_or_read<&CellFacts::queue, "_assertion_queue">(cell); }
+nb::object categories_of(nb::handle cell) {
+    return kept_or_read<&CellFacts::categories, "_assertion_category">(cell);
+}
 nb::object assertion_configs_of(nb::handle cell) {
-    PyObject* limits = facts_of(cell).limits;
-    return limits ? nb::borrow(limits) : field<"assertion_configs">(cell);
+    return kept_or_read<&CellFacts::limits, "assertion_configs">(cell);
 }
-
-nb::object cell_config_of(nb::handle cell) {
-    PyObject* config = facts_of(cell).config;
-    return config ? nb::borrow(config) : field<"cell_config">(cell);
-}
+nb::object cell_config_of(nb::handle cell) { return kept_or_read<&CellFacts::config, "cell_config">(cell); }
 
 nb::object configured(nb::handle cell, PyObject* key, PyObject* default_value) {
     static KeptOfType<Reading> kept;

@@ -32,6 +32,11 @@ nb::object get_field(nb::handle cell, const Arguments&) {
     return field<L>(cell);
 }
 
+// These fields, in whatever way the class reads them.
+nb::object unit_of_run(nb::handle cell);
+nb::object queue_of(nb::handle cell);
+nb::object categories_of(nb::handle cell);
+
 // The properties `assertion_configs` and `cell_config`, overrides honoured.
 nb::object assertion_configs_of(nb::handle cell);
 nb::object cell_config_of(nb::handle cell);

@@ -68,7 +68,7 @@ void add_to_category(nb::handle categories, nb::handle category, nb::handle asse
 }
 
 void categorise(nb::handle cell, nb::handle category, nb::handle assertion) {
-    const nb::object categories = field<"_assertion_category">(cell);
+    const nb::object categories = categories_of(cell);
     const nb::handle all(name<"all">());
     bool in_all = false;
     if (PyList_Check(category.ptr())) {
@@ -195,8 +195,8 @@ void append(nb::handle cell, nb::handle assertion, nb::handle stop_if_ng, nb::ha
     check_before_recording(assertion, category);
     if (lacks_unit(assertion)) set_unit(assertion, configured(cell, name<"none_unit">(), name<"">()));
     if (!file_plainly(cell, assertion, category)) {
-        append_assertion(field<"_CellBase__uut">(cell), assertion);
-        put(field<"_assertion_queue">(cell), assertion);
+        append_assertion(unit_of_run(cell), assertion);
+        put(queue_of(cell), assertion);
         categorise(cell, category, assertion);
     }
     if (!is_ng(assertion)) return;
