@@ -1,11 +1,20 @@
-"""The keys of the configuration workbook, in one table: the check, the README and messages take them from here."""
+"""The keys of the configuration workbook, in one table: the check, the README and messages take them from here.
+
+Another distribution tells its own by an entry point of the group `qon_station.keys`: an iterable of `Key`.
+"""
 
 import difflib
+import functools
+import importlib.metadata
+import logging
 from collections.abc import Iterable
 from dataclasses import dataclass
 from typing import Any
 
 MAIN, CELL = "main", "cell1"
+GROUP = "qon_station.keys"
+
+log = logging.getLogger(__name__)
 
 
 @dataclass(frozen=True)
@@ -74,7 +83,18 @@ KEYS = (
 def keys_of(sheet: str) -> dict[str, Key]:
     """The keys of the sheet "main", or of a cell's sheet, by name."""
     kind = MAIN if sheet == MAIN else CELL
-    return {key.name: key for key in KEYS if key.sheet == kind}
+    return {key.name: key for key in (*KEYS, *_keys_of_others()) if key.sheet == kind}
+
+
+@functools.cache
+def _keys_of_others() -> tuple[Key, ...]:
+    found: list[Key] = []
+    for entry in importlib.metadata.entry_points(group=GROUP):
+        try:
+            found += entry.load()
+        except Exception:
+            log.exception("The configuration keys of %s could not be read.", entry.value)
+    return tuple(found)
 
 
 def nearest(name: str, known: Iterable[str]) -> str:
