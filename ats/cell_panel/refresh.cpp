@@ -1,5 +1,6 @@
 // refresh.cpp - the one-shot timers of a running test: rows, verdict, history, blinking.  GUI thread.
 #include "cell_panel/cell_panel.hpp"
+#include "engine/cell_lookups.hpp"
 #include "module/display.hpp"
 #include "module/fields.hpp"
 #include "module/imports.hpp"
@@ -11,11 +12,23 @@ namespace {
 constexpr int kBlinkPeriod = 1000;  // milliseconds
 constexpr int kRowsPerTick = 100;   // so that a burst of measurements cannot freeze the window
 
+// "get_" and the title in small letters.  The few titles there are keep their getter's name.
+nb::object getter_name(nb::handle title) {
+    constexpr Py_ssize_t kMostTitles = 100;
+    static PyObject* const names = nb::dict().release().ptr();
+    if (PyUnicode_CheckExact(title.ptr()))
+        if (PyObject* known = find(names, title.ptr())) return nb::borrow(known);
+    nb::object getter = nb::str("get_") + nb::object(title.attr("lower")());
+    const bool keep = PyUnicode_CheckExact(title.ptr()) && PyDict_Size(names) < kMostTitles;
+    if (keep && PyDict_SetItem(names, title.ptr(), getter.ptr()) < 0) throw nb::python_error();
+    return getter;
+}
+
 // Shows queued assertions, at most `limit` of them; a negative limit means all.
 void drain_queue(nb::handle self, int limit) {
     const nb::object queue = field<"_assertion_queue">(self);
-    for (int shown = 0; shown != limit && !truth(queue.attr("empty")()); ++shown)
-        self.attr("_show_an_assertion")(self.attr("fetch_an_assertion")());
+    for (int shown = 0; shown != limit && !truth(call_method<"empty">(queue)); ++shown)
+        call_method<"_show_an_assertion">(self, call_method<"fetch_an_assertion">(self));
 }
 
 struct Outcome {
@@ -82,20 +95,23 @@ void show_elapsed_time(nb::handle self) {
 
 nb::object show_an_assertion(nb::handle self, const Arguments& args) {
     const nb::object assertion = nb::borrow(args[0]);
-    const nb::object grid = self.attr("ui_assertions");
-    const nb::object row = grid.attr("GetNumberRows")();
-    grid.attr("AppendRows")();
-    const nb::object columns =
-        self.attr("cell_config").attr("get")("column_info", own_name<"Cell">().attr("DefaultColumnInfo"));
-    const char* colour = is_ng(assertion) ? "red" : "white";
-    std::size_t col = 0;
+    const nb::object grid = field<"ui_assertions">(self);
+    const nb::object row = call_method<"GetNumberRows">(grid);
+    call_method<"AppendRows">(grid);
+    const nb::object default_columns = field<"DefaultColumnInfo">(own_name<"Cell">());
+    const nb::object columns = configured(self, name<"column_info">(), default_columns.ptr());
+    const nb::handle colour(is_ng(assertion) ? name<"red">() : name<"white">());
+    std::size_t count = 0;
     for (nb::handle column : columns) {
-        const nb::object getter = nb::str("get_") + nb::object(column[0]).attr("lower")();
-        grid.attr("SetCellValue")(row, col, nb::str(assertion.attr(getter)()));
-        grid.attr("SetCellBackgroundColour")(row, col, colour);
-        ++col;
+        const nb::int_ col(count++);
+        const nb::object getter = getter_name(nb::object(column[nb::int_(0)]));
+        PyObject* receiver[] = {assertion.ptr()};
+        const nb::object value = nb::steal(nb::detail::raise_if_null(
+            PyObject_VectorcallMethod(getter.ptr(), receiver, 1 | PY_VECTORCALL_ARGUMENTS_OFFSET, nullptr)));
+        call_method<"SetCellValue">(grid, row, col, nb::str(value));
+        call_method<"SetCellBackgroundColour">(grid, row, col, colour);
     }
-    grid.attr("MakeCellVisible")(row, 0);
+    call_method<"MakeCellVisible">(grid, row, nb::int_(0));
     return nb::none();
 }
 

@@ -26,6 +26,14 @@ nb::object slot_field(nb::handle object) {
     return value ? nb::borrow(value) : field<L>(object);
 }
 
+// `object.L(arguments...)`, for calls that are made a million times: by interned name, without a tuple.
+template <Literal L, class... Args>
+nb::object call_method(nb::handle object, const Args&... arguments) {
+    PyObject* values[] = {object.ptr(), nb::handle(arguments).ptr()...};
+    return nb::steal(nb::detail::raise_if_null(PyObject_VectorcallMethod(
+        name<L>(), values, std::size(values) | PY_VECTORCALL_ARGUMENTS_OFFSET, nullptr)));
+}
+
 inline bool truth(nb::handle value) {
     const int result = PyObject_IsTrue(value.ptr());
     if (result < 0) throw nb::python_error();

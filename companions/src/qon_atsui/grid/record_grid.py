@@ -139,12 +139,18 @@ class RecordGrid(wx.grid.Grid):
         self._columns.wish(col, width)
 
     def SetCellValue(self, row: Any, col: Any, s: Any = _NOTHING) -> None:
+        store = self.store
+        if row == store.unseen and type(s) is str:
+            store.written[col] = s
+            return
         if s is _NOTHING:  # called with (coordinates, text)
             (row, col), s = row, col
-        self.store.set_text(row, col, s)
+        store.set_text(row, col, s)
         known = row < self._table.known_rows
         if known or not self._flush_due:
             self._flush_later(repaint=known)
+        elif not known:
+            store.unseen = row
 
     def GetCellValue(self, row: Any, col: Any = None) -> str:
         return self.store.text(*(row if col is None else (row, col)))
@@ -154,6 +160,8 @@ class RecordGrid(wx.grid.Grid):
         return self._table.shown(row, col)
 
     def SetCellBackgroundColour(self, row: int, col: int, colour: Any) -> None:
+        if row == self.store.plain and colour == "white":
+            return
         if self.store.set_colour(row, col, palette.colour_name(colour)):
             self._flush_later(repaint=row < self._table.known_rows)
 
@@ -198,6 +206,7 @@ class RecordGrid(wx.grid.Grid):
     def flush(self) -> None:
         """Bring the window up to date with the store."""
         self._flush_due = False
+        self.store.unseen = None
         added = len(self.store) - self._table.known_rows
         if added > 0:
             self._table.known_rows = len(self.store)

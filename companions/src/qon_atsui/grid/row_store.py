@@ -23,7 +23,10 @@ class RowStore:
         self._colours: list[tuple[str, ...] | None] = []  # None: plain everywhere
         self._shared: dict[tuple[str, ...], tuple[str, ...]] = {}
         self._open: int | None = None  # the row kept as a list for writing
-        self._written: list[str] = []  # that list
+        self.written: list[str] = []  # that list
+        # Rows of thousands that nobody has seen yet are written without asking again for each cell.
+        self.unseen: int | None = None  # the open row, when its grid is told later
+        self.plain: int | None = None  # the open row, while it is plain everywhere
 
     def __len__(self) -> int:
         return len(self._rows)
@@ -55,7 +58,7 @@ class RowStore:
             raise TypeError(f"Row {row}, column {column}: a cell holds a text, not {text!r}.")
         if row != self._open:
             self._unpack(row)
-        self._written[column] = text
+        self.written[column] = text
 
     def colour(self, row: int, column: int) -> str:
         colours = self._colours[row]
@@ -72,6 +75,7 @@ class RowStore:
             colours += (_PLAIN,) * (self.columns - len(colours))
         if colours[column] == name:
             return False
+        self.plain = None
         changed = (*colours[:column], intern(name), *colours[column + 1 :])
         self._colours[row] = self._shared.setdefault(changed, changed)
         return True
@@ -85,17 +89,18 @@ class RowStore:
             raise IndexError(f"There is no row {row}: the grid has {len(self._rows)}.")
         self._pack()
         content = self._rows[row]
-        texts = content.split(_MARK) if isinstance(content, str) else content
-        self._written = texts + [""] * (self.columns - len(texts))
-        self._rows[row] = self._written
+        texts = content.split(_MARK) if isinstance(content, str) and content else list(content)
+        self.written = texts + [""] * (self.columns - len(texts))
+        self._rows[row] = self.written
         self._open = row
+        self.plain = row if self._colours[row] is None else None
 
     def _pack(self) -> None:
         if self._open is None:
             return
-        packed = _MARK.join(self._written)
+        packed = _MARK.join(self.written)
         if (
-            packed.count(_MARK) == len(self._written) - 1
+            packed.count(_MARK) == len(self.written) - 1
         ):  # otherwise a text contains the mark: it stays a list
             self._rows[self._open] = packed
-        self._open = None
+        self._open = self.unseen = self.plain = None
