@@ -103,7 +103,7 @@ nb::object set_serial_number(nb::handle self, const Arguments& args) {
 
 nb::object print(nb::handle self, const Arguments& args) {
     nb::object message = args.is_none(0) ? nb::object(nb::str("")) : nb::borrow(args[0]);
-    message = nb::steal(nb::detail::raise_if_null(PyNumber_InPlaceAdd(message.ptr(), args[1].ptr())));
+    message = nb::steal(or_raise(PyNumber_InPlaceAdd(message.ptr(), args[1].ptr())));
     call_after(self.attr("ui_test_logger").attr("AppendText"), nb::str(message));
     return nb::none();
 }

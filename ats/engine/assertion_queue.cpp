@@ -42,10 +42,9 @@ QueueParts* parts(nb::handle queue) { return reinterpret_cast<QueueParts*>(queue
 // A bound method with one argument, or none where it is null; those of the interpreter's own types directly.
 nb::object call_bound(PyObject* bound, PyObject* argument = nullptr) {
     if (PyCFunction_CheckExact(bound) && PyCFunction_GET_FLAGS(bound) == (argument ? METH_O : METH_NOARGS))
-        return nb::steal(nb::detail::raise_if_null(
-            PyCFunction_GET_FUNCTION(bound)(PyCFunction_GET_SELF(bound), argument)));
+        return nb::steal(or_raise(PyCFunction_GET_FUNCTION(bound)(PyCFunction_GET_SELF(bound), argument)));
     PyObject* result = argument ? PyObject_CallOneArg(bound, argument) : PyObject_CallNoArgs(bound);
-    return nb::steal(nb::detail::raise_if_null(result));
+    return nb::steal(or_raise(result));
 }
 
 bool is_locked(const QueueParts* queue) { return call_bound(queue->locked).ptr() != Py_False; }
@@ -168,8 +167,7 @@ void put(nb::handle queue, nb::handle item) {
     if (takes_directly(queue))
         put_directly(queue, item);
     else
-        nb::steal(
-            nb::detail::raise_if_null(PyObject_CallMethodOneArg(queue.ptr(), name<"put">(), item.ptr())));
+        nb::steal(or_raise(PyObject_CallMethodOneArg(queue.ptr(), name<"put">(), item.ptr())));
 }
 
 void init_assertion_queue(nb::module_& module) {

@@ -69,9 +69,7 @@ nb::object configured(nb::handle cell, PyObject* key, PyObject* default_value) {
     if (!values || !PyDict_CheckExact(values) || has_in_dict(config.ptr(), name<"get">()))
         return config.attr(nb::handle(name<"get">()))(nb::handle(key), nb::handle(default_value));
     PyObject* found = PyDict_GetItemWithError(values, key);
-    if (found)
-        return nb::steal(
-            nb::detail::raise_if_null(PyObject_GetAttr(nb::borrow(found).ptr(), reading.attribute)));
+    if (found) return nb::steal(or_raise(PyObject_GetAttr(nb::borrow(found).ptr(), reading.attribute)));
     if (PyErr_Occurred()) throw nb::python_error();
     return nb::borrow(default_value);
 }

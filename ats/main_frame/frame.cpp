@@ -13,8 +13,7 @@ constexpr char kTitle[] = "Veltrano自动化测试系统";
 nb::object window_title(nb::handle title) {
     if (!truth(title)) return nb::str(kTitle);
     if (truth(title.attr("startswith")("@"))) {
-        return nb::steal(
-            nb::detail::raise_if_null(PyUnicode_Substring(title.ptr(), 1, PyUnicode_GetLength(title.ptr()))));
+        return nb::steal(or_raise(PyUnicode_Substring(title.ptr(), 1, PyUnicode_GetLength(title.ptr()))));
     }
     return nb::str(kTitle) + nb::str(" - ") + nb::borrow(title);
 }

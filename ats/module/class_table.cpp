@@ -30,7 +30,7 @@ nb::object make_member(const Member& member, nb::handle scope, const char* class
                                       is_static ? nullptr : receiver, !is_static);
     if (member.form == Member::Form::abstract_method)
         nb::setattr(function, "__isabstractmethod__", nb::bool_(true));
-    if (is_static) return nb::steal(nb::detail::raise_if_null(PyStaticMethod_New(function.ptr())));
+    if (is_static) return nb::steal(or_raise(PyStaticMethod_New(function.ptr())));
     return function;
 }
 

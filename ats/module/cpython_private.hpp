@@ -2,6 +2,7 @@
 #pragma once
 
 #include <Python.h>
+#include <frameobject.h>
 
 #include <cstdint>
 
@@ -33,7 +34,26 @@ inline PyObject* type_lookup(PyTypeObject* type, PyObject* attribute) {
     return _PyType_Lookup(type, attribute);
 }
 
+// A frame that never runs, for an entry of a traceback.
+inline PyFrameObject* new_frame(PyCodeObject* code, PyObject* globals) {
+    return PyFrame_New(PyThreadState_Get(), code, globals, nullptr);
+}
+
 // The place of the instance dictionary; null for an object that cannot have one.
 inline PyObject** dict_place(PyObject* object) { return _PyObject_GetDictPtr(object); }
 
 }  // namespace ats::cpython_private
+
+// Around the body of a `tp_dealloc` whose objects may hold each other in long chains: ends them one by one
+// where they would overflow the stack.  From 3.14 on the interpreter does so by itself.
+#if PY_VERSION_HEX < 0x030E0000
+#define QON_TRASHCAN_BEGIN(object, dealloc) Py_TRASHCAN_BEGIN(object, dealloc)
+#define QON_TRASHCAN_END Py_TRASHCAN_END
+#else
+#define QON_TRASHCAN_BEGIN(object, dealloc) \
+    do {                                    \
+    } while (0)
+#define QON_TRASHCAN_END \
+    do {                 \
+    } while (0)
+#endif

@@ -10,7 +10,7 @@ nb::object local_time(nb::handle seconds) {
     const nb::object moment = python_module<"datetime">().attr("datetime").attr("fromtimestamp")(seconds);
     constexpr Py_ssize_t kToTheSecond = 19;
     const nb::object text = moment.attr("isoformat")(" ");
-    return nb::steal(nb::detail::raise_if_null(PyUnicode_Substring(text.ptr(), 0, kToTheSecond)));
+    return nb::steal(or_raise(PyUnicode_Substring(text.ptr(), 0, kToTheSecond)));
 }
 
 void show_counters(nb::handle window, nb::handle statistics) {

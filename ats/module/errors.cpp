@@ -1,8 +1,7 @@
 // errors.cpp - handled exceptions and traceback entries.
 #include "module/errors.hpp"
 
-#include <frameobject.h>
-
+#include "module/cpython_private.hpp"
 #include "module/imports.hpp"
 
 namespace ats {
@@ -31,9 +30,8 @@ void add_traceback_entry(const char* function, int line) {
         nb::steal(reinterpret_cast<PyObject*>(PyCode_NewEmpty("<qon_ats>", function, line)));
     nb::object frame;
     if (code.is_valid())
-        frame = nb::steal(reinterpret_cast<PyObject*>(PyFrame_New(PyThreadState_Get(),
-                                                                  reinterpret_cast<PyCodeObject*>(code.ptr()),
-                                                                  module_namespace().ptr(), nullptr)));
+        frame = nb::steal(reinterpret_cast<PyObject*>(cpython_private::new_frame(
+            reinterpret_cast<PyCodeObject*>(code.ptr()), module_namespace().ptr())));
     PyErr_Clear();
     PyErr_Restore(type, value, traceback);
     if (frame.is_valid()) PyTraceBack_Here(reinterpret_cast<PyFrameObject*>(frame.ptr()));

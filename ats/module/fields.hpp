@@ -8,7 +8,7 @@ namespace ats {
 // A field `__x` of class `C` is written `_C__x`, as the interpreter stores it.
 template <Literal L>
 nb::object field(nb::handle cell) {
-    return nb::steal(nb::detail::raise_if_null(PyObject_GetAttr(cell.ptr(), name<L>())));
+    return nb::steal(or_raise(PyObject_GetAttr(cell.ptr(), name<L>())));
 }
 
 template <Literal L>

@@ -128,7 +128,7 @@ const Import& find_import(std::string_view name) {
 nb::object resolve(const Import& import) {
     PyObject* here = find(own_namespace, import.interned_name);
     if (here && here != import.original) return nb::borrow(here);
-    return nb::steal(nb::detail::raise_if_null(PyObject_GetAttr(import.source, import.interned_attribute)));
+    return nb::steal(or_raise(PyObject_GetAttr(import.source, import.interned_attribute)));
 }
 
 namespace {

@@ -158,13 +158,13 @@ void init_method_type() {
                      Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC | Py_TPFLAGS_HAVE_VECTORCALL |
                          Py_TPFLAGS_METHOD_DESCRIPTOR | Py_TPFLAGS_DISALLOW_INSTANTIATION,
                      slots};
-    method_type = reinterpret_cast<PyTypeObject*>(nb::detail::raise_if_null(PyType_FromSpec(&spec)));
+    method_type = reinterpret_cast<PyTypeObject*>(or_raise(PyType_FromSpec(&spec)));
 }
 
 nb::object make_method(std::string_view signature, Body body, nb::handle scope, std::string_view class_name,
                        PyTypeObject* receiver, bool takes_self) {
     auto parsed = std::make_unique<Signature>(signature, scope);
-    PyObject* object = nb::detail::raise_if_null(method_type->tp_alloc(method_type, 0));
+    PyObject* object = or_raise(method_type->tp_alloc(method_type, 0));
     nb::object owner = nb::steal(object);
     MethodObject* method = as_method(object);
     method->vectorcall = call;
@@ -172,7 +172,7 @@ nb::object make_method(std::string_view signature, Body body, nb::handle scope, 
     method->receiver = receiver;
     method->takes_self = takes_self;
     method->signature = parsed.release();
-    method->dict = nb::detail::raise_if_null(PyDict_New());
+    method->dict = or_raise(PyDict_New());
     const std::string& short_name = method->signature->function_name();
     const std::string qualified_name = std::string(class_name) + "." + short_name;
     nb::handle dict(method->dict);

@@ -10,6 +10,12 @@ namespace nb = nanobind;
 
 namespace ats {
 
+// What a call of the interpreter has made; null means that it has set an error.
+inline PyObject* or_raise(PyObject* made) {
+    if (!made) throw nb::python_error();
+    return made;
+}
+
 template <std::size_t N>
 struct Literal {
     char text[N];

@@ -9,7 +9,7 @@ using signature_check::strip;
 nb::object evaluate(std::string_view text, nb::handle scope) {
     const std::string source(text);
     return nb::steal<nb::object>(
-        nb::detail::raise_if_null(PyRun_String(source.c_str(), Py_eval_input, scope.ptr(), scope.ptr())));
+        or_raise(PyRun_String(source.c_str(), Py_eval_input, scope.ptr(), scope.ptr())));
 }
 
 Kind kind_of(std::string_view annotation) {
@@ -177,7 +177,7 @@ void Signature::check(std::size_t index, Arguments& bound) const {
         case Kind::real:
             if (PyFloat_CheckExact(value)) return;
             if (!is_real(value)) refuse(index, value);
-            bound.own(index, nb::steal(nb::detail::raise_if_null(PyNumber_Float(value))));
+            bound.own(index, nb::steal(or_raise(PyNumber_Float(value))));
             return;
     }
     if (!fits) refuse(index, value);

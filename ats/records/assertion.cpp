@@ -54,13 +54,13 @@ int clear(PyObject* object) {
 // Records refer to each other in long chains: the trash can keeps their end from overflowing the stack.
 void dealloc(PyObject* object) {
     PyObject_GC_UnTrack(object);
-    Py_TRASHCAN_BEGIN(object, dealloc);
+    QON_TRASHCAN_BEGIN(object, dealloc);
     if (as_assertion(object)->weakrefs) PyObject_ClearWeakRefs(object);
     clear(object);
     PyTypeObject* type = Py_TYPE(object);
     type->tp_free(object);
     Py_DECREF(type);
-    Py_TRASHCAN_END;
+    QON_TRASHCAN_END;
 }
 
 int set_attribute(PyObject* object, PyObject* attribute, PyObject* value) {
@@ -247,7 +247,7 @@ constexpr Member kMembers[] = {
 
 nb::object Assertion::get(const Scalar& scalar, std::uintptr_t number) const {
     if (!lower.flags(number)) return nb::borrow(scalar.object);
-    return nb::steal(nb::detail::raise_if_null(PyFloat_FromDouble(scalar.number)));
+    return nb::steal(or_raise(PyFloat_FromDouble(scalar.number)));
 }
 
 void Assertion::set(Scalar& scalar, std::uintptr_t number, nb::handle content) {
@@ -285,7 +285,7 @@ PyObject* reference_or_none(PyObject* content) { return Py_NewRef(content ? cont
 }  // namespace
 
 nb::object new_assertion(PyObject* name, const Measurement& m) {
-    PyObject* object = nb::detail::raise_if_null(allocate(record_types.assertion, 0));
+    PyObject* object = or_raise(allocate(record_types.assertion, 0));
     nb::object owner = nb::steal(object);
     Assertion* a = as_assertion(object);
     a->name = shared_item_name(name);
@@ -366,7 +366,7 @@ nb::object verdict_word(Verdict verdict) {
                     : verdict == Verdict::ok ? name<"OK_STR">()
                                              : name<"NG_STR">();
     PyObject* type = reinterpret_cast<PyObject*>(record_types.assertion);
-    return nb::steal(nb::detail::raise_if_null(PyObject_GetAttr(type, key)));
+    return nb::steal(or_raise(PyObject_GetAttr(type, key)));
 }
 
 void init_assertion(nb::module_& module) {
@@ -387,8 +387,7 @@ void init_assertion(nb::module_& module) {
     };
     PyType_Spec spec{"qon_ats.Assertion", sizeof(Assertion), 0,
                      Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE | Py_TPFLAGS_HAVE_GC, slots};
-    record_types.assertion =
-        reinterpret_cast<PyTypeObject*>(nb::detail::raise_if_null(PyType_FromSpec(&spec)));
+    record_types.assertion = reinterpret_cast<PyTypeObject*>(or_raise(PyType_FromSpec(&spec)));
     nb::dict words;
     words["OK_STR"] = "OK";
     words["NG_STR"] = "NG";

@@ -27,8 +27,7 @@ bool holds(PyObject* value, PyObject* limit, int operation) {
     if (exact_double(value, left) && exact_double(limit, right))
         return operation == Py_GE ? left >= right : left <= right;
     // Not PyObject_RichCompareBool: that takes an object for equal to itself, and a NaN is within no limits.
-    const nb::object answer =
-        nb::steal(nb::detail::raise_if_null(PyObject_RichCompare(value, limit, operation)));
+    const nb::object answer = nb::steal(or_raise(PyObject_RichCompare(value, limit, operation)));
     const int truth = PyObject_IsTrue(answer.ptr());
     if (truth < 0) throw nb::python_error();
     return truth == 1;

@@ -7,6 +7,7 @@
 #include <array>
 
 #include "module/class_table.hpp"
+#include "module/cpython_private.hpp"
 #include "records/state.hpp"
 
 namespace ats {
@@ -50,13 +51,13 @@ struct NativeType {
     // Records refer to each other in long chains: the trash can keeps their end from overflowing the stack.
     static void dealloc(PyObject* object) {
         PyObject_GC_UnTrack(object);
-        Py_TRASHCAN_BEGIN(object, dealloc);
+        QON_TRASHCAN_BEGIN(object, dealloc);
         if (cast(object)->weakrefs) PyObject_ClearWeakRefs(object);
         clear(object);
         PyTypeObject* type = Py_TYPE(object);
         type->tp_free(object);
         Py_DECREF(type);
-        Py_TRASHCAN_END;
+        QON_TRASHCAN_END;
     }
 
     // `__new__` is object's: arguments are for `__init__`, which checks them and gives the class its
@@ -78,7 +79,7 @@ struct NativeType {
         };
         PyType_Spec spec{qualified_name, sizeof(T), 0,
                          Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE | Py_TPFLAGS_HAVE_GC, slots};
-        return reinterpret_cast<PyTypeObject*>(nb::detail::raise_if_null(PyType_FromSpec(&spec)));
+        return reinterpret_cast<PyTypeObject*>(or_raise(PyType_FromSpec(&spec)));
     }
 
     // For copies and pickles: the fields under their names, and what users added.

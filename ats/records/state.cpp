@@ -20,7 +20,7 @@ nb::dict checked_state(nb::handle state, const char* record) {
     if (!PyDict_Check(state.ptr()))
         raise_formatted(PyExc_TypeError, "The state of an object of class %s must be a dict, not %s.", record,
                         Py_TYPE(state.ptr())->tp_name);
-    const nb::dict copy = nb::steal<nb::dict>(nb::detail::raise_if_null(PyDict_Copy(state.ptr())));
+    const nb::dict copy = nb::steal<nb::dict>(or_raise(PyDict_Copy(state.ptr())));
     for (auto [key, value] : copy)
         if (!PyUnicode_Check(key.ptr()))
             raise_formatted(PyExc_TypeError,
@@ -47,8 +47,7 @@ void add_extras(nb::dict& state, PyObject* instance_dict) {
 
 void restore_extras(nb::handle self, const nb::dict& rest) {
     if (nb::len(rest) == 0) return;
-    const nb::object dict =
-        nb::steal(nb::detail::raise_if_null(PyObject_GenericGetDict(self.ptr(), nullptr)));
+    const nb::object dict = nb::steal(or_raise(PyObject_GenericGetDict(self.ptr(), nullptr)));
     if (PyDict_Update(dict.ptr(), rest.ptr()) < 0) throw nb::python_error();
 }
 

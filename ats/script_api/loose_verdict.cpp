@@ -25,8 +25,7 @@ bool loosely_true(nb::handle value) {
         return is_true_letter(static_cast<unsigned char>(PyBytes_AS_STRING(object)[0]));
     }
     const nb::int_ zero(0);
-    const nb::object unequal =
-        nb::steal(nb::detail::raise_if_null(PyObject_RichCompare(object, zero.ptr(), Py_NE)));
+    const nb::object unequal = nb::steal(or_raise(PyObject_RichCompare(object, zero.ptr(), Py_NE)));
     const int truth = PyObject_IsTrue(unequal.ptr());
     if (truth < 0) throw nb::python_error();
     return truth == 1;

@@ -53,7 +53,7 @@ nb::object to_cell(nb::handle self, const Arguments& args) {
     const nb::object cell = cell_of(self);
     PyObject* values[count + 1] = {cell.ptr()};
     for (std::size_t i = 0; i < count; ++i) values[i + 1] = args[i].ptr();
-    return nb::steal(nb::detail::raise_if_null(
+    return nb::steal(or_raise(
         PyObject_VectorcallMethod(name<L>(), values, (count + 1) | PY_VECTORCALL_ARGUMENTS_OFFSET, nullptr)));
 }
 

@@ -29,8 +29,9 @@ nb::object run(nb::handle self, const Arguments&) {
     const nb::tuple positional = nb::tuple(field<"arg">(self));
     nb::dict plain;
     plain.update(keywords);
-    set_field<"result">(self, nb::steal(nb::detail::raise_if_null(PyObject_Call(
-                                  field<"function">(self).ptr(), positional.ptr(), plain.ptr()))));
+    set_field<"result">(
+        self,
+        nb::steal(or_raise(PyObject_Call(field<"function">(self).ptr(), positional.ptr(), plain.ptr()))));
     const nb::object event = field<"event">(self);
     if (!event.is_none()) event.attr("set")();
     return nb::none();

@@ -55,9 +55,8 @@ void gather(nb::handle uut, PyObject* wanted, nb::list& found) {
 nb::object number_of(nb::handle assertion) {
     nb::object value = value_of(assertion);
     if (PyFloat_CheckExact(value.ptr())) return value;
-    if (PyUnicode_Check(value.ptr()))
-        return nb::steal(nb::detail::raise_if_null(PyFloat_FromString(value.ptr())));
-    return nb::steal(nb::detail::raise_if_null(PyNumber_Float(value.ptr())));
+    if (PyUnicode_Check(value.ptr())) return nb::steal(or_raise(PyFloat_FromString(value.ptr())));
+    return nb::steal(or_raise(PyNumber_Float(value.ptr())));
 }
 
 void show_figures(nb::handle self, nb::handle values) {

@@ -7,7 +7,6 @@ from typing import Any
 import numpy as np
 from matplotlib.artist import Artist
 from matplotlib.axes import Axes
-from matplotlib.axis import XAxis, YAxis
 from matplotlib.backend_bases import RendererBase
 from matplotlib.backends.backend_agg import RendererAgg
 from matplotlib.colors import to_rgba
@@ -15,6 +14,8 @@ from matplotlib.lines import Line2D
 from matplotlib.patches import Polygon
 from matplotlib.transforms import IdentityTransform
 from numpy.typing import NDArray
+
+from .matplotlib_private import become, spare_label_places
 
 Floats = NDArray[np.float64]
 
@@ -102,45 +103,13 @@ class EnvelopeLine(Line2D):
         return envelope(x, y, renderer.points_to_pixels(self.get_linewidth()))
 
 
-class _LabelPlace:
-    """An axis without a label and an offset needs no place for them: finding it measures all tick labels again."""
-
-    _bare = False  # while it is drawn without a label
-
-    def draw(self, renderer: RendererBase) -> None:
-        self._bare = not self.label.get_text()  # type: ignore[attr-defined]
-        try:
-            super().draw(renderer)  # type: ignore[misc]
-        finally:
-            self._bare = False
-
-    def _get_ticklabel_bboxes(self, *args: Any, **kwargs: Any) -> tuple[list[Any], list[Any]]:
-        if self._bare and not self.major.formatter.get_offset():  # type: ignore[attr-defined]
-            return [], []
-        found: tuple[list[Any], list[Any]] = super()._get_ticklabel_bboxes(*args, **kwargs)  # type: ignore[misc]
-        return found
-
-    def _update_label_position(self, renderer: RendererBase) -> None:
-        if not self._bare:
-            super()._update_label_position(renderer)  # type: ignore[misc]
-
-
-class _XAxis(_LabelPlace, XAxis):
-    pass
-
-
-class _YAxis(_LabelPlace, YAxis):
-    pass
-
-
 class PlotAxes(Axes):
     """Axes whose `plot` draws long lines fast."""
 
     def __init__(self, *args: Any, **kwargs: Any) -> None:
         super().__init__(*args, **kwargs)
-        self.xaxis.__class__, self.yaxis.__class__ = _XAxis, _YAxis
+        spare_label_places(self)
 
     def add_line(self, line: Line2D) -> Line2D:
-        if type(line) is Line2D:
-            line.__class__ = EnvelopeLine  # matplotlib offers no choice of the class `plot` makes
+        become(line, EnvelopeLine)
         return super().add_line(line)

@@ -8,6 +8,7 @@ from openpyxl import Workbook
 from openpyxl.cell import Cell
 from openpyxl.worksheet.worksheet import Worksheet
 from qon_companions.files import write_atomically
+from qon_companions.openpyxl_private import become
 
 from .report import describe
 from .sheet_values import sheet_value
@@ -36,7 +37,7 @@ class _SafeSheet(Worksheet):
     def cell(self, row: int, column: int, value: Any = None) -> Any:
         cell = super().cell(row, column)
         if type(cell) is Cell:
-            cell.__class__ = _SafeCell  # a sheet has no choice of the class it makes
+            become(cell, _SafeCell)
         if value is not None:
             cell.value = value
         return cell
@@ -50,11 +51,11 @@ class SafeBook(Workbook):
     def __init__(self, *args: Any, **keywords: Any) -> None:
         super().__init__(*args, **keywords)
         for sheet in self.worksheets:
-            sheet.__class__ = _SafeSheet
+            become(sheet, _SafeSheet)
 
     def create_sheet(self, *args: Any, **keywords: Any) -> Any:
         sheet = super().create_sheet(*args, **keywords)
-        sheet.__class__ = _SafeSheet
+        become(sheet, _SafeSheet)
         return sheet
 
     def save(self, filename: Any) -> None:

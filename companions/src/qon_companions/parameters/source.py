@@ -15,6 +15,7 @@ from typing import Any, NamedTuple, Protocol
 import openpyxl
 from openpyxl.workbook import Workbook
 
+from ..openpyxl_private import archive_of
 from .blank_rows import without_blank_rows
 from .errors import Fault, Place, WorkbookError
 from .merged_areas import MAX_MERGED_CELLS, merged_cells
@@ -155,8 +156,8 @@ def read_file(path: Path) -> bytes:
 
 
 def _opened(book: Workbook) -> Source:
-    archive = getattr(book, "_archive", None)
-    if not book.read_only or not isinstance(archive, zipfile.ZipFile) or archive.fp is None:
+    archive = archive_of(book)
+    if archive is None or archive.fp is None:
         return OpenedSource(book, "the opened workbook")
     label = archive.filename or "the opened workbook"
     archive.fp.seek(0)
