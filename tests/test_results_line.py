@@ -71,7 +71,9 @@ def test_the_line_answers_as_the_station_does(line: str, station: Path) -> None:
         runs = here.runs(limit=None)
         assert there.runs(limit=None) == runs
         some = runs[7].serial_number or ""
-        assert there.runs(Filter(serial_number=some[:-1] + "*")) == here.runs(Filter(serial_number=some[:-1] + "*"))
+        assert there.runs(Filter(serial_number=some[:-1] + "*")) == here.runs(
+            Filter(serial_number=some[:-1] + "*")
+        )
         assert there.runs(Filter(serial_number="%")) == [] == there.runs(Filter(serial_number="' OR 1=1 --"))
         for run in runs[:5]:
             assert there.record(run.id) == here.record(run.id) and there.attempts(run) == here.attempts(run)
@@ -82,7 +84,9 @@ def test_the_line_answers_as_the_station_does(line: str, station: Path) -> None:
                 continue
             mine, theirs = here.item(item), there.item(item)
             for name in ("run", "cell", "kind", "value", "verdict", "lower", "upper", "time_us"):
-                assert np.array_equal(getattr(mine, name), getattr(theirs, name), equal_nan=name in ("value", "lower", "upper"))
+                assert np.array_equal(
+                    getattr(mine, name), getattr(theirs, name), equal_nan=name in ("value", "lower", "upper")
+                )
 
 
 class BadNetwork:

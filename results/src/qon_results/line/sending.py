@@ -14,6 +14,7 @@ from typing import Any, NoReturn
 import psycopg
 
 from ..store import queries as local
+from ..store.archived import Archived
 from ..store.file import Row, ask, check_version, connect
 from ..store.hashing import key_of
 from . import queries, staging
@@ -55,6 +56,7 @@ class Source:
             self._connection.close()
             raise
         self.station = uuid.UUID(bytes=id)
+        self._archived = Archived(self._connection, path)
         self._sent_contents: set[bytes] = set()
 
     def close(self) -> None:
@@ -75,10 +77,7 @@ class Source:
         return None
 
     def chain_at(self, number: int) -> bytes | None:
-        for (chain,) in self._ask(
-            "SELECT chain FROM seal WHERE number = ? UNION ALL SELECT chain FROM archive WHERE last_seal = ?",
-            (number, number),
-        ):
+        for (chain,) in self._ask("SELECT chain FROM seal WHERE number = ?", (number,)):
             return bytes(chain)
         return None
 
@@ -123,7 +122,7 @@ class Source:
             self._add_content(batch, sha256)
         (row,) = self._ask(local.OWN_RUN, own)
         batch.runs.append([id, self.station, row[0], key, *row[2:17], row[17], row[18], row[19]])
-        batch.measurements.extend((id, *row) for row in self._ask(local.MEASUREMENTS, own))
+        batch.measurements.extend((id, *row) for row in self._archived.measurements(own["run"]))
         batch.instruments.extend((id, *row) for row in self._ask(local.INSTRUMENTS, own))
         for number, name, seq, sha256, _size, at_us in self._ask(local.ATTACHMENTS, own):
             batch.attachments.append((id, number, name, seq, sha256, at_us))
@@ -140,10 +139,7 @@ class Source:
         self._sent_contents.update(batch.contents)
 
     def _events_before(self, seal: int) -> int:
-        for (events,) in self._ask(
-            "SELECT events FROM seal WHERE number = ? UNION ALL SELECT events FROM archive WHERE last_seal = ?",
-            (seal, seal),
-        ):
+        for (events,) in self._ask("SELECT events FROM seal WHERE number = ?", (seal,)):
             return int(events)
         return 0
 

@@ -21,7 +21,8 @@ WHERE r.begin_us >= :since AND r.begin_us < :until
   AND (:serial IS NULL OR r.serial_number GLOB :serial)
   AND (:failed IS NULL OR EXISTS (
         SELECT 1 FROM measurement AS f
-        WHERE f.run = r.number AND f.verdict = 0 AND f.item = (SELECT id FROM item WHERE name = :failed)))
+        WHERE f.run = r.number AND f.verdict = 0 AND f.item = (SELECT id FROM item WHERE name = :failed))
+    OR r.number IN (SELECT value FROM json_each(:failed_archived)))
 """
 
 # The first by the time of begin, the second by serial number (from its fixed beginning on).
@@ -145,7 +146,7 @@ RUN_NUMBERS = (
 )
 COUNTS = "SELECT (SELECT count(*) FROM run), (SELECT count(*) FROM seal), (SELECT sum(measured) FROM run)"
 LAST_SEAL = "SELECT number, events, chain FROM seal ORDER BY number DESC LIMIT 1"
-LAST_ARCHIVE = "SELECT last_seal, events, chain FROM archive ORDER BY last_seal DESC LIMIT 1"
+ARCHIVES = "SELECT month, path, sha256, runs, measurements, at_us FROM archive ORDER BY month"
 
 # Interrupted units that the operator was not told of, unless they have been tested again since.
 UNTOLD = """

@@ -190,26 +190,15 @@ CREATE TABLE now (
     heartbeat_us INTEGER NOT NULL
 );
 
--- Up to which seal each line's database has the records.
-CREATE TABLE outbox (
-    target TEXT NOT NULL PRIMARY KEY,
-    seal INTEGER NOT NULL,
-    at_us INTEGER NOT NULL
-) WITHOUT ROWID;
-
--- Seals (and what they seal) that were moved into files, always from the chain's beginning on.
+-- Months whose measurements were moved into a file (Parquet, path beside this one); everything else of their runs stays.
 CREATE TABLE archive (
-    last_seal INTEGER PRIMARY KEY,
-    first_seal INTEGER NOT NULL,
-    events INTEGER NOT NULL,
-    chain BLOB NOT NULL,       -- of the last seal
-    last_run INTEGER NOT NULL, -- the highest number among the runs
+    month TEXT PRIMARY KEY,    -- of the runs' begin, UTC, like 2026-01
     path TEXT NOT NULL,
     sha256 BLOB NOT NULL,
     runs INTEGER NOT NULL,
     measurements INTEGER NOT NULL,
     at_us INTEGER NOT NULL
-);
+) WITHOUT ROWID;
 
 -- What the station has to remember: 'told' is the seal up to which interrupted units were shown to the operator.
 CREATE TABLE memory (
@@ -236,6 +225,5 @@ CREATE TRIGGER seal_kept BEFORE UPDATE ON seal
 BEGIN SELECT raise(ABORT, 'seals do not change'); END;
 CREATE TRIGGER correction_kept BEFORE UPDATE ON correction
 BEGIN SELECT raise(ABORT, 'corrections do not change'); END;
-CREATE TRIGGER run_archived BEFORE DELETE ON run
-WHEN NOT EXISTS (SELECT 1 FROM seal JOIN archive ON seal.number <= archive.last_seal WHERE seal.run = OLD.number)
-BEGIN SELECT raise(ABORT, 'only archived runs are deleted'); END;
+CREATE TRIGGER run_kept BEFORE DELETE ON run
+BEGIN SELECT raise(ABORT, 'runs are not deleted'); END;

@@ -6,6 +6,7 @@ from collections.abc import Iterable, Sequence
 from pathlib import Path
 from typing import Any
 
+import msgspec
 import numpy as np
 
 from ..records import (
@@ -25,6 +26,7 @@ from ..records import (
     Verdict,
 )
 from . import queries
+from .archived import Archived
 from .base import (
     EVERYTHING,
     Filter,
@@ -51,11 +53,13 @@ class SqliteStore(Store):
         try:
             check_version(self._connection, self.path)
             self._station = self.stations()[0]
+            self._archived = Archived(self._connection, self.path)
         except BaseException:
             self._connection.close()
             raise
 
     def close(self) -> None:
+        self._archived.close()
         self._connection.close()
 
     def stations(self) -> list[Station]:
@@ -64,7 +68,7 @@ class SqliteStore(Store):
         ]
 
     def runs(self, wanted: Filter = EVERYTHING, limit: int | None = 1000) -> list[Run]:
-        values = bound(wanted) | {"limit": -1 if limit is None else limit}
+        values = self._bound(wanted) | {"limit": -1 if limit is None else limit}
         if wanted.serial_number is None:
             return [run_of(row) for row in self._ask(queries.RUNS_BY_TIME, values)]
         first, star, _ = wanted.serial_number.partition("*")
@@ -90,7 +94,7 @@ class SqliteStore(Store):
             run=run,
             own=run_of(self._ask(queries.OWN_RUN, own)[0]),
             setup=setup_of(self._ask(queries.SETUP, own)[0]),
-            measurements=[measurement_of(row) for row in self._ask(queries.MEASUREMENTS, own)],
+            measurements=[measurement_of(row) for row in self._archived.measurements(run.number)],
             instruments=[Instrument(*row) for row in self._ask(queries.INSTRUMENTS, own)],
             attachments=[Attachment(*row) for row in self._ask(queries.ATTACHMENTS, own)],
             events=[event_of(row) for row in self._ask(queries.EVENTS_OF_RUN, own)],
@@ -111,22 +115,31 @@ class SqliteStore(Store):
 
     def items(self, wanted: Filter = EVERYTHING) -> list[ItemCount]:
         if wanted == EVERYTHING:
-            return [ItemCount(*row) for row in self._ask(queries.ITEMS)]
-        return [ItemCount(*row) for row in self._ask(queries.ITEMS_WANTED, bound(wanted))]
+            rows, moved = self._ask(queries.ITEMS), self._archived.counts(None)
+        else:
+            rows = self._ask(queries.ITEMS_WANTED, self._bound(wanted))
+            moved = self._archived.counts(self._numbers(wanted)) if self._archived else []
+        return sorted(
+            (ItemCount(name, *counts) for name, counts in _added(rows, moved).items()),
+            key=lambda one: one.name,
+        )
 
     def item(self, name: str, wanted: Filter = EVERYTHING) -> ItemColumns:
         known = self._ask(queries.ITEM_ID, (name,))
         if not known:
             raise KeyError(f'No run has an item "{name}".')
         item = known[0][0]
-        runs = _columns(self._ask(queries.RUN_COLUMNS, bound(wanted)), 3)
+        runs = _columns(self._ask(queries.RUN_COLUMNS, self._bound(wanted)), 3)
         numbers, cells, begins = (np.array(column, dtype=np.int64) for column in runs)
         first, last = (int(numbers[0]), int(numbers[-1])) if len(numbers) else (0, -1)
-        columns = _columns(self._ask(queries.ITEM_VALUES_SINCE, (item, first, last)), 9)
+        rows = self._ask(queries.ITEM_VALUES_SINCE, (item, first, last))
+        limits = {id: (lower, upper, unit) for id, lower, upper, unit in self._ask(queries.SPECS, (item,))}
+        if self._archived:
+            rows = _with_archived(rows, self._archived.of_item(name, first, last), limits)
+        columns = _columns(rows, 9)
         run = np.array(columns[0], dtype=np.int64)
         place = np.searchsorted(numbers, run)
         mine = numbers[np.minimum(place, len(numbers) - 1)] == run if len(numbers) else run < 0
-        limits = {id: (lower, upper, unit) for id, lower, upper, unit in self._ask(queries.SPECS, (item,))}
         return _item_columns(
             name,
             self._station.id,
@@ -138,10 +151,20 @@ class SqliteStore(Store):
         )
 
     def yields(self, wanted: Filter) -> list[Yield]:
-        return count_yields(self._ask(queries.YIELDS, bound(wanted)))
+        return count_yields(self._ask(queries.YIELDS, self._bound(wanted)))
 
     def pareto(self, wanted: Filter) -> list[ParetoRow]:
-        return [ParetoRow(*row) for row in self._ask(queries.PARETO, bound(wanted))]
+        rows = self._ask(queries.PARETO, self._bound(wanted))
+        if self._archived and wanted.outcome in (None, Outcome.NG):
+            failed = self._numbers(msgspec.structs.replace(wanted, outcome=Outcome.NG))
+            rows = [
+                *_added(
+                    rows, [(name, 0, every) for name, every in self._archived.ng_runs(failed).items()]
+                ).items()
+            ]
+            rows = [(name, *counts) for name, counts in rows]
+        found = [ParetoRow(*row) for row in rows]
+        return sorted(found, key=lambda row: (-row.first, -row.all, row.item))
 
     def events(self, wanted: Filter = EVERYTHING, limit: int | None = 1000) -> list[Event]:
         values = {"cell": wanted.cell, "since": wanted.since_us, "until": wanted.until_us}
@@ -160,7 +183,14 @@ class SqliteStore(Store):
     def verify(self, progress: Progress | None = None) -> Verification:
         from .verify import verify
 
-        return verify(self._connection, progress)
+        return verify(self._connection, progress, self._archived)
+
+    def _bound(self, wanted: Filter) -> dict[str, Any]:
+        failed = self._archived.failed(wanted.failed_item) if wanted.failed_item and self._archived else []
+        return bound(wanted) | {"failed_archived": json.dumps(failed)}
+
+    def _numbers(self, wanted: Filter) -> list[int]:
+        return [row[0] for row in self._ask(queries.RUN_COLUMNS, self._bound(wanted))]
 
     def _ask(self, query: str, values: Sequence[Any] | dict[str, Any] = ()) -> list[Row]:
         return list(ask(self._connection, query, values))
@@ -255,6 +285,28 @@ def count_yields(rows: Iterable[Row]) -> list[Yield]:
         counts[product, operation]["units"] += 1
         counts[product, operation]["finally_passed"] += passed
     return [Yield(*key, *count.values()) for key, count in sorted(counts.items())]
+
+
+def _added(rows: Iterable[Row], more: Iterable[Row]) -> dict[str, list[int]]:
+    """Counts of the same names added up."""
+    total: dict[str, list[int]] = {name: [int(count) for count in counts] for name, *counts in rows}
+    for name, *counts in more:
+        known = total.setdefault(name, [0] * len(counts))
+        total[name] = [a + int(b) for a, b in zip(known, counts, strict=True)]
+    return total
+
+
+def _with_archived(
+    rows: list[Row], moved: list[Row], limits: dict[int, tuple[float | None, float | None, str | None]]
+) -> list[Row]:
+    """One item's rows with those from files, by run; what these were judged by gets numbers below zero."""
+    known: dict[tuple[Any, ...], int] = {}
+    found = []
+    for run, seq, kind, number, truth, verdict, lower, upper, unit, time_us, attempt in moved:
+        place = known.setdefault((lower, upper, unit), -1 - len(known))
+        found.append((run, seq, kind, number, truth, verdict, place, time_us, attempt))
+    limits.update({place: key for key, place in known.items()})
+    return sorted([*found, *rows], key=lambda row: row[:2]) if found else rows
 
 
 def _columns(rows: list[Row], count: int) -> list[Sequence[Any]]:

@@ -2,12 +2,14 @@
 
 import hashlib
 import uuid
-from collections.abc import Iterator
+from collections.abc import Iterable, Iterator
 
 import apsw
+import duckdb
 
 from ..records import Attachment, Event, Instrument
 from . import queries
+from .archived import Archived, ArchiveMissingError
 from .base import Fault, Progress, Verification
 from .file import Row, ask
 from .hashing import RecordHash, first_chain, next_chain
@@ -17,12 +19,11 @@ BLOCK = 1000
 
 
 def record_hash(
-    connection: apsw.Connection, run: int, after_event: int, last_event: int
+    connection: apsw.Connection, rows: Iterable[Row], run: int, after_event: int, last_event: int
 ) -> tuple[bytes, int]:
-    """Of a run as it lies in the file, and the number of its measurements."""
-    own = {"run": run}
+    """Of a run as it lies in the file, its measurements' rows given, and their number."""
     total = RecordHash()
-    rows = ask(connection, queries.MEASUREMENTS, own)
+    rows = iter(rows)
     while block := [measurement_values(row) for row in _some(rows)]:
         total.measurements(block)
     return finish(connection, total, run, after_event, last_event), total.count
@@ -54,10 +55,12 @@ def correction_hash(
     return total.digest()
 
 
-def verify(connection: apsw.Connection, progress: Progress | None = None) -> Verification:
+def verify(
+    connection: apsw.Connection, progress: Progress | None = None, archived: Archived | None = None
+) -> Verification:
     """The whole file in the state of one moment, whatever is written meanwhile."""
     with _snapshot(connection):
-        return _Verifier(connection, progress).verify()
+        return _Verifier(connection, progress, archived).verify()
 
 
 def check_newest(connection: apsw.Connection, seals: int = 3) -> Fault | None:
@@ -68,7 +71,10 @@ def check_newest(connection: apsw.Connection, seals: int = 3) -> Fault | None:
 
 
 class _Verifier:
-    def __init__(self, connection: apsw.Connection, progress: Progress | None) -> None:
+    def __init__(
+        self, connection: apsw.Connection, progress: Progress | None, archived: Archived | None = None
+    ) -> None:
+        self._archived = archived
         self._connection = connection
         self._progress = progress
         self._runs, self._seals, _ = next(ask(connection, queries.COUNTS))
@@ -80,6 +86,8 @@ class _Verifier:
             fault = self._damage() or self._gap() or self.wrong_seal()
         except (apsw.CorruptError, apsw.NotADBError, apsw.IOError) as error:
             fault = Fault(f"The file is damaged: {error}.")
+        except (ArchiveMissingError, duckdb.Error) as error:
+            fault = Fault(str(error))
         return Verification(self._runs, self._seals, self._measurements, self._chain, fault)
 
     def _damage(self) -> Fault | None:
@@ -92,20 +100,15 @@ class _Verifier:
         return None
 
     def _gap(self) -> Fault | None:
-        """Archived runs are at the beginning, but not all of them need have been sealed in their order."""
-        ((archived,),) = ask(self._connection, "SELECT count(*) FROM archive")
-        ((first,),) = ask(self._connection, "SELECT coalesce(min(number), 1) FROM run")
-        before = first - 1 if archived else 0
-        for number, step in ask(self._connection, queries.RUN_NUMBERS, {"before": before}):
-            if step != 1 and not archived:
+        for number, step in ask(self._connection, queries.RUN_NUMBERS, {"before": 0}):
+            if step != 1:
                 return Fault(f"The numbers of the runs have a gap before {number}.", run=number)
         return None
 
     def wrong_seal(self, after: int = 0) -> Fault | None:
-        """Of the seals behind this one, and the archived ones."""
+        """Of the seals behind this one."""
         station = uuid.UUID(bytes=next(ask(self._connection, queries.STATIONS))[0])
-        archive = list(ask(self._connection, queries.LAST_ARCHIVE))
-        number, events, self._chain = archive[0] if archive else (0, 0, first_chain(station))
+        number, events, self._chain = 0, 0, first_chain(station)
         query = "SELECT number, events, chain FROM seal WHERE number = ? AND number > ?"
         for known in ask(self._connection, query, (after, number)):
             number, events, self._chain = known
@@ -139,7 +142,11 @@ class _Verifier:
         corrects = any(ask(self._connection, "SELECT 1 FROM correction WHERE seal = ?", (seal,)))
         if corrects:
             return correction_hash(self._connection, seal, run, events_before, events), 0
-        return record_hash(self._connection, run, events_before, events)
+        if self._archived is not None:
+            rows = self._archived.measurements(run)
+        else:
+            rows = ask(self._connection, queries.MEASUREMENTS, {"run": run})
+        return record_hash(self._connection, rows, run, events_before, events)
 
     def _unsealed(self) -> Fault | None:
         """A run that has an outcome has a seal."""

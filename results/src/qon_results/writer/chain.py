@@ -15,6 +15,5 @@ class ChainEnd:
     def __init__(self, connection: apsw.Connection) -> None:
         station = uuid.UUID(bytes=next(ask(connection, queries.STATIONS))[0])
         self.number, self.events, self.chain = 0, 0, first_chain(station)
-        for query in (queries.LAST_ARCHIVE, queries.LAST_SEAL):
-            for number, events, chain in ask(connection, query):
-                self.number, self.events, self.chain = number, events, chain
+        for number, events, chain in ask(connection, queries.LAST_SEAL):
+            self.number, self.events, self.chain = number, events, chain

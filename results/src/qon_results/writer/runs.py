@@ -55,7 +55,7 @@ INSERT INTO event (number, id, run, cell, at_us, kind, text, data) VALUES (?, ?,
 ON CONFLICT (id) DO NOTHING
 """
 _LAST_RUN = """
-SELECT max(coalesce((SELECT max(number) FROM run), 0), coalesce((SELECT max(last_run) FROM archive), 0))
+SELECT coalesce(max(number), 0) FROM run
 """
 _CORRECT = "INSERT INTO correction (seal, run, at_us, outcome, reason, details) VALUES (?, ?, ?, ?, ?, ?)"
 
@@ -295,7 +295,8 @@ class Runs:
         if live.hash is not None and live.hash.count == end.measured:
             digest = finish(self._connection, live.hash, live.number, before, last)
         else:
-            digest, _ = record_hash(self._connection, live.number, before, last)
+            rows = ask(self._connection, queries.MEASUREMENTS, {"run": live.number})
+            digest, _ = record_hash(self._connection, rows, live.number, before, last)
         self._append(live.number, end.at_us, last, digest)
         live.sealed, live.hash = True, None
 
