@@ -1,8 +1,10 @@
 """The unit that a station keeps: hooks around a run, its outcome, and what nothing can change afterwards."""
 
+import gc
 import os
 import pickle
 import sys
+import weakref
 from collections.abc import Callable
 from pathlib import Path
 from typing import Any
@@ -160,6 +162,17 @@ def test_what_a_script_leaves_behind_is_named_and_writes_nothing_into_the_next_u
     )
     assert cell.text == "", "named once, and an idle worker never"
     cell.pool.shutdown()
+
+
+@pytest.mark.parametrize("run", [OK_ITEM, "1 / 0"])
+def test_a_unit_that_nobody_keeps_is_freed_without_the_collector(kept: Any, run: str) -> None:
+    """It holds all that was measured."""
+    cell = kept(run)
+    gc.disable()
+    unit = weakref.ref(cell.run().uut)
+    cell.run_again()
+    gc.enable()
+    assert unit() is None
 
 
 def other_file(folder: Path, script: Path) -> None:

@@ -37,7 +37,7 @@ class EndedCell:
     """Stands for the cell in the runner of a run that has ended: it tells which unit it was, and refuses the rest."""
 
     def __init__(self, cell: qon_ats.CellBase, unit: qon_ats.UUT, script: str) -> None:
-        self._told: dict[str, Any] = {"uut": unit, "script": script, "cell_proxy": self}
+        self._told: dict[str, Any] = {"uut": unit, "script": script}
         self._cell = weakref.ref(cell)
         self._words = f"{cell.get_cell_name()}: the run of {unit.serial_number or 'the unit'} has ended"
 

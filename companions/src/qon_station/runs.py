@@ -307,7 +307,7 @@ class StationRuns(qon_ats.CellBase):
             words = text.format(name=thread.name, place=thread.place or "?")
             self.logger.warning("%s: %s", run.unit.serial_number, words)
             self.print(words)
-        run.runner = None
+        run.runner = run.refused = None  # no cycles for the collector
 
     def _decided(self, run: Run, leaving: BaseException | None) -> Outcome:
         try:
