@@ -62,8 +62,8 @@ def test_each_run_stands_in_the_station_s_log_and_in_a_file_of_its_own(
         installed.run(frame.cells[0], "SN3")
         qon_station.before_run.unsubscribe(refuse)
     whole = log.read_text(encoding="utf-8")
-    first, second, third = sorted((log.parent / "runs").rglob("*.log"))
-    assert [path.stem[6:] for path in (first, second)] == ["-cell1-SN1", "-cell1-SN_2"]
+    files = {path.stem[6:]: path for path in (log.parent / "runs").rglob("*.log")}
+    first, second, third = (files[f"-cell1-{name}"] for name in ("SN1", "SN_2", "SN3"))
     assert "disk full" in third.read_text(encoding="utf-8") and "SN3 ends: EXCEPTION" in whole
     ended = "Test of SN1 ends: OK, 2 items"
     for text in ("Test of SN1 begins; script", "settling", "Is it lit? | answer: Lit", ended, "blanks or case"):
