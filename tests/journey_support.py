@@ -7,7 +7,8 @@ import qon_ats
 import qon_atsui.frame.commands
 import wx
 import wx.grid
-from station import Station, click_row
+from scanner import burst
+from station import Station, click_row, dialogs
 from support import click, has_focus, inside, press, pump, pump_for, scan
 
 Act = Callable[[Any], Any]
@@ -122,11 +123,22 @@ class Keyboard:
 
 
 class Scanner(Keyboard):
-    def start(self, _cell: qon_ats.Cell, number: str) -> None:
-        scan(number)
+    """Without a keyboard; the mouse, or a finger, says which cell a scan is for."""
+
+    def start(self, cell: qon_ats.Cell, number: str) -> None:
+        if not cell.ui_serial_number.marked:
+            click(cell.ui_prompt)
+        again = cell.uut is not None and cell.uut.serial_number == number
+        with dialogs(*[lambda _box: burst("Test it\n")] * again):
+            burst(number + "\n")
+            pump(cell.is_running)
 
     def press(self, target: wx.AnyButton) -> None:
-        scan(target.GetLabelText())
+        burst(target.GetLabelText() + "\n")
+
+    def enter(self, box: wx.Dialog, text: str) -> None:
+        click(next(part for part in inside(box) if isinstance(part, wx.TextCtrl)))
+        burst(text + "\n")
 
 
 def told(text: str) -> Act:

@@ -47,10 +47,10 @@ def test_scan_answer_type_and_retry_the_same_unit(kind: type[Any], station: Stat
             assert box.GetTitle() == "Cell 1"
             hands.enter(box, "B-17")
 
-        pump(lambda: has_focus(cell.ui_serial_number), what="the next scan is for this cell")
         hands.start(cell, "4711-7")
         pump(lambda: state(cell)[0] == "TESTING" and cell.ui_abort.IsEnabled(), what="the test starts")
         assert not cell.ui_serial_number.IsEnabled() and cell.uut.serial_number == "4711-7"
+        pump(other.is_ready)
         pump(lambda: has_focus(other.ui_serial_number), what="the next scan is for the next cell")
         station.meetings[1].arrived()
         with dialogs(answer, enter):
@@ -115,7 +115,8 @@ def test_three_scans_in_a_row_and_a_broken_script_is_mended(station: Station) ->
     assert [state(cell) for cell in frame.cells] == [("NG", "VOUT"), ("NG", "VOUT  +1"), ("EXCEPTION", error)]
     assert [len(cell.uut.assertions) for cell in frame.cells] == [1, 2, 0]
     assert broken.script in broken.ui_test_logger.GetValue()
-    pump(lambda: has_focus(broken.ui_serial_number), what="it ended last")
+    pump(lambda: has_focus(frame.cells[0].ui_serial_number), what="it was ready first")
+    click(broken.ui_serial_number)
     Path(broken.script).write_text(station.script("self.append_ok('MENDED', 1)"), encoding="utf-8")
     scan("SN3")
     pump(lambda: state(broken) == ("OK", ""))

@@ -133,10 +133,11 @@ def test_where_the_focus_goes(station: Station, monkeypatch: pytest.MonkeyPatch)
     pump_for(0.1)
     assert has_focus(second.ui_serial_number), "somebody types there"
     scan("2")
-    pump(lambda: has_focus(first.ui_serial_number), what="the focus is where it was asked for first")
+    pump(lambda: has_focus(third.ui_serial_number), what="the next one by number is ready")
     assert second.uut.serial_number == "B2"
     station.finish(second)
-    pump(lambda: has_focus(second.ui_serial_number), what="nobody types: as the engine wants it")
+    pump_for(0.1)
+    assert has_focus(third.ui_serial_number), "a test that ends moves nothing"
 
 
 def test_a_question_takes_its_cell_alone_into_waiting_and_holds_the_focus_back(station: Station) -> None:

@@ -7,7 +7,7 @@ happens; a name that nobody defines means that nothing happens.  Only a weak ref
 from __future__ import annotations
 
 import weakref
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
 from typing import Any
 
 import wx
@@ -39,3 +39,10 @@ def relay(owner: wx.Window, name: str, otherwise: Callable[[wx.Event], Any] | No
 def bind(owner: wx.Window, source: wx.EvtHandler, binder: wx.PyEventBinder, name: str) -> None:
     """An event of `source` goes to the owner's handler of that name."""
     source.Bind(binder, relay(owner, name))
+
+
+def descendants(window: wx.Window) -> Iterator[wx.Window]:
+    """All windows in a window, at any depth."""
+    for child in window.GetChildren():
+        yield child
+        yield from descendants(child)

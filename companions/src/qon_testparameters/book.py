@@ -43,7 +43,7 @@ class BookParameters:
         table = read_table(self._source, name)
         if table.faults:
             raise WorkbookError(table.faults)
-        self._sheets[name] = SheetParameters(name, table.parameters.values(), label)
+        self._sheets[name] = SheetParameters(name, table.parameters.values(), label, self)
         return self._sheets[name]
 
     def get_sheet_parameters(self, name: str) -> SheetParameters:

@@ -23,11 +23,14 @@ def _reads(slot: str, attribute: str) -> Callable[[_Method], _Method]:
 class SheetParameters:
     """Parameters by variable name, in the order of the sheet.  A script may change their values."""
 
-    __slots__ = ("__weakref__", "_parameters", "file", "name")
+    __slots__ = ("__weakref__", "_parameters", "book", "file", "name")
 
-    def __init__(self, name: str = "", parameters: Iterable[Parameter] = (), file: str = "") -> None:
+    def __init__(
+        self, name: str = "", parameters: Iterable[Parameter] = (), file: str = "", book: Any = None
+    ) -> None:
         self.name = name
         self.file = file
+        self.book = book  # the BookParameters that it was loaded from, or None
         self._parameters = {parameter.name: parameter for parameter in parameters}
 
     @_reads("_parameters", "value")

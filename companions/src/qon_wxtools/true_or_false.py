@@ -30,6 +30,13 @@ class TrueOrFalseDialog(Box):
         else:
             self.say(_("“{text}” is no answer; please press a button.").format(text=text))
 
+    def scanned(self, text: str) -> bool:
+        """A barcode that is exactly the word of an answer is meant as one; every other scan is not for this box."""
+        answer = self._words.get(text.casefold())
+        if answer is not None:
+            self.EndModal(answer)
+        return answer is not None
+
     def _keys(self) -> str:
         return _("Keys: Alt and the underlined letter, or Tab and the space bar.")
 

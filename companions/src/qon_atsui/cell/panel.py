@@ -6,7 +6,7 @@ Mixed with the engine's class, which owns the plain names; everything private he
 from __future__ import annotations
 
 import wx
-from qon_companions import notices
+from qon_companions import notices, scans
 from qon_companions.i18n import _
 
 from qon_atsui import notice_board, palette
@@ -16,11 +16,13 @@ from qon_atsui.cell.details import DetailsWindow
 from qon_atsui.cell.face import EDGE, SMALLEST, CellFace, Parts
 from qon_atsui.cell.pages import CellPages
 from qon_atsui.cell.parts import Head, Nowhere, Totals, abort_button, details_button, start_button
-from qon_atsui.cell.serial_entry import SerialEntry, settle_focus
+from qon_atsui.cell.serial_entry import SerialEntry, choose, settle_focus
 from qon_atsui.cell.signs import PAUSE, Signs
+from qon_atsui.cell.starts import Starts
 from qon_atsui.cell.waiting import what_it_waits_for
 from qon_atsui.fields import ValueLabel
-from qon_atsui.handlers import bind, is_offered, relay
+from qon_atsui.handlers import bind, descendants, is_offered, relay
+from qon_atsui.keys import NumberRules, scan_gap
 from qon_atsui.timers import OneShotTimer
 
 
@@ -33,7 +35,11 @@ class Cell(wx.Panel):
         self.SetMinSize(self.FromDIP(wx.Size(*SMALLEST)))
         self._ui_signs = Signs(self._ui_signs_changed)
         self._ui_details: DetailsWindow | None = None
-        self._ui_has_keyboard = False
+        sheet = getattr(self, "cell_config", None)
+        self._ui_starts = Starts(self, NumberRules.of(sheet))
+        desk = getattr(wx.GetTopLevelParent(self), "_ui_desk", None)
+        if desk is not None:
+            desk.set_gap(scan_gap(sheet))
         self._ui_can_abort = False
         self._ui_create()
         self._ui_bind()
@@ -47,8 +53,7 @@ class Cell(wx.Panel):
         self.ui_elapse_time = self._ui_head.elapsed
         self.ui_gauge = self._ui_head.gauge
         self.ui_prompt = VerdictBand(self, self._ui_signs)
-        serial_caption = ValueLabel(self, _("Serial number"))
-        serial_caption.paint_as(palette.MUTED)
+        serial_caption = self._ui_caption = ValueLabel(self, _("Serial number"))
         self.ui_serial_number = SerialEntry(self)
         self.ui_serial_number.SetToolTip(_("Serial number of the next unit; Enter starts its test"))
         self._ui_nowhere = Nowhere(self)
@@ -81,11 +86,9 @@ class Cell(wx.Panel):
         self._ui_face = CellFace(self, parts)
 
     def _ui_bind(self) -> None:
-        start = relay(self, "on_start_cell_test")
-        self.ui_start.Bind(wx.EVT_BUTTON, start)
-        self.ui_serial_number.Bind(
-            wx.EVT_TEXT_ENTER, lambda event: None if self.ui_serial_number.is_echo() else start(event)
-        )
+        self._ui_start = relay(self, "on_start_cell_test")
+        self.ui_start.Bind(wx.EVT_BUTTON, self._ui_on_start)
+        self.ui_serial_number.Bind(wx.EVT_TEXT_ENTER, self._ui_on_enter)
         bind(self, self.ui_abort, wx.EVT_BUTTON, "on_abort_cell_test")
         self.ui_abort.Bind(wx.EVT_BUTTON, self._ui_on_abort)
         bind(self, self._ui_pages.browse, wx.EVT_BUTTON, "on_browse_script")
@@ -94,6 +97,7 @@ class Cell(wx.Panel):
         self.ui_serial_number.after_typing = self.ui_start
         self.ui_serial_number.changed = self._ui_serial_changed
         self.ui_serial_number.switched = self._ui_entry_switched
+        self.ui_serial_number.mark_changed = self._ui_mark_changed
         self.ui_gauge.changed = self._ui_progress
         self.ui_test_logger.changed = self._ui_look_for_fault
         self._ui_details_button.Bind(wx.EVT_BUTTON, self._ui_open_details)
@@ -105,6 +109,9 @@ class Cell(wx.Panel):
         self.Bind(wx.EVT_SIZE, self._ui_on_size)
         self.Bind(wx.EVT_PAINT, self._ui_on_paint)
         self.Bind(wx.EVT_CHILD_FOCUS, self._ui_on_child_focus)
+        for window in (self, *descendants(self)):
+            window.Bind(wx.EVT_LEFT_DOWN, self._ui_on_click)
+        self._ui_mark_changed()
 
     # What the engine tells, passed on to the band.
 
@@ -129,6 +136,7 @@ class Cell(wx.Panel):
         failed = self._ui_pages.failed_items() if enabled else ""
         self._ui_signs.entry_enabled(enabled, self._ui_pages.last_result(), failed)
         self._ui_look_for_fault()
+        self._ui_starts.ng_was_seen = self.ui_prompt.face.state != "ng"
         if not enabled:
             self._ui_head.serial.SetValue(self.ui_serial_number.GetValue())
 
@@ -192,22 +200,76 @@ class Cell(wx.Panel):
         self.Refresh()
 
     def _ui_on_paint(self, _event: wx.PaintEvent) -> None:
-        """A card; its frame tells which cell has the keyboard."""
+        """A card; its frame tells which cell takes the next scan."""
         dc = wx.AutoBufferedPaintDC(self)
         dc.SetBackground(wx.Brush(palette.CANVAS))
         dc.Clear()
         dc.SetBrush(wx.Brush(palette.SURFACE))
-        focused = self._ui_has_keyboard
-        dc.SetPen(wx.Pen(palette.ACCENT if focused else palette.LINE, 2 if focused else 1))
+        marked = self.ui_serial_number.marked
+        dc.SetPen(wx.Pen(palette.ACCENT if marked else palette.LINE, EDGE if marked else 1))
         width, height = self.GetClientSize()
         dc.DrawRoundedRectangle(EDGE // 2, EDGE // 2, width - EDGE, height - EDGE, 5)
 
-    def _ui_on_child_focus(self, event: wx.ChildFocusEvent) -> None:
+    # Which cell the next scan is for, and starts by hand.
+
+    def _ui_mark_changed(self) -> None:
+        marked = self.ui_serial_number.marked
+        self._ui_signs.mark(marked)
+        self._ui_caption.paint_as(palette.ACCENT if marked else palette.MUTED)
+        self.ui_serial_number.SetBackgroundColour(palette.ACCENT_SOFT if marked else wx.NullColour)
+        self.ui_serial_number.Refresh()
+        self.Refresh()
+        questions.mark_moved()
+
+    def _ui_on_click(self, event: wx.MouseEvent) -> None:
         event.Skip()
-        for cell in self.GetParent().GetChildren():
-            if isinstance(cell, Cell) and cell._ui_has_keyboard != (cell is self):
-                cell._ui_has_keyboard = cell is self
-                cell.Refresh()
+        choose(self.ui_serial_number)
+
+    def _ui_on_child_focus(self, event: wx.ChildFocusEvent) -> None:
+        """By Tab, or by a click on what was put into the cell later."""
+        event.Skip()
+        if scans.tab_was_pressed() or wx.GetMouseState().LeftIsDown():
+            choose(self.ui_serial_number)
+
+    def _ui_on_enter(self, event: wx.CommandEvent) -> None:
+        if not self.ui_serial_number.is_echo():
+            self._ui_on_start(event)
+
+    def _ui_on_start(self, event: wx.CommandEvent) -> None:
+        """The same button resumes a paused test: then there is no number to look at."""
+        entry = self.ui_serial_number
+        if entry.IsThisEnabled():
+            if self._ui_starts.asking:
+                return
+            if not self._ui_starts.may_start(entry.GetValue(), scanned=False):
+                if self and entry.IsThisEnabled():
+                    entry.SelectAll()
+                return
+        self._ui_start(event)
+
+    def _ui_take_scan(self, number: str) -> None:
+        """As if it had been typed into the entry, with Enter.  What was half typed there is gone."""
+        entry = self.ui_serial_number
+        if not self._ui_starts.may_start(number, scanned=True):
+            return
+        entry.SetValue(number)
+        event = wx.CommandEvent(wx.wxEVT_TEXT_ENTER, entry.GetId())
+        event.SetEventObject(entry)
+        self._ui_start(event)
+
+    def _ui_tested_number(self) -> str:
+        """The number of the unit that is in test, "" without one."""
+        return "" if self.ui_serial_number.IsThisEnabled() else self._ui_unit_number()
+
+    def _ui_unit_number(self) -> str:
+        """The number of the unit that is or was tested last."""
+        return str(getattr(getattr(self, "uut", None), "serial_number", None) or "").strip()
+
+    def _ui_tell(self, words: str) -> None:
+        """In red, where a start is refused."""
+        desk = getattr(wx.GetTopLevelParent(self), "_ui_desk", None)
+        if desk is not None:
+            desk.tell(words, self)
 
     # Details, where the notebook has no room.
 

@@ -11,6 +11,7 @@ from qon_companions.boxes import Box, TextBox, TurnDialog, asking, loops, turns
 from qon_companions.i18n import _
 
 from qon_atsui.cell.serial_entry import settle_focus
+from qon_atsui.cell.text_question import TextQuestion
 
 log = logging.getLogger(__name__)
 
@@ -27,6 +28,7 @@ class Questions(wx.ModalDialogHook):
         self.hosts: weakref.WeakSet[wx.Window] = weakref.WeakSet()
         # Dialogs and posted calls that wait, with their cells and what they ask.
         self._open: list[tuple[Any, weakref.ref[wx.Window], str]] = []
+        self._texts: list[TextQuestion] = []
 
     # Boxes that take turns.
 
@@ -39,6 +41,8 @@ class Questions(wx.ModalDialogHook):
                 self._offer_abort(box, host)
             if host is not None:
                 self._notice(box, host, getattr(box, "message", ""))
+            if host is not None and isinstance(box, TextBox):
+                self._texts.append(TextQuestion(box, host))
         except Exception:  # a box must open, whatever goes wrong here
             log.exception("A question was not noticed.")
 
@@ -90,6 +94,27 @@ class Questions(wx.ModalDialogHook):
 
     def Exit(self, dialog: wx.Dialog) -> None:
         self._forget(dialog)
+
+    # Scans.
+
+    def answer(self, text: str) -> bool:
+        """A scan answers the box that is shown when it is one of its words, or a text it asks for."""
+        shown = [entry[0] for entry in self._open if isinstance(entry[0], TurnDialog) and entry[0].IsShown()]
+        for box in shown:
+            question = next((each for each in self._texts if each.box is box), None)
+            if question is not None and question.wants_scans():
+                question.enter(text)
+                return True
+            answers = getattr(box, "scanned", None)
+            if answers is not None and answers(text):
+                return True
+        return False
+
+    def mark_moved(self, by_hand: bool) -> None:
+        """The questions say where the next scan goes."""
+        self._texts = [each for each in self._texts if each.box]
+        for each in self._texts:
+            each.tell(give_up=by_hand)
 
     # All of them.
 
@@ -154,6 +179,17 @@ def watch(cell: wx.Window) -> None:
         turns.listeners.append(_questions)
         asking.listeners.append(_questions.waits)
     _questions.hosts.add(cell)
+
+
+def answer(text: str) -> bool:
+    """Whether an open question takes the scan for its answer."""
+    return _questions is not None and _questions.answer(text)
+
+
+def mark_moved(by_hand: bool = False) -> None:
+    """Another cell takes the next scan; `by_hand` when the operator went to a cell."""
+    if _questions is not None:
+        _questions.mark_moved(by_hand)
 
 
 def end(cell: wx.Window) -> None:

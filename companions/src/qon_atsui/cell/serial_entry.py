@@ -1,8 +1,8 @@
-"""The serial number entry of a cell, and who of several cells gets the keyboard.
+"""The serial number entry of a cell, and the mark: which of several cells takes the next scan.
 
-The engine asks for the focus when a test has ended.  It gets it unless somebody is typing elsewhere; then
-the entry waits for its turn.  An entry that is disabled because its test starts passes the focus on, whether Enter
-or a click on the start button started it: the next scan belongs to the next cell.
+The mark moves when its cell starts, to the next ready cell by number, and by a click, Tab or F4.  When no cell is
+ready the next one that is gets it.  A cell that becomes ready while another one has the mark leaves it there.
+The keyboard follows the mark unless somebody is typing elsewhere; then the entry waits for its turn.
 """
 
 from __future__ import annotations
@@ -15,11 +15,12 @@ import wx
 import wx.stc
 from qon_companions.gui_thread import is_gui_thread
 
-# A scanner may end a number with CR and LF: the second must not start the cell that got the focus meanwhile.
+# A short number may end with CR and LF: the second must not start the cell that got the focus meanwhile.
 _ECHO_SECONDS = 0.15
 
 _entries: weakref.WeakSet[SerialEntry] = weakref.WeakSet()
-_last_used: list[weakref.ref[SerialEntry]] = []  # at most one: the entry that had the focus last
+# The marked entry of each window.
+_marked: weakref.WeakKeyDictionary[wx.Window, weakref.ref[SerialEntry]] = weakref.WeakKeyDictionary()
 
 
 class SerialEntry(wx.TextCtrl):
@@ -29,14 +30,23 @@ class SerialEntry(wx.TextCtrl):
         super().__init__(parent, style=wx.TE_PROCESS_ENTER)
         self._copy = ""  # what other threads read
         self._clearing = False
-        self.waits_since = 0.0  # asked for the focus in vain; 0 when it did not
         self._given = 0.0
-        self.after_typing: wx.Window | None = None  # where the focus goes when no other entry wants it
+        self.waits = False  # asked for the keyboard in vain
+        self.after_typing: wx.Window | None = None  # where the keyboard goes when no cell is ready
         self.changed: Callable[[str], None] | None = None  # called with a text that was typed or set
         self.switched: Callable[[bool], None] | None = None  # called when enabled or disabled
+        self.mark_changed: Callable[[], None] | None = (
+            None  # called when this entry was marked, or another one
+        )
         self.Bind(wx.EVT_TEXT, self._on_text)
-        self.Bind(wx.EVT_SET_FOCUS, self._on_focus)
         _entries.add(self)
+        if marked_entry(self) is None:
+            mark(self)
+
+    @property
+    def marked(self) -> bool:
+        """Whether the next scan is for this cell."""
+        return marked_entry(self) is self
 
     def GetValue(self) -> str:
         return str(super().GetValue()) if is_gui_thread() else self._copy
@@ -58,6 +68,11 @@ class SerialEntry(wx.TextCtrl):
         result = bool(super().Enable(enable))
         if self.switched is not None:
             self.switched(enable)
+        if enable and marked_entry(self) is None:
+            mark(self)
+        elif not enable and self.marked:
+            following = _neighbours(self)
+            mark(following[0] if following else None, self)
         if focused:
             self._pass_on()
         return result
@@ -66,28 +81,28 @@ class SerialEntry(wx.TextCtrl):
         return self.Enable(False)
 
     def SetFocus(self) -> None:
-        if may_take_focus(self):
-            self._take()
-        elif not self.waits_since:
-            self.waits_since = time.monotonic()
+        """Asked for when a test has ended: the keyboard belongs to the mark."""
+        if not self.marked:
+            return
+        self.waits = True
+        settle_focus(self)
 
     def is_echo(self) -> bool:
         """Whether an Enter that arrives now is the tail of what another entry got."""
         return not self.GetValue() and time.monotonic() - self._given < _ECHO_SECONDS
 
     def _take(self) -> None:
-        self.waits_since = 0.0
+        """What is typed behind a half-typed number goes on with it."""
+        self.waits = False
         self._given = time.monotonic()
         super().SetFocus()
-        self.SelectAll()
+        self.SetInsertionPointEnd()
 
     def _pass_on(self) -> None:
-        """To the entry that waits longest, else to the next ready cell's, else to this cell's own buttons."""
-        if settle_focus(self):
-            return
-        following = [entry for entry in _neighbours(self) if not entry.GetValue()]
-        if following:
-            following[0]._take()
+        """To the marked entry, else to this cell's own buttons."""
+        following = marked_entry(self)
+        if following is not None:
+            following._take()
         elif self.after_typing is not None:
             self.after_typing.SetFocus()
 
@@ -97,23 +112,47 @@ class SerialEntry(wx.TextCtrl):
             self.changed(self._copy)
         event.Skip()
 
-    def _on_focus(self, event: wx.FocusEvent) -> None:
-        self.waits_since = 0.0
-        _last_used[:] = [weakref.ref(self)]
-        event.Skip()
+
+def marked_entry(window: wx.Window) -> SerialEntry | None:
+    """The entry that takes the next scan, of the window that this one is in."""
+    reference = _marked.get(wx.GetTopLevelParent(window))
+    entry = reference() if reference is not None else None
+    return entry if entry and not entry.IsBeingDeleted() else None
+
+
+def mark(entry: SerialEntry | None, window: wx.Window | None = None) -> None:
+    """The next scan is for this entry; None for no entry of the window."""
+    at = entry or window
+    if at is None:
+        return
+    before = marked_entry(at)
+    top = wx.GetTopLevelParent(at)
+    if entry is None:
+        _marked.pop(top, None)
+    else:
+        _marked[top] = weakref.ref(entry)
+    for changed in (before, entry):
+        if changed is not None and before is not entry and changed.mark_changed is not None:
+            changed.mark_changed()
+
+
+def choose(entry: SerialEntry) -> None:
+    """The operator went to this cell, by a click or the Tab key; one that is busy has no use for a scan."""
+    if entry.IsThisEnabled():
+        mark(entry)
 
 
 def _usable(entry: SerialEntry, like: wx.Window) -> bool:
     return (
         bool(entry)
-        and entry.IsEnabled()
-        and entry.IsShownOnScreen()
+        and not entry.IsBeingDeleted()
+        and bool(entry.IsThisEnabled())
         and wx.GetTopLevelParent(entry) is wx.GetTopLevelParent(like)
     )
 
 
 def _neighbours(entry: SerialEntry) -> list[SerialEntry]:
-    """The other usable entries of the window, in the order of the screen, from this one on and around."""
+    """The other usable entries of the window, in the order of the cells' numbers, from this one on and around."""
     others = [other for other in _entries if other is not entry and _usable(other, entry)]
     here = _place(entry)
     return sorted(others, key=lambda other: (_place(other) < here, _place(other)))
@@ -130,38 +169,31 @@ def _place(window: wx.Window) -> tuple[int, int]:
 
 
 def next_entry(window: wx.Window) -> None:
-    """Move the focus to the next usable entry of this window (a keyboard command)."""
-    holder = wx.Window.FindFocus()
-    start = next(
-        (entry for entry in _entries if entry and holder and holder.GetParent() is entry.GetParent()), None
-    )
-    if start is None:
-        usable = sorted((entry for entry in _entries if _usable(entry, window)), key=_place)
-    else:
-        usable = _neighbours(start)
-    if usable:
-        usable[0]._take()
+    """Move mark and keyboard to the next usable entry of this window (a keyboard command)."""
+    start = marked_entry(window)
+    usable = _neighbours(start) if start is not None else []
+    following = usable[0] if usable else start
+    if following is not None and _usable(following, window):
+        mark(following)
+        following._take()
 
 
 def settle_focus(window: wx.Window) -> bool:
-    """Give the focus to the entry that waits longest for it, if nobody types; whether one got it."""
-    waiting = [entry for entry in _entries if window and entry.waits_since and _usable(entry, window)]
-    if not waiting:
+    """Give the keyboard to the marked entry if that waits for it and nobody types; whether it got it."""
+    entry = marked_entry(window) if window else None
+    if entry is None or not entry.waits or not entry.IsEnabled() or not may_take_focus(entry):
         return False
-    first = min(waiting, key=lambda entry: entry.waits_since)
-    if not may_take_focus(first):
-        return False
-    first._take()
+    entry._take()
     return True
 
 
 def may_take_focus(entry: SerialEntry) -> bool:
-    """Not while a number is typed in another entry, a shell is in use or another window is on top."""
+    """Not while a text is typed elsewhere, a shell is in use or another window is on top."""
     holder = wx.Window.FindFocus()
-    if holder is entry:
+    if holder is entry or holder is None:
         return True
-    if holder is None or not (holder.IsEnabled() and holder.IsShownOnScreen()):  # a box went, or its test starts
-        return not _is_half_typed_elsewhere(entry)
+    if not (holder.IsEnabled() and holder.IsShownOnScreen()):  # a box went, or its own test starts
+        return True
     if wx.GetTopLevelParent(holder) is not wx.GetTopLevelParent(entry):
         return False
     if isinstance(holder, SerialEntry):
@@ -169,9 +201,3 @@ def may_take_focus(entry: SerialEntry) -> bool:
     if isinstance(holder, wx.stc.StyledTextCtrl):
         return bool(holder.GetReadOnly())
     return not (isinstance(holder, wx.TextCtrl) and holder.IsEditable() and holder.GetValue())
-
-
-def _is_half_typed_elsewhere(entry: SerialEntry) -> bool:
-    """Whether a box took the focus from another entry's number, which wants to be gone on with."""
-    last = _last_used[0]() if _last_used else None
-    return last is not None and last is not entry and _usable(last, entry) and bool(last.GetValue())

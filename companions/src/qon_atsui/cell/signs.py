@@ -55,6 +55,7 @@ class Told:
     notices: str = ""  # of other parts of the station
     stopped: bool = False  # one of them says that nothing can be started
     stuck: str = ""  # what to do about a cell that cannot be used any more
+    marked: bool = True  # the next scan is for this cell
 
 
 def _same(text: str, *words: str) -> bool:
@@ -142,6 +143,8 @@ def _idle(told: Told) -> Face:
     shade = palette.NEUTRAL if told.colour in ("white", "gray") else palette.shade_of(told.colour)
     text = _lines(told.text, told.notices)
     hint = _("Scan or type the serial number, then Enter")
+    if not told.marked:
+        hint = _("To scan for this cell click into it, or press F4")
     return Face("ready", "dot", _("READY"), text or hint, shade, "text" if text else "word")
 
 
@@ -209,6 +212,12 @@ class Signs:
     def questions(self, texts: list[str]) -> None:
         """What the operator is asked on behalf of this cell, the one whose turn comes first at the front."""
         self._update(asking=bool(texts), question=displayable(texts[0].strip()) if texts else "")
+    def mark(self, marked: bool) -> None:
+        """Whether the next scan is for this cell."""
+        self._update(marked=marked)
+
+    def question(self, open_boxes: int) -> None:
+        self._update(asking=open_boxes > 0)
 
     def stuck(self, line: str) -> None:
         """The cell cannot be used any more; the line says what to do."""

@@ -7,9 +7,10 @@ from qon_companions import posted_calls
 
 from qon_atsui import palette
 from qon_atsui.cell.panel import Cell
-from qon_atsui.cell.serial_entry import SerialEntry, next_entry, settle_focus
+from qon_atsui.cell.serial_entry import SerialEntry, marked_entry, next_entry, settle_focus
 from qon_atsui.dialogs.limits_check import LimitsCheckDialog
 from qon_atsui.frame.commands import CommandBars
+from qon_atsui.frame.scan_desk import ScanDesk
 from qon_atsui.frame.status import StatusBar
 from qon_atsui.frame.totals import TotalsPanel
 from qon_atsui.handlers import relay
@@ -34,6 +35,7 @@ class Frame(wx.Frame):
         self.ui_in_debug_mode = bars.menu_items["on_change_debug_mode"]
         self.SetStatusBar(StatusBar(self))
         self._ui_is_new = True
+        self._ui_desk = ScanDesk(self)
         self._ui_create()
         self.ui_initializer_trigger = OneShotTimer(self, "on_trigger_initializer")
         self.ui_ticker_timer = OneShotTimer(self, "on_ticker_timer_event")
@@ -67,8 +69,9 @@ class Frame(wx.Frame):
         if not self or settle_focus(self) or not self._ui_is_new:
             return
         self._ui_is_new = False
-        if not isinstance(wx.Window.FindFocus(), SerialEntry):
-            next_entry(self)
+        entry = marked_entry(self)
+        if entry is not None and not isinstance(wx.Window.FindFocus(), SerialEntry):
+            entry.SetFocus()
 
     def _ui_on_abort_all(self, event: wx.CommandEvent) -> None:
         for cell in self.ui_cell_panel.GetChildren():
