@@ -17,8 +17,8 @@ def _display() -> int:
     return int(_X.XOpenDisplay(None))
 
 
-def burst(text: str, ms: int = 10) -> None:
-    """Characters, Enter and Tab, each so long after the one before; they come while the event loop runs."""
+def burst(text: str, ms: int = 10, hold: int = 0) -> None:
+    """Characters, Enter and Tab, each so long after the one before and held down so long; they come later."""
     for character in text:
         keys = [_NAMES.get(character, ord(character))]
         if character.isupper():
@@ -26,5 +26,5 @@ def burst(text: str, ms: int = 10) -> None:
         codes = [_X.XKeysymToKeycode(_display(), key) for key in keys]
         for down, order in ((1, codes), (0, codes[::-1])):
             for index, code in enumerate(order):
-                _XTEST.XTestFakeKeyEvent(_display(), code, down, 0 if index or not down else ms)
+                _XTEST.XTestFakeKeyEvent(_display(), code, down, 0 if index else ms if down else hold)
     _X.XFlush(_display())

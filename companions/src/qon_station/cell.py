@@ -40,6 +40,11 @@ class StationCell(ItemRows, StationRuns, Telling):
                 self.ui_refresh_timer.StartOnce(_AGAIN)
             raise
 
+    def may_start(self, serial_number: str) -> str:
+        """What the keys of the cell say about numbers holds for every start, not only for those by hand."""
+        refuse = getattr(self, "refuse_number", None)
+        return (refuse(serial_number) if refuse is not None else "") or super().may_start(serial_number)
+
     def _ask(self, checks: Sequence[Check], asking: Asking) -> None:
         """The windows go on; the band tells what the start waits for."""
         text = _("{serial}: asking whether it may start")

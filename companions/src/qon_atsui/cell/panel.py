@@ -239,7 +239,7 @@ class Cell(wx.Panel):
         """The same button resumes a paused test: then there is no number to look at."""
         entry = self.ui_serial_number
         if entry.IsThisEnabled():
-            if self._ui_starts.asking:
+            if self._ui_is_asking():
                 return
             if not self._ui_starts.may_start(entry.GetValue(), scanned=False):
                 if self and entry.IsThisEnabled():
@@ -256,6 +256,15 @@ class Cell(wx.Panel):
         event = wx.CommandEvent(wx.wxEVT_TEXT_ENTER, entry.GetId())
         event.SetEventObject(entry)
         self._ui_start(event)
+
+    def _ui_is_asking(self) -> bool:
+        """Whether a start waits for an answer, of the operator or of somebody else."""
+        ready = getattr(self, "is_ready", None)
+        return self._ui_starts.asking or (ready is not None and not ready())
+
+    def refuse_number(self, number: str) -> str:
+        """Words that refuse a start with this number, whoever starts it; "" lets it pass."""
+        return self._ui_starts.refusal(number.strip()) or self._ui_starts.unseen_ng()
 
     def _ui_tested_number(self) -> str:
         """The number of the unit that is in test, "" without one."""

@@ -79,13 +79,16 @@ class Starts:
         top = wx.GetTopLevelParent(self._cell)
         _numbers.setdefault(top, ScannedNumbers()).note(number, self._cell._ui_title())
 
-    def _ng_is_away(self) -> bool:
-        """In cells that have it on the NG stays on the band until somebody says where the unit went."""
+    def unseen_ng(self) -> str:
+        """In cells that have it on an NG stays on the band until somebody says where the unit went."""
         if not self.rules.acknowledge_ng or self.ng_was_seen:
-            return True
-        number = self._cell._ui_unit_number()
-        text = _("Unit {number} failed (NG). Is it at the place for NG units?").format(number=number)
-        self.ng_was_seen = self._ask(text, _("It is there"), _("Not yet"))
+            return ""
+        text = _("Unit {number} failed (NG): take it to the place for NG units.")
+        return text.format(number=self._cell._ui_unit_number())
+
+    def _ng_is_away(self) -> bool:
+        words = self.unseen_ng()
+        self.ng_was_seen = not words or self._ask(words, _("It is there"), _("Not yet"))
         return self.ng_was_seen
 
     def _seen_before(self, number: str, scanned: bool) -> str:

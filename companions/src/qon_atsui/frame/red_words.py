@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import wx
+from qon_companions.line_breaks import wrap
 
 from qon_atsui import palette, sizing
 
@@ -41,10 +42,14 @@ class RedWords(wx.PopupWindow):
 
     def tell(self, words: str, over: wx.Window) -> None:
         area = over.GetScreenRect()
-        self._text.SetLabelText("\u2716 " + words)
         room = max(self.FromDIP(300), int(wx.GetTopLevelParent(over).GetSize().width * _WIDTH))
-        self._text.Wrap(min(room, self.FromDIP(900)))
-        self.Fit()
+        text = "\u2716 " + words
+        lines = wrap(text, lambda start, end: bool(self._text.GetTextExtent(text[start:end])[0] <= room))
+        self._text.SetLabelText("\n".join(lines))
+        extents = [self._text.GetTextExtent(line) for line in lines]  # GTK tells another one before it is shown
+        width, height = max(extent[0] for extent in extents), sum(extent[1] for extent in extents)
+        self._text.SetMinSize(wx.Size(width + 8, height + 4))
+        self.GetSizer().Fit(self)
         size = self.GetSize()
         screen = wx.Display(max(0, wx.Display.GetFromWindow(over))).GetClientArea()
         x = min(max(screen.x, area.x + (area.width - size.width) // 2), screen.GetRight() - size.width)

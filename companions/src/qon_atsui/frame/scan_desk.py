@@ -77,7 +77,7 @@ class ScanDesk:
             self.tell(words.format(text=text))
             return
         cell = entry.GetParent()
-        if cell._ui_starts.asking:
+        if cell._ui_is_asking():
             words = _("\u201c{text}\u201d was scanned, but {cell} waits for an answer. It was not used.")
             self.tell(words.format(text=text, cell=cell._ui_title()), cell)
             return

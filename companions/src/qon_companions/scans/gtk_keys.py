@@ -87,7 +87,7 @@ class GtkKeys(Run):
             self._shift(ms)
             return False
         command = event.state & _COMMAND
-        repeat = self._is_repeat(key, ms)
+        repeat = self._is_repeat(key)
         if symbol in _ENTER or (symbol in _TAB and not event.state & _SHIFT):
             return self._ended_by(key, symbol, ms, bool(command))
         character = chr(self._gdk.gdk_keyval_to_unicode(symbol))

@@ -12,7 +12,6 @@ FEWEST_KEYS = 4
 _TAIL_MS = 150
 # Nobody types a character and takes up the scanner so soon: the scan stuttered, its beginning went elsewhere.
 _TORN_MS = 150
-_REPEAT_MS = 1000  # a key whose release was lost is not held for ever
 _TAB_SECONDS = 0.3
 _MOST_KEYS = 8192
 _WRAP = 0xFFFFFFFF  # the clock of the events has 32 bits
@@ -29,7 +28,7 @@ class Run:
         self._typed = -1  # when a character was typed that belongs to no scan
         self._torn = False
         self._ended = -1  # when a scan ended, or its tail
-        self._down: dict[int, int] = {}  # keys that are pressed, and since when
+        self._down = -1  # the key that was pressed last, while it is
         self._tab = 0.0
 
     def tab_was_pressed(self) -> bool:
@@ -58,14 +57,14 @@ class Run:
             self._typed = self._last
         self._text = ""
 
-    def _is_repeat(self, key: int, ms: int) -> bool:
-        """Whether the key is held down: it is pressed again and was not released."""
-        before = self._down.get(key)
-        self._down[key] = ms
-        return before is not None and (ms - before) & _WRAP < _REPEAT_MS
+    def _is_repeat(self, key: int) -> bool:
+        """Whether the key is held down: it comes again, was not released, and no other one came."""
+        before, self._down = self._down, key
+        return before == key
 
     def _released(self, key: int) -> None:
-        self._down.pop(key, None)
+        if key == self._down:
+            self._down = -1
 
     def _end(self, ms: int) -> str:
         """Enter or Tab was pressed: the text when that ends a scan; `_torn` tells about its beginning."""

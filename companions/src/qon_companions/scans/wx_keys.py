@@ -20,7 +20,7 @@ class WxKeys(Run):
 
     def __init__(self) -> None:
         super().__init__()
-        self._filter = _Filter(self._pressed, self._typed, self._released)
+        self._filter = _Filter(self._pressed, self._written, self._released)
         self._undo: Callable[[], None] = _nothing
 
     def _pressed(self, event: wx.KeyEvent) -> bool:
@@ -39,11 +39,11 @@ class WxKeys(Run):
             return self._is_tail(ms)
         elif key == wx.WXK_SHIFT:
             self._shift(ms)
-        elif self._is_repeat(key, ms):
+        elif self._is_repeat(key):
             self._forget()
         return False
 
-    def _typed(self, event: wx.KeyEvent) -> None:
+    def _written(self, event: wx.KeyEvent) -> None:
         """The character of a key, before it is written."""
         ms, code = event.GetTimestamp() & 0xFFFFFFFF, event.GetUnicodeKey()
         if self.take is None or event.HasModifiers() or code < wx.WXK_SPACE or not chr(code).isprintable():
@@ -61,11 +61,11 @@ class _Filter(wx.EventFilter):
     def __init__(
         self,
         pressed: Callable[[wx.KeyEvent], bool],
-        typed: Callable[[wx.KeyEvent], None],
+        written: Callable[[wx.KeyEvent], None],
         released: Callable[[int], None],
     ) -> None:
         super().__init__()
-        self._pressed, self._typed, self._released = pressed, typed, released
+        self._pressed, self._written, self._released = pressed, written, released
         wx.EvtHandler.AddFilter(self)
 
     def FilterEvent(self, event: wx.Event) -> int:
@@ -73,7 +73,7 @@ class _Filter(wx.EventFilter):
         if kind == wx.wxEVT_CHAR_HOOK and self._pressed(event):
             return int(self.Event_Processed)
         if kind == wx.wxEVT_CHAR:
-            self._typed(event)
+            self._written(event)
         elif kind == wx.wxEVT_KEY_UP:
             self._released(event.GetKeyCode())
         return int(self.Event_Skip)
