@@ -68,6 +68,7 @@ def cell_rows(script: str, stop_if_ng: bool) -> list[Parameter]:
         row("stop_if_ng", stop_if_ng, "A failed item ends the test"),
         row("none_unit", "", "Unit of an item without one"),
         row("show_debug_shell", True, "Page with a Python prompt"),
+        row("allow_empty_serial_number", False, "Start without a serial number"),
         row("assertion_config_file", "limits.xlsx", "Workbook with the limits"),
         row("column_info", columns, "Columns of the list of items: title, width in pixels"),
     ]

@@ -53,6 +53,14 @@ KEYS = (
         may_be_empty=True,
     ),
     Key(MAIN, "mop_block_ticker", "bool", "yes", "whether manual operation holds the ticker"),
+    Key(
+        MAIN,
+        "scan_key_ms",
+        "int",
+        "35",
+        "longest time between two keys of a scanner, milliseconds (5 to 200)",
+        5,
+    ),
     Key(CELL, "script", "str", "–", "file of the test script"),
     Key(CELL, "runner_class_name", "str", "`CellRunner`", "class in that file"),
     Key(CELL, "reload_cell_runner", "bool", "yes", "whether the script is read again before each test"),
@@ -76,6 +84,22 @@ KEYS = (
         "limits workbook, its first sheet with one row per item",
         may_be_empty=True,
     ),
+    Key(
+        CELL,
+        "allow_empty_serial_number",
+        "bool",
+        "yes",
+        "whether a test starts without a number (the demonstration and a new station say no)",
+    ),
+    Key(
+        CELL,
+        "serial_number_pattern",
+        "str",
+        "none",
+        "regular expression that a whole serial number has to match",
+        may_be_empty=True,
+    ),
+    Key(CELL, "acknowledge_ng", "bool", "no", "whether an NG stays until somebody says where the unit went"),
     Key(CELL, "run_log_days", "int", "90", "days that the logs of single runs are kept; 0: for ever", 0),
 )
 

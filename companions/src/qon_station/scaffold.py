@@ -73,6 +73,7 @@ def _cell_sheet(script: str) -> list[Parameter]:
         _row("assertion_config_file", "Limits workbook", "limits.xlsx"),
         _row("stop_if_ng", "End the test at the first NG item", True),
         _row("show_debug_shell", "Page with a Python prompt", False),
+        _row("allow_empty_serial_number", "Start without a serial number", False),
     ]
 
 

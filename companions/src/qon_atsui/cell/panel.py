@@ -263,8 +263,13 @@ class Cell(wx.Panel):
         return self._ui_starts.asking or (ready is not None and not ready())
 
     def refuse_number(self, number: str) -> str:
-        """Words that refuse a start with this number, whoever starts it; "" lets it pass."""
-        return self._ui_starts.refusal(number.strip()) or self._ui_starts.unseen_ng()
+        """Words that refuse a start with this number, whoever starts it; "" lets it pass.
+
+        A start without a number is refused to the operator's hand only: a fixture, or a command for all cells, may
+        know what it starts.
+        """
+        number = number.strip()
+        return (self._ui_starts.refusal(number) if number else "") or self._ui_starts.unseen_ng()
 
     def _ui_tested_number(self) -> str:
         """The number of the unit that is in test, "" without one."""
