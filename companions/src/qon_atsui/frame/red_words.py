@@ -6,6 +6,7 @@ import wx
 from qon_companions.line_breaks import wrap
 
 from qon_atsui import palette, sizing
+from qon_atsui.timers import OneShotTimer
 
 _POINTS = 20.0
 _WIDTH = 0.6  # of the window it stands over, at most
@@ -32,8 +33,10 @@ class RedWords(wx.PopupWindow):
         self.SetSizer(frame_of_it)
         for window in (self, inner, self._text):
             window.Bind(wx.EVT_LEFT_DOWN, lambda _event: self.Hide())
-        self._timer = wx.Timer(self)
-        self.Bind(wx.EVT_TIMER, lambda _event: self.Hide(), self._timer)
+        self._timer = OneShotTimer(self, "on_time")
+
+    def on_time(self, _event: wx.TimerEvent) -> None:
+        self.Hide()
 
     @property
     def words(self) -> str:
