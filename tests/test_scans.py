@@ -159,7 +159,7 @@ def test_a_scan_is_for_the_marked_cell_and_no_answer_of_another_one(station: Sta
         burst("SN-3333\nSN-1111\n")  # one close behind the other
         pump(lambda: first.is_running() and third.is_running())
         assert (third.uut.serial_number, first.uut.serial_number) == ("SN-3333", "SN-1111")
-        assert not box.GetValue()
+        assert not box.text
         burst("B-17\n")  # no cell is ready: it is for the question
 
     with dialogs(answer):

@@ -223,13 +223,17 @@ class Cell(wx.Panel):
 
     def _ui_on_click(self, event: wx.MouseEvent) -> None:
         event.Skip()
+        self._ui_choose()
+
+    def _ui_choose(self) -> None:
         choose(self.ui_serial_number)
+        questions.mark_moved(by_hand=True)
 
     def _ui_on_child_focus(self, event: wx.ChildFocusEvent) -> None:
         """By Tab, or by a click on what was put into the cell later."""
         event.Skip()
         if scans.tab_was_pressed() or wx.GetMouseState().LeftIsDown():
-            choose(self.ui_serial_number)
+            self._ui_choose()
 
     def _ui_on_enter(self, event: wx.CommandEvent) -> None:
         if not self.ui_serial_number.is_echo():

@@ -212,12 +212,10 @@ class Signs:
     def questions(self, texts: list[str]) -> None:
         """What the operator is asked on behalf of this cell, the one whose turn comes first at the front."""
         self._update(asking=bool(texts), question=displayable(texts[0].strip()) if texts else "")
+
     def mark(self, marked: bool) -> None:
         """Whether the next scan is for this cell."""
         self._update(marked=marked)
-
-    def question(self, open_boxes: int) -> None:
-        self._update(asking=open_boxes > 0)
 
     def stuck(self, line: str) -> None:
         """The cell cannot be used any more; the line says what to do."""
