@@ -222,8 +222,11 @@ class Cell(wx.Panel):
         questions.mark_moved()
 
     def _ui_on_click(self, event: wx.MouseEvent) -> None:
+        """What is only read gives the keyboard to the entry."""
         event.Skip()
         self._ui_choose()
+        if not event.GetEventObject().AcceptsFocus():
+            self.ui_serial_number.SetFocus()
 
     def _ui_choose(self) -> None:
         choose(self.ui_serial_number)

@@ -73,6 +73,10 @@ class SerialEntry(wx.TextCtrl):
         elif not enable and self.marked:
             following = _neighbours(self)
             mark(following[0] if following else None, self)
+            if following:
+                following[0].waits = True
+                if holder is None or wx.GetTopLevelParent(holder) is not wx.GetTopLevelParent(self):
+                    wx.CallAfter(settle_focus, self)  # a box had it, which asked before the start
         if focused:
             self._pass_on()
         return result
