@@ -41,6 +41,7 @@ def station_sheets() -> Sheets:
         row("run_ticker", True, "Watch the fixtures for units from the start"),
         row("ticker_interval", 500, "Interval of that watch", 0, 60000, "ms"),
         row("mop_block_ticker", True, "No watch during manual operation"),
+        row("scan_key_ms", 35, "Longest time between two keys of a scanner", 5, 200, "ms"),
     ]
     sheets = {"main": main}
     for number in range(1, CELLS + 1):
@@ -69,7 +70,11 @@ def cell_rows(script: str, stop_if_ng: bool) -> list[Parameter]:
         row("none_unit", "", "Unit of an item without one"),
         row("show_debug_shell", True, "Page with a Python prompt"),
         row("allow_empty_serial_number", False, "Start without a serial number"),
+        row("serial_number_pattern", "", "What a serial number looks like, as a regular expression"),
+        row("acknowledge_ng", False, "An NG stays until somebody says where the unit is"),
         row("assertion_config_file", "limits.xlsx", "Workbook with the limits"),
+        row("run_log_days", 90, "Days that the logs of single runs are kept", 0, None, "d"),
+        row("column_titles", [title for title, _width in columns], "Texts over the columns"),
         row("column_info", columns, "Columns of the list of items: title, width in pixels"),
     ]
 
