@@ -3,7 +3,7 @@
 from dataclasses import dataclass
 
 PLAIN = ("ours", "plain")
-NAMES = {"plain": "plain Python", "headless": "no window", "openhtf": "OpenHTF"}
+NAMES = {"plain": "plain Python", "headless": "no window", "openhtf": "OpenHTF", "off": "no recorder"}
 
 
 @dataclass(frozen=True)
@@ -31,6 +31,8 @@ class Figure:
     at_most: float | None = None  # of the other side's
     limit: float | None = None  # for our own figure
     scale: float = 1.0  # from the program's unit to the row's
+    at_least_ours: float | None = None  # for our own figure, too
+    at_most_more: float | None = None  # than the other side's
 
 
 CELLS = (1, 4, 20, 100)
@@ -47,6 +49,10 @@ PROGRAMS = {
     },
     **{f"rush_{n}": Program("steps.py", ("window", "headless"), (str(n), "0"), 0.6, "rush") for n in CELLS},
     "flood": Program("flood.py", ("window",), share=0.0),
+    "results_cell": Program("results_run.py", ("on", "off"), ("1", "10"), 0.6, "results"),
+    "results_flood": Program("results_run.py", ("on", "off"), ("8", "60"), 0.0, "results"),
+    "results_write": Program("results_write.py", ("ours",), share=0.6, group="results"),
+    "results_read": Program("results_read.py", ("ours",), share=0.6, group="results"),
 }
 
 
@@ -90,6 +96,24 @@ def _steps() -> list[Figure]:
     ]
 
 
+def _results() -> list[Figure]:
+    """The recorder against none, the writer alone, questions to ten million measurements."""
+    return [
+        Figure("results_cell", "thread", "a recorded assertion at 10,000/s, test thread", "us", at_most=1.1),
+        Figure("results_cell", "gap", "  gap between two calls, p99.9", "ms", 3, at_most_more=1.0),
+        Figure("results_flood", "delay", "event loop delay, 8 recorded cells of 10,000/s", "ms", 0, limit=50.0),
+        Figure("results_flood", "behind", "  the writer behind at most", "s", limit=2.0),
+        Figure("results_flood", "thread", "  an assertion, test thread", "us"),
+        Figure("results_write", "bulk", "writer alone, thousand measurements/s", "", 0, at_least_ours=200.0),
+        Figure("results_write", "end", "end of a 100-item unit to its commit, median", "ms", 1, limit=10.0),
+        Figure("results_write", "end p99", "  p99", "ms", 1, limit=50.0),
+        Figure("results_read", "bytes", "bytes on disk for each measurement, all in", "B", 1, limit=45.0),
+        Figure("results_read", "serial", "unit by serial number in 10 million, p99", "ms", 1, limit=10.0),
+        Figure("results_read", "item", "one item's 100,000 values as arrays", "ms", 0, limit=50.0),
+        Figure("results_read", "yield", "yield and Pareto of a month, 10 million", "ms", 0, limit=300.0),
+    ]
+
+
 FIGURES = [
     *_hot_path(),
     Figure("memory", "memory", "memory per recorded assertion", "B", 0, at_most=0.6),
@@ -104,6 +128,7 @@ FIGURES = [
     Figure("analysis", "analysis", "  of which without its plot", "ms", 1),
     Figure("analysis", "listing", "listing 10,000 units", "ms", 0, limit=1000.0),
     Figure("analysis", "filtering", "filtering 10,000 units", "ms", 0, limit=1000.0),
+    *_results(),
     Figure("import_time", "import", "import of the module", "ms", 0, at_most=1.2),
     Figure("start", "start", "start of an 8-cell station", "ms", 0, at_most=1.2),
     Figure("openhtf", "measurement", "1,000 measurements in one run, each", "us", at_least=50.0),

@@ -31,7 +31,7 @@ def command(program: Program, side: str) -> list[str] | None:
 
 
 def run_process(line: list[str]) -> dict[str, float]:
-    done = subprocess.run(line, capture_output=True, text=True, timeout=600, check=False)
+    done = subprocess.run(line, capture_output=True, text=True, timeout=900, check=False)
     if done.returncode != 0:
         raise SystemExit(f"{' '.join(line[1:])} failed:\n{done.stdout}{done.stderr}")
     figures: dict[str, float] = json.loads(done.stdout.strip().splitlines()[-1])
@@ -73,8 +73,9 @@ def main() -> None:
     rounds: dict[str, list[Round]] = {}
     for name, program in PROGRAMS.items():
         if (program.group or name) in arguments.only:
-            if name == "flood":
-                program = replace(program, arguments=(str(arguments.flood_seconds),))
+            if name in ("flood", "results_flood"):
+                seconds = str(arguments.flood_seconds)
+                program = replace(program, arguments=(*program.arguments[:-1], seconds))
             rounds[name] = run_rounds(name, program, max(1, round(arguments.rounds * program.share)))
     shown = [figure for figure in FIGURES if rounds.get(figure.program)]
     if not shown:

@@ -20,11 +20,18 @@ def _spread(values: list[float], digits: int, unit: str = "") -> str:
     return f"{shown} {unit}".rstrip()
 
 
-def _verdict(figure: Figure, ours: list[float], ratios: list[float]) -> tuple[str, str]:
+def _verdict(
+    figure: Figure, ours: list[float], ratios: list[float], more: list[float]
+) -> tuple[str, str]:
     target, value, good = "", 0.0, True
     if figure.limit is not None:
         value = statistics.median(ours)
         target, good = f"<= {figure.limit:g} {figure.unit}".rstrip(), value <= figure.limit
+    elif figure.at_least_ours is not None:
+        target, good = f">= {figure.at_least_ours:g}", statistics.median(ours) >= figure.at_least_ours
+    elif more and figure.at_most_more is not None:
+        value = statistics.median(more)
+        target, good = f"<= {figure.at_most_more:g} {figure.unit} more", value <= figure.at_most_more
     elif ratios and figure.at_least is not None:
         value = statistics.median(ratios)
         target, good = f">= {figure.at_least:g} x", value >= figure.at_least
@@ -38,11 +45,12 @@ def row(figure: Figure, rounds: list[Round], sides: tuple[str, ...]) -> Row:
     """A figure that the other side does not have is ours alone."""
     mine, other = sides[0], sides[-1]
     ours = [each[mine][figure.key] * figure.scale for each in rounds]
-    compared, ratio, ratios = "", "", []
+    compared, ratio, ratios, more = "", "", [], []
     if other != mine and figure.key in rounds[0][other]:
         theirs = [each[other][figure.key] * figure.scale for each in rounds]
-        faster = figure.at_most is None and figure.limit is None and other != "headless"
-        pairs = zip(ours, theirs, strict=True)
+        faster = figure.at_most is None and figure.limit is None and other not in ("headless", "off")
+        pairs = list(zip(ours, theirs, strict=True))
+        more = [a - b for a, b in pairs]
         ratios = [b / a if faster else a / b for a, b in pairs] if figure.key != "left" else []
         compared = f"{_spread(theirs, figure.digits, figure.unit)} {NAMES[other]}"
         ratio = f"{_spread(ratios, 2)} x {'faster' if faster else 'of it'}" if ratios else ""
@@ -50,7 +58,7 @@ def row(figure: Figure, rounds: list[Round], sides: tuple[str, ...]) -> Row:
         starved = [each[mine]["starved"] for each in rounds]
         compared = f"{_spread(starved, 0)} % of the time no processor"
     shown = _spread(ours, figure.digits, figure.unit)
-    return (figure.title, shown, compared, ratio, *_verdict(figure, ours, ratios))
+    return (figure.title, shown, compared, ratio, *_verdict(figure, ours, ratios, more))
 
 
 def print_table(rows: list[Row]) -> None:

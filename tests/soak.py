@@ -46,8 +46,8 @@ class Soak:
             cell.ledger, cell.uut_type = None, self.make_unit_type(cell)
 
     @staticmethod
-    def make_unit_type(cell: qon_ats.Cell) -> type[qon_ats.UUT]:
-        class Unit(qon_ats.UUT):
+    def make_unit_type(cell: qon_ats.Cell, base: type[qon_ats.UUT] = qon_ats.UUT) -> type[qon_ats.UUT]:
+        class Unit(base):
             def __init__(self, **arguments: Any) -> None:
                 """After the last run's flags are reset and before the thread starts."""
                 super().__init__(**arguments)

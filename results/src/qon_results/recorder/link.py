@@ -91,8 +91,8 @@ class Link:
         try:
             for data in messages.unpack(stream):
                 self._heard(self, _decoder.decode(data))
-        except (OSError, ValueError, msgspec.MsgspecError):
-            log.exception("The writer of results cannot be understood.")
+        except Exception:
+            log.exception("The writer of results could not be heard any more; another one is started.")
             self.kill()
         finally:
             self.process.wait()

@@ -180,6 +180,8 @@ class Sender:
 
     def _advance(self, tracked: Tracked) -> bool:
         """Whether there is more of this unit."""
+        if tracked.sealed:  # since the list was made
+            return False
         sent = self._sent.get(tracked.id)
         if sent is None:
             sent = self._begin(tracked)
@@ -224,7 +226,7 @@ class Sender:
     def _sealed(self, tracked: Tracked, end: messages.End) -> None:
         if tracked.end is end:
             tracked.sealed = True
-            del self._tracked[tracked.id]
+            self._tracked.pop(tracked.id, None)
             self._sent.pop(tracked.id, None)
 
     def _send_events(self) -> None:

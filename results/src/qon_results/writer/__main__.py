@@ -137,7 +137,9 @@ class Voice:
     def __call__(self, answer: Answer) -> None:
         self.last = time.monotonic()
         with contextlib.suppress(OSError, ValueError):
-            self._stream.write(messages.pack(_encoder.encode(answer)))
+            view = memoryview(messages.pack(_encoder.encode(answer)))
+            while view:  # an unbuffered stream may take a part only
+                view = view[self._stream.write(view) or 0 :]
             self._stream.flush()
 
     def reached(self, read: int, durable: int | None = None) -> None:
@@ -193,6 +195,7 @@ def main() -> int:
     for name in ("SIGINT", "SIGTERM", "SIGHUP"):  # those are for the station, which tells what to do
         with contextlib.suppress(AttributeError, ValueError):
             signal.signal(getattr(signal, name), signal.SIG_IGN)
+    sys.setswitchinterval(0.0005)  # the thread that reads ahead decodes for longer than that
     say = Voice(sys.stdout.buffer)
     inbox = read_ahead(sys.stdin.buffer)
     hello = inbox.get()
