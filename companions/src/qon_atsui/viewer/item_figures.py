@@ -85,6 +85,7 @@ class ItemFigures(wx.Panel):
         for name, title, hint in _figures():
             self.fields[name] = FigureField(self, hint)
             both = wx.BoxSizer(wx.VERTICAL)
+            both.AddStretchSpacer()  # captions of different scripts differ in height
             both.Add(caption(self, title))
             both.Add(self.fields[name], 0, wx.EXPAND)
             table.Add(both, 1, wx.EXPAND)
