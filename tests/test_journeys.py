@@ -98,6 +98,7 @@ def test_abort_while_a_question_is_open(kind: type[Any], station: Station) -> No
     with dialogs(lambda box: kind(station).press(button(box, "Abort test"))):
         asking.start()
     pump(lambda: state(asking)[0] == "ABORTED")
+    assert [row[4] for row in texts(asking.ui_history_grid)] == ["Aborted by the operator"] * 2
 
 
 def test_three_scans_in_a_row_and_a_broken_script_is_mended(station: Station) -> None:
@@ -120,7 +121,8 @@ def test_three_scans_in_a_row_and_a_broken_script_is_mended(station: Station) ->
     Path(broken.script).write_text(station.script("self.append_ok('MENDED', 1)"), encoding="utf-8")
     scan("SN3")
     pump(lambda: state(broken) == ("OK", ""))
-    assert [row[3] for row in texts(broken.ui_history_grid)] == ["Exception Aborted", "OK"]
+    assert [row[3:] for row in texts(broken.ui_history_grid)] == [["Exception Aborted", error], ["OK", ""]]
+    assert texts(goes_on.ui_history_grid)[0][3:] == ["NG", "VOUT  +1"]
     assert counters(frame) == ["1", "2", "33.33%"]
 
 
@@ -141,6 +143,7 @@ def test_commands_for_all_cells(kind: type[Any], station: Station) -> None:
     assert {cell.ui_test_logger.GetValue() for cell in frame.cells} == {""}
     press(wx.WXK_F12)
     pump(lambda: frame.is_in_debug_mode() and frame.ui_in_debug_mode.IsChecked())
+    assert any("DEBUG MODE" in w.GetLabel() and w.IsShown() for w in frame.GetChildren())
     hands.command(frame, "on_start_all")
     pump(lambda: all(state(cell)[0] == "PAUSED" for cell in frame.cells))
     for cell in frame.cells:

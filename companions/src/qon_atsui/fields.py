@@ -49,6 +49,8 @@ class ValueLabel(Painted):
     ellipsis, and the tool tip shows the whole.
     """
 
+    shortened = wx.ELLIPSIZE_END  # where a text that does not fit is shortened
+
     def __init__(self, parent: wx.Window, text: str = "", align: int = wx.ALIGN_LEFT, hint: str = "") -> None:
         super().__init__(parent)
         self._text = text
@@ -86,7 +88,7 @@ class ValueLabel(Painted):
         dc.SetTextForeground(wx.Colour(self._ink))
         room = self.GetClientRect()
         text = displayable(self._text)
-        shown = wx.Control.Ellipsize(text, dc, wx.ELLIPSIZE_END, room.width)
+        shown = wx.Control.Ellipsize(text, dc, self.shortened, room.width)
         dc.DrawLabel(shown, room, self._align)
         tip = self._hint if shown == text else text
         if tip != (self.GetToolTipText() or ""):

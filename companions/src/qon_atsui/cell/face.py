@@ -136,7 +136,7 @@ class CellFace:
         head, gap = self._parts.head, self._sizes.gap
         line = strip.height - (self._bar() + 4 if narrow else 0)
         name = self._width("Cell 00", self._sizes.header, bold=True)
-        elapsed = self._width("00:00:00", self._sizes.body)
+        elapsed = self._width("000:00:00", self._sizes.body)  # also of a test that takes days
         percent = self._width("100 %", self._sizes.body)
         gauge = strip.width if narrow else strip.width // 4
         right = strip.x + strip.width

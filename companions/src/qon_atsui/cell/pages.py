@@ -46,6 +46,12 @@ class CellPages(wx.Notebook):
         row = self.history.GetNumberRows() - 1
         return self.history.GetCellValue(row, 3) if row >= 0 else ""
 
+    def give_reason(self, reason: str) -> None:
+        """Why the test ended that way, where the engine's own description says nothing."""
+        row = self.history.GetNumberRows() - 1
+        if reason and row >= 0 and not self.history.GetCellValue(row, 4):
+            self.history.SetCellValue(row, 4, reason)
+
     def failed_items(self) -> str:
         """The name of the first NG item, and how many there are besides it."""
         rows = self.items.store.rows_with("red")

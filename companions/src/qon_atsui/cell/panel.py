@@ -23,6 +23,7 @@ from qon_atsui.cell.waiting import what_it_waits_for
 from qon_atsui.fields import ValueLabel
 from qon_atsui.handlers import bind, descendants, is_offered, relay
 from qon_atsui.keys import NumberRules, scan_gap
+from qon_atsui.texts import displayable
 from qon_atsui.timers import OneShotTimer
 
 
@@ -41,6 +42,7 @@ class Cell(wx.Panel):
         if desk is not None:
             desk.set_gap(scan_gap(sheet))
         self._ui_can_abort = False
+        self._ui_aborted_here = False  # by the operator
         self._ui_create()
         self._ui_bind()
         questions.watch(self)
@@ -137,12 +139,16 @@ class Cell(wx.Panel):
         self._ui_signs.entry_enabled(enabled, self._ui_pages.last_result(), failed)
         self._ui_look_for_fault()
         self._ui_starts.ng_was_seen = self.ui_prompt.face.state != "ng"
-        if not enabled:
+        if enabled:
+            self._ui_pages.give_reason(self._ui_reason(failed))
+        else:
+            self._ui_aborted_here = False
             self._ui_head.serial.SetValue(self.ui_serial_number.GetValue())
 
     def _ui_on_abort(self, event: wx.Event) -> None:
         """Seen at once; the test may take a while to its next check point."""
         event.Skip()
+        self._ui_aborted_here = True
         self._ui_aborting()
         questions.end(self)
 
@@ -162,7 +168,17 @@ class Cell(wx.Panel):
     def _ui_look_for_fault(self) -> None:
         """The traceback of a run may reach the log after its verdict."""
         if self._ui_signs.wants_fault:
-            self._ui_signs.fault(self.ui_test_logger.last_exception())
+            fault = self.ui_test_logger.last_exception()
+            self._ui_signs.fault(fault)
+            self._ui_pages.give_reason(fault)
+
+    def _ui_reason(self, failed: str) -> str:
+        """The unit of a station knows it; else what the cell was told says it."""
+        outcome = getattr(getattr(self, "uut", None), "outcome", None)
+        told, state = self._ui_signs.told, self.ui_prompt.face.state
+        if state == "aborted":
+            failed = _("Aborted by the operator") if self._ui_aborted_here else ""
+        return displayable(getattr(outcome, "reason", "") or (told.fault if state == "exception" else failed))
 
     def _ui_serial_changed(self, text: str) -> None:
         if not self.ui_serial_number.IsThisEnabled():

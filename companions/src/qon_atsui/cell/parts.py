@@ -28,6 +28,7 @@ class Head:
         self.name = ValueLabel(parent, "", hint=_("Number of this cell"))
         self.serial = ValueLabel(parent, "", hint=_("Serial number of the unit that is or was tested last"))
         self.serial.paint_as(palette.MUTED)
+        self.serial.shortened = wx.ELLIPSIZE_MIDDLE  # numbers differ at their ends
         self.elapsed = ValueLabel(parent, "00:00:00", wx.ALIGN_RIGHT, _("Time the test takes or took"))
         self.gauge = ProgressBar(parent)
         self.gauge.SetToolTip(_("Progress of the test"))

@@ -50,6 +50,8 @@ class AboutDialog(wx.Dialog):
         column = wx.BoxSizer(wx.VERTICAL)
         column.Add(head, 0, wx.ALL, 16)
         column.Add(table, 0, wx.LEFT | wx.RIGHT | wx.BOTTOM, 16)
-        column.Add(button_row(self, (wx.ID_OK, _("&Close"), _("Close this window"))), 0, wx.EXPAND | wx.ALL, 12)
+        column.Add(
+            button_row(self, (wx.ID_OK, _("&Close"), _("Close this window"))), 0, wx.EXPAND | wx.ALL, 12
+        )
         self.SetSizerAndFit(column)
         self.CentreOnParent()

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+from collections.abc import Callable
 from dataclasses import dataclass
 
 import wx
@@ -157,6 +158,19 @@ def menus() -> tuple[Menu, ...]:
     )
 
 
+class CheckItem(wx.MenuItem):
+    """A menu entry with a tick that tells when the engine sets it."""
+
+    def __init__(self, menu: wx.Menu, text: str, hint: str) -> None:
+        super().__init__(menu, wx.ID_ANY, text, hint, wx.ITEM_CHECK)
+        self.changed: Callable[[bool], None] | None = None
+
+    def Check(self, check: bool = True) -> None:
+        super().Check(check)
+        if self.changed is not None:
+            self.changed(check)
+
+
 class CommandBars:
     """The menu bar and the tool bar of a frame; a menu entry and its tool share one id."""
 
@@ -182,8 +196,8 @@ class CommandBars:
                 menu.AppendSeparator()
                 continue
             text = command.label + (f"\t{command.key}" if command.key else "")
-            kind = wx.ITEM_CHECK if command.check else wx.ITEM_NORMAL
-            item = menu.Append(wx.ID_ANY, text, command.hint, kind)
+            item = CheckItem(menu, text, command.hint) if command.check else None
+            item = menu.Append(item) if item else menu.Append(wx.ID_ANY, text, command.hint)
             self.menu_items[command.handler] = item
             self._frame.Bind(wx.EVT_MENU, relay(self._frame, command.handler), id=item.GetId())
         return menu

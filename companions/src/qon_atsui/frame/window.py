@@ -4,11 +4,14 @@ from __future__ import annotations
 
 import wx
 from qon_companions import posted_calls
+from qon_companions.fonts import font
+from qon_companions.i18n import _
 
-from qon_atsui import palette
+from qon_atsui import palette, sizing
 from qon_atsui.cell.panel import Cell
 from qon_atsui.cell.serial_entry import SerialEntry, marked_entry, next_entry, settle_focus
 from qon_atsui.dialogs.limits_check import LimitsCheckDialog
+from qon_atsui.fields import ValueLabel
 from qon_atsui.frame.commands import CommandBars
 from qon_atsui.frame.scan_desk import ScanDesk
 from qon_atsui.frame.status import StatusBar
@@ -19,6 +22,7 @@ from qon_atsui.timers import OneShotTimer
 
 _FIRST_SIZE = (1180, 820)  # DIP, before it is maximised
 _SMALLEST = (640, 480)
+_DEBUG_POINTS = 14.0
 
 
 class Frame(wx.Frame):
@@ -40,6 +44,8 @@ class Frame(wx.Frame):
         self.ui_initializer_trigger = OneShotTimer(self, "on_trigger_initializer")
         self.ui_ticker_timer = OneShotTimer(self, "on_ticker_timer_event")
         self._ui_abort_all_id = bars.menu_items["on_abort_all"].GetId()
+        self.ui_in_debug_mode.changed = self._ui_show_debug_mode
+        self.Bind(wx.EVT_MENU, self._ui_on_debug_mode, self.ui_in_debug_mode)
         self.Bind(wx.EVT_MENU, self._ui_on_abort_all, id=self._ui_abort_all_id)
         self.Bind(wx.EVT_ACTIVATE, self._ui_on_activate)
         self.Bind(wx.EVT_CLOSE, relay(self, "on_close_app", otherwise=wx.Event.Skip))
@@ -53,7 +59,15 @@ class Frame(wx.Frame):
         self.ui_ok_count, self.ui_ok_count_label = totals.ok, totals.ok_label
         self.ui_ng_count, self.ui_ng_count_label = totals.ng, totals.ng_label
         self.ui_ok_percent = totals.share
+        self._ui_debug_mode = ValueLabel(
+            self, _("DEBUG MODE: tests stop at their debug pauses (F12 ends it)"), wx.ALIGN_CENTRE_HORIZONTAL
+        )
+        self._ui_debug_mode.SetFont(font(_DEBUG_POINTS, bold=True))
+        self._ui_debug_mode.paint_as(palette.SURFACE, palette.INK)
+        self._ui_debug_mode.SetMinSize(wx.Size(-1, sizing.line_height(_DEBUG_POINTS, bold=True) + 8))
+        self._ui_debug_mode.Hide()
         column = wx.BoxSizer(wx.VERTICAL)
+        column.Add(self._ui_debug_mode, 0, wx.EXPAND)
         column.Add(self.ui_cell_panel, 1, wx.EXPAND | wx.ALL, 2)
         column.Add(totals, 0, wx.EXPAND)
         self.SetSizer(column)
@@ -72,6 +86,14 @@ class Frame(wx.Frame):
         entry = marked_entry(self)
         if entry is not None and not isinstance(wx.Window.FindFocus(), SerialEntry):
             entry.SetFocus()
+
+    def _ui_on_debug_mode(self, event: wx.CommandEvent) -> None:
+        event.Skip()
+        self._ui_show_debug_mode(event.IsChecked())
+
+    def _ui_show_debug_mode(self, on: bool) -> None:
+        self._ui_debug_mode.Show(on)
+        self.Layout()
 
     def _ui_on_abort_all(self, event: wx.CommandEvent) -> None:
         for cell in self.ui_cell_panel.GetChildren():

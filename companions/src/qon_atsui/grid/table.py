@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import wx
 import wx.grid
+from qon_companions.i18n import _
 
 from qon_atsui import palette, sizing
 from qon_atsui.grid.row_store import RowStore
@@ -57,7 +58,8 @@ class StoreTable(wx.grid.GridTableBase):
         self.known_rows = 0
         self.points = 10.0
         self._titles: dict[int, str] = {}
-        self._looks: dict[tuple[str, bool], wx.grid.GridCellAttr] = {}
+        self._looks: dict[tuple[str, bool, bool], wx.grid.GridCellAttr] = {}
+        self._numbers: set[int] = set()  # columns of serial numbers
 
     def forget_looks(self) -> None:
         """After a change of the font size."""
@@ -93,6 +95,7 @@ class StoreTable(wx.grid.GridTableBase):
 
     def SetColLabelValue(self, col: int, value: str) -> None:
         self._titles[col] = value
+        (self._numbers.add if value == _("Serial number") else self._numbers.discard)(col)
 
     def GetRowLabelValue(self, row: int) -> str:
         return str(row + 1)
@@ -100,15 +103,17 @@ class StoreTable(wx.grid.GridTableBase):
     def GetAttr(self, row: int, col: int, _kind: int) -> wx.grid.GridCellAttr | None:
         if row >= len(self.store):
             return None
-        key = (self.store.colour(row, col), is_number(self.store.text(row, col)))
+        key = (self.store.colour(row, col), is_number(self.store.text(row, col)), col in self._numbers)
         look = self._looks.get(key)
         if look is None:
             look = self._looks[key] = self._look(*key)
         look.IncRef()
         return look
 
-    def _look(self, colour: str, number: bool) -> wx.grid.GridCellAttr:
+    def _look(self, colour: str, number: bool, serial: bool) -> wx.grid.GridCellAttr:
         look = wx.grid.GridCellAttr()
+        if serial:  # such numbers differ at their ends
+            look.SetFitMode(wx.grid.GridFitMode.Ellipsize(wx.ELLIPSIZE_MIDDLE))
         shade = palette.shade_of(colour)
         look.SetBackgroundColour(shade.ground)
         look.SetTextColour(shade.ink)

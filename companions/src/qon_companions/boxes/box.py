@@ -41,6 +41,7 @@ class Box(TurnDialog):
         self._row = wx.BoxSizer()
         self.SetEscapeId(wx.ID_NONE)
         self.Bind(wx.EVT_CHAR_HOOK, self.on_key)
+        self.Bind(wx.EVT_PAINT, self._on_paint)
         self.Bind(wx.EVT_CLOSE, lambda event: self.EndModal(self.closing_answer()))
 
     def build(self, answers: Sequence[tuple[int, str]], hint: str = "", copy: bool = False) -> None:
@@ -164,6 +165,13 @@ class Box(TurnDialog):
         y = max(screen.y, min(place.y, screen.y + screen.height - size.height))
         if self.GetPosition() != wx.Point(x, y):
             self.SetPosition(wx.Point(x, y))
+
+    def _on_paint(self, _event: wx.PaintEvent) -> None:
+        """A line around it: without a window manager nothing else tells where it ends."""
+        dc = wx.PaintDC(self)
+        dc.SetPen(wx.Pen(wx.SystemSettings.GetColour(wx.SYS_COLOUR_HIGHLIGHT), 3))
+        dc.SetBrush(wx.TRANSPARENT_BRUSH)
+        dc.DrawRectangle(self.GetClientRect().Deflate(1))
 
     def on_key(self, event: wx.KeyEvent) -> None:
         """Every key that is pressed in the box comes here first."""

@@ -84,6 +84,7 @@ class TurnDialog(wx.Dialog):
         else:
             self._on_screen = False
             self.Hide()
+            wx.CallAfter(_give_back_keyboard, self._parents[-1] if self._parents else None)
 
     def about_to_show(self) -> None:
         """For subclasses: the box's turn has come; `others_waiting` is right now."""
@@ -227,6 +228,13 @@ def _line_of(window: wx.Window | None) -> list[wx.Window]:
         line.append(window)
         window = None if window.IsTopLevel() else window.GetParent()
     return line
+
+
+def _give_back_keyboard(window: wx.Window | None) -> None:
+    """To the window that the box stood over: without a window manager nobody else does."""
+    active = wx.GetActiveWindow()
+    if window and not window.IsBeingDeleted() and not (active and active.IsShown()):
+        window.Raise()
 
 
 def _exit_without_windows() -> None:
