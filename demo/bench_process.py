@@ -37,7 +37,7 @@ class BenchProcess:
 
 
 class Hands:
-    """Puts units into the simulated fixtures and takes them out; GUI thread."""
+    """Puts units into the simulated fixtures and takes them out; in one thread at a time."""
 
     def __init__(self, app_config: Any, cell_count: int) -> None:
         self._fixtures = [fixture_of(app_config, number) for number in range(1, cell_count + 1)]

@@ -93,7 +93,8 @@ class HeadlessStation(DemoStation):
     def _answer(self, cell_number: int, question: str) -> str:
         if "LED" not in question:
             raise StationStuck(f"cell {cell_number} asks something unexpected: {question}")
-        return "Lit" if self.hands.sees_led(cell_number) else "Dark"
+        lit = self._worker.submit(self.hands.sees_led, cell_number).result(10.0)  # the worker has its session
+        return "Lit" if lit else "Dark"
 
     def _result(self, cell: Any) -> Result:
         """As the cell's history shows it."""

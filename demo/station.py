@@ -6,12 +6,14 @@ python station.py [--config ats_config.xlsx] [--parameters app_config]
 import argparse
 import os
 import sys
-from collections.abc import Sequence
+from collections.abc import Callable, Sequence
+from concurrent.futures import Future, ThreadPoolExecutor
 from pathlib import Path
 from typing import Any
 
 import qon_ats
 import qon_station
+import wx
 from bench_process import BenchProcess, Hands, start_bench
 from cell_bench import fixture_of
 from fixture_panel import FixturePanel
@@ -22,7 +24,7 @@ CONFIG, PARAMETERS = "ats_config.xlsx", "app_config"
 
 
 class FixtureWatch:
-    """Notices a unit that was put into a fixture; asked by the ticker while the cell is ready."""
+    """Notices a unit that was put into a fixture; worker thread, while the cell is ready."""
 
     def __init__(self, app_config: Any, cell_number: int) -> None:
         self._app_config, self._cell_number = app_config, cell_number
@@ -45,13 +47,19 @@ class FixtureWatch:
 
 
 class DemoStation(qon_ats.ATSFrame):
-    """Starts the simulated bench, and each unit that is put into a fixture."""
+    """Starts the simulated bench, and each unit that is put into a fixture.
+
+    A worker thread talks to the fixtures: the windows never wait for an instrument.
+    """
 
     def __init__(self, config: str = CONFIG, parameters: str = PARAMETERS, feed: bool = True) -> None:
         super().__init__(None, "DC/DC converter", config, parameters)
         self._feed = feed
         self._bench: BenchProcess | None = None
         self._hands: Hands | None = None
+        self._worker = ThreadPoolExecutor(max_workers=1, thread_name_prefix="fixtures")
+        self._closing = False
+        self._look: Future[list[tuple[int, str]]] | None = None
         numbers = range(1, self.get_cell_count() + 1)
         self._watches = {number: FixtureWatch(self.app_config, number) for number in numbers}
         self.cell_start_event.subscribe(self._on_cell_started)
@@ -65,23 +73,49 @@ class DemoStation(qon_ats.ATSFrame):
             raise
         if self._bench is None:
             return
+        self._submit(self._open, count)
+
+    def _open(self, count: int) -> None:
         self._hands = Hands(self.app_config, count)
         if self._feed:
-            FixturePanel(self, self._hands, count).Show()
-            for number in range(1, count + 1):
-                self._hands.fit_new(number)
+            wx.CallAfter(self._show_panel, count)
+
+    def _show_panel(self, count: int) -> None:
+        FixturePanel(self, self.hands, self._submit, count).Show()
+        for number in range(1, count + 1):
+            self._submit(self.hands.fit_new, number)
+
+    def _submit(self, work: Callable[..., Any], *arguments: Any) -> None:
+        """Let the worker do it; what goes wrong is told as an exception of any handler."""
+
+        def raise_in_gui(future: "Future[Any]") -> None:
+            if not (self._closing or future.cancelled()) and future.exception() is not None:
+                wx.CallAfter(future.result)
+
+        if not self._closing:
+            self._worker.submit(work, *arguments).add_done_callback(raise_in_gui)
 
     def ticker_function(self) -> None:
         """Only the fixtures of ready cells are asked: those of running cells belong to their scripts."""
-        for number, watch in self._watches.items():
-            if self.get_cell(number - 1).is_ready():
-                label = watch.new_unit()
-                if label:
+        look = self._look
+        if self._closing:
+            return
+        if look is not None and look.done():
+            self._look = None
+            for number, label in look.result():
+                if self.get_cell(number - 1).is_ready():
                     self.start_cell(number, label)
+        elif look is None and (self._bench is None or self.bench_is_up):
+            ready = [number for number in self._watches if self.get_cell(number - 1).is_ready()]
+            self._look = self._worker.submit(self._new_units, ready)
+
+    def _new_units(self, numbers: list[int]) -> list[tuple[int, str]]:
+        found = [(number, self._watches[number].new_unit()) for number in numbers]
+        return [(number, label) for number, label in found if label]
 
     def exit_finalizer(self) -> None:
-        if self._hands:
-            self._hands.close()
+        self._closing = True
+        self._worker.shutdown(wait=False, cancel_futures=True)
         if self._bench:
             self._bench.close()
 
@@ -98,7 +132,9 @@ class DemoStation(qon_ats.ATSFrame):
     def _on_cell_started(self, cell: qon_ats.Cell) -> None:
         """Whoever scans a unit also puts it in."""
         number = cell.cell_number
-        serial_number = (cell.uut.serial_number if cell.uut else None) or ""
+        self._submit(self._put_in, number, (cell.uut.serial_number if cell.uut else None) or "")
+
+    def _put_in(self, number: int, serial_number: str) -> None:
         if self._hands:
             self._hands.fit(number, serial_number)
             serial_number = self._hands.label(number)
