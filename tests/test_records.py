@@ -1,6 +1,7 @@
 """The records: one measurement and its verdict, one unit and its end, counters of units."""
 
 import copy
+import gc
 import pickle
 import threading
 import time
@@ -221,6 +222,7 @@ def test_private_fields_have_their_mangled_names(kind: type) -> None:
 
 def test_what_is_given_is_kept_and_the_unit_is_a_text() -> None:
     assert Assertion("a", assert_time="noon").assert_time == "noon"
+    assert not gc.is_tracked(Assertion("a", 1.5, 1, 2, "V"))
     updated = Assertion("a", 1, 0, unit=None)
     updated.update(2, assert_time=7)
     assert (updated.assert_time, type(updated.assert_time), updated.unit) == (7, int, None)

@@ -264,7 +264,9 @@ void Assertion::set(Scalar& scalar, std::uintptr_t number, nb::handle content) {
 
 void track_if_needed(PyObject* object) {
     if (PyObject_GC_IsTracked(object)) return;
-    const Assertion* a = as_assertion(object);
+    Assertion* a = as_assertion(object);
+    // Where the interpreter makes a new object's dictionary at once, it goes while nobody has used it.
+    if (a->dict && PyDict_GET_SIZE(a->dict) == 0 && Py_REFCNT(a->dict) == 1) Py_CLEAR(a->dict);
     if (is_plain_assertion(object) && !a->dict && is_atomic(a->name) && is_atomic(a->value_object()) &&
         is_atomic(a->lower.get()) && is_atomic(a->upper) && is_atomic(a->unit.get()) &&
         is_atomic(a->time_object()))
