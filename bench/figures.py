@@ -64,7 +64,10 @@ def _hot_path() -> list[Figure]:
         "limits workbook, unit None": "assert_limits, limits workbook, unit None",
         "without the queue": "assert_limits, without the queue",
     }
-    figures = [Figure("hot_path", key, title, "us", at_least=5.0) for key, title in rows.items()]
+    figures = [
+        Figure("hot_path", key, title, "us", at_least=7.0 if key == "all in" else 6.0)
+        for key, title in rows.items()
+    ]
     return [
         *figures,
         Figure("hot_path", "all in, collector off", "assert_limits, all in, collector off", "us"),
@@ -131,6 +134,6 @@ FIGURES = [
     *_results(),
     Figure("import_time", "import", "import of the module", "ms", 0, at_most=1.2),
     Figure("start", "start", "start of an 8-cell station", "ms", 0, at_most=1.2),
-    Figure("openhtf", "measurement", "1,000 measurements in one run, each", "us", at_least=50.0),
-    Figure("openhtf", "step", "500 steps of one measurement, each", "us", at_least=500.0),
+    Figure("openhtf", "measurement", "1,000 measurements in one run, each", "us", at_least=75.0),
+    Figure("openhtf", "step", "500 steps of one measurement, each", "us", at_least=750.0),
 ]

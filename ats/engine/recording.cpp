@@ -67,9 +67,23 @@ void add_to_category(nb::handle categories, nb::handle category, nb::handle asse
     nb::object(categories[category]).attr("append")(assertion);
 }
 
+// The list of the category "all", borrowed; null where there is none, or nothing plain.
+PyObject* list_of_all(PyObject* categories) {
+    if (!categories || !PyDict_CheckExact(categories)) return nullptr;
+    static KeptOfDict<PyObject*> kept;
+    return kept.of(categories, [](PyObject* dict) -> PyObject* {
+        PyObject* list = find(dict, name<"all">());
+        return list && PyList_CheckExact(list) ? list : nullptr;
+    });
+}
+
 void categorise(nb::handle cell, nb::handle category, nb::handle assertion) {
     const nb::object categories = categories_of(cell);
     const nb::handle all(name<"all">());
+    if (PyObject* list = category.is(all) ? list_of_all(categories.ptr()) : nullptr) {
+        if (PyList_Append(list, assertion.ptr()) < 0) throw nb::python_error();
+        return;
+    }
     bool in_all = false;
     if (PyList_Check(category.ptr())) {
         for (nb::handle each : nb::tuple(category)) {  // a copy: adding may run code that changes the list
@@ -95,16 +109,6 @@ void check_before_recording(nb::handle assertion, nb::handle category) {
         for (nb::handle each : nb::tuple(category)) demand_hashable(each);
     else
         demand_hashable(category);
-}
-
-// The list of a category that is there, borrowed; null where it is not, or nothing plain.
-PyObject* list_of_all(PyObject* categories) {
-    if (!categories || !PyDict_CheckExact(categories)) return nullptr;
-    static KeptOfDict<PyObject*> kept;
-    return kept.of(categories, [](PyObject* dict) -> PyObject* {
-        PyObject* list = find(dict, name<"all">());
-        return list && PyList_CheckExact(list) ? list : nullptr;
-    });
 }
 
 // Unit, queue and category "all" of a cell in which nothing was replaced; false, and nothing done, elsewhere.

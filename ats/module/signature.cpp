@@ -38,6 +38,11 @@ nb::object annotation_of(const Parameter& parameter) {
     return parameter.none_ok ? type | nb::none() : type;
 }
 
+// Most checked arguments are texts.
+bool is_plain_text(const Parameter& parameter, PyObject* value) {
+    return parameter.kind == Kind::text && PyUnicode_CheckExact(value);
+}
+
 bool is_real(PyObject* value) {
     if (PyFloat_Check(value) || PyLong_Check(value)) return true;
     const PyNumberMethods* number = Py_TYPE(value)->tp_as_number;
@@ -107,7 +112,7 @@ void Signature::bind(PyObject* const* args, std::size_t count, PyObject* kwnames
                 throw nb::python_error();
             }
             value = parameter.default_value.ptr();
-        } else if (parameter.kind != Kind::any) {
+        } else if (parameter.kind != Kind::any && !is_plain_text(parameter, value)) {
             check(i, bound);
         }
     }
