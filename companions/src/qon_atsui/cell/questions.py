@@ -28,6 +28,8 @@ class Questions(wx.ModalDialogHook):
         self.hosts: weakref.WeakSet[wx.Window] = weakref.WeakSet()
         # Dialogs and posted calls that wait, with their cells and what they ask.
         self._open: list[tuple[Any, weakref.ref[wx.Window], str]] = []
+        self._dropped: list[Any] = []  # posted calls of tests that were aborted before they could ask
+        self._not_asked: weakref.WeakSet[wx.Window] = weakref.WeakSet()
         self._texts: list[TextQuestion] = []
 
     # Boxes that take turns.
@@ -39,7 +41,11 @@ class Questions(wx.ModalDialogHook):
             box.Bind(wx.EVT_CHAR_HOOK, self._on_key)
             if isinstance(box, Box):
                 self._offer_abort(box, host)
-            if host is not None:
+            if host is not None and host in self._not_asked:
+                self._not_asked.discard(host)
+                self._tell(host)
+                box.EndModal(wx.ID_CANCEL)
+            elif host is not None:
                 self._notice(box, host, getattr(box, "message", ""))
             if host is not None and isinstance(box, TextBox):
                 self._texts.append(TextQuestion(box, host))
@@ -61,6 +67,9 @@ class Questions(wx.ModalDialogHook):
         """A script's question waits while another box is open, or is asked now."""
         self._open = [entry for entry in self._open if entry[0] is not call]
         host, text = self._of_call(call)
+        if not waits and host is not None and call in self._dropped:
+            self._dropped.remove(call)
+            self._not_asked.add(host)
         if waits and host is not None:
             self._open.append((call, weakref.ref(host), text))
             self._tell(host)
@@ -125,7 +134,9 @@ class Questions(wx.ModalDialogHook):
     def end(self, host: wx.Window) -> None:
         """The test is to be aborted: what it asks is asked no more."""
         for dialog in [entry[0] for entry in self._open if entry[1]() is host]:
-            if isinstance(dialog, wx.Dialog) and dialog.IsModal():
+            if not isinstance(dialog, wx.Dialog):
+                self._dropped.append(dialog)
+            elif dialog.IsModal():
                 dialog.EndModal(wx.ID_CANCEL)
 
     def _on_key(self, event: wx.KeyEvent) -> None:
