@@ -25,6 +25,18 @@ def connect(path: Path, *, write: bool, vfs: str | None = None) -> apsw.Connecti
     flags = apsw.SQLITE_OPEN_READWRITE | apsw.SQLITE_OPEN_CREATE if write else apsw.SQLITE_OPEN_READONLY
     connection = apsw.Connection(str(path), flags, vfs)
     connection.set_busy_timeout(5000)
+    try:
+        _prepare(connection, write)
+    except apsw.NotADBError:
+        connection.close()
+        raise ValueError(f"{path} is no file of results, or it is damaged at its beginning.") from None
+    except BaseException:
+        connection.close()
+        raise
+    return connection
+
+
+def _prepare(connection: apsw.Connection, write: bool) -> None:
     connection.pragma("foreign_keys", False)  # the writer's dictionaries see to it, and a look-up a row costs
     connection.pragma("cache_size", -65536)  # KiB
     connection.pragma("temp_store", "memory")
@@ -33,7 +45,6 @@ def connect(path: Path, *, write: bool, vfs: str | None = None) -> apsw.Connecti
     else:
         connection.pragma("query_only", True)
         connection.pragma("mmap_size", 1 << 30)
-    return connection
 
 
 def check_version(connection: apsw.Connection, path: Path) -> None:
