@@ -108,12 +108,14 @@ CROSS JOIN item AS i ON i.id = m.item
 )
 
 ITEM_ID = "SELECT id FROM item WHERE name = ?"
+# Few numbers a row: value (infinity where there is none), then verdict, kind, attempt and spec in one.
 ITEM_VALUES = """
-SELECT run, seq, kind, number, truth, verdict, spec, time_us, attempt FROM measurement WHERE item = ?
+SELECT run, seq, coalesce(number, truth, 9e999), verdict | (kind << 2) | (min(attempt, 1023) << 6) | (spec << 16),
+       coalesce(time_us, 0)
+FROM measurement WHERE item = ? AND run BETWEEN ? AND ? ORDER BY run, seq
 """
-ITEM_VALUES_SINCE = ITEM_VALUES + " AND run BETWEEN ? AND ?"
-SPECS = "SELECT id, lower, upper, unit FROM spec WHERE id IN (SELECT DISTINCT spec FROM measurement WHERE item = ?)"
-RUN_COLUMNS = "SELECT r.number, r.cell, r.begin_us FROM result AS r" + _WANTED + "ORDER BY r.number"
+SPECS = "SELECT id, lower, upper, unit FROM spec WHERE id IN (SELECT value FROM json_each(?))"
+RUN_COLUMNS = "SELECT r.number, r.cell, r.begin_us FROM result AS r" + _WANTED
 
 # First attempts: no earlier one of the same unit, operation and purpose that came to a verdict.
 YIELDS = (

@@ -93,7 +93,8 @@ CREATE TABLE run (
     ng INTEGER NOT NULL DEFAULT 0
 );
 CREATE INDEX run_unit ON run (serial_number, product, operation, number);
-CREATE INDEX run_begin ON run (begin_us, purpose, product, operation, serial_number, outcome, cell, first_ng);
+CREATE INDEX run_begin ON run (begin_us, purpose, product, operation, serial_number, outcome, cell, first_ng,
+                               operator, batch);
 CREATE INDEX run_open ON run (number) WHERE outcome = 'RUNNING';
 
 -- Clustered by item and run: one item over all units is one range.  A value stands in the column of its kind:

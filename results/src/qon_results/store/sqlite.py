@@ -3,11 +3,13 @@
 import json
 import uuid
 from collections.abc import Iterable, Sequence
+from itertools import chain
 from pathlib import Path
 from typing import Any
 
 import msgspec
 import numpy as np
+from numpy.typing import NDArray
 
 from ..records import (
     Attachment,
@@ -25,7 +27,7 @@ from ..records import (
     Station,
     Verdict,
 )
-from . import queries
+from . import columns, queries
 from .archived import Archived
 from .base import (
     EVERYTHING,
@@ -53,6 +55,7 @@ class SqliteStore(Store):
         try:
             check_version(self._connection, self.path)
             self._station = self.stations()[0]
+            self._known_runs: tuple[Filter, int, NDArray[np.int64]] | None = None
             self._archived = Archived(self._connection, self.path)
         except BaseException:
             self._connection.close()
@@ -128,27 +131,29 @@ class SqliteStore(Store):
         known = self._ask(queries.ITEM_ID, (name,))
         if not known:
             raise KeyError(f'No run has an item "{name}".')
-        item = known[0][0]
-        runs = _columns(self._ask(queries.RUN_COLUMNS, self._bound(wanted)), 3)
-        numbers, cells, begins = (np.array(column, dtype=np.int64) for column in runs)
-        first, last = (int(numbers[0]), int(numbers[-1])) if len(numbers) else (0, -1)
-        rows = self._ask(queries.ITEM_VALUES_SINCE, (item, first, last))
-        limits = {id: (lower, upper, unit) for id, lower, upper, unit in self._ask(queries.SPECS, (item,))}
+        wanted_runs = self._run_columns(wanted)
+        first, last = (int(wanted_runs[place, 0]) if len(wanted_runs) else -1 for place in (0, -1))
+        limits: columns.Limits = {}
+        rows = columns.table(ask(self._connection, queries.ITEM_VALUES, (known[0][0], first, last)))
         if self._archived:
-            rows = _with_archived(rows, self._archived.of_item(name, first, last), limits)
-        columns = _columns(rows, 9)
-        run = np.array(columns[0], dtype=np.int64)
-        place = np.searchsorted(numbers, run)
-        mine = numbers[np.minimum(place, len(numbers) - 1)] == run if len(numbers) else run < 0
-        return _item_columns(
-            name,
-            self._station.id,
-            limits,
-            [run, *columns[1:]],
-            mine,
-            cells[place[mine]],
-            begins[place[mine]],
-        )
+            moved = columns.from_files(self._archived.of_item(name, first, last), limits)
+            rows = np.concatenate((rows, moved))
+            rows = rows[np.lexsort((rows[:, 1], rows[:, 0]))]
+
+        def limits_of(specs: list[int]) -> columns.Limits:
+            found = self._ask(queries.SPECS, (json.dumps(specs),))
+            return limits | {id: (lower, upper, unit) for id, lower, upper, unit in found}
+
+        return columns.item_columns(name, self._station.id, rows, wanted_runs, limits_of)
+
+    def _run_columns(self, wanted: Filter) -> NDArray[np.int64]:
+        """Number, cell and begin of these runs, by number; the last answer is kept while nobody writes."""
+        (version,) = next(ask(self._connection, "PRAGMA data_version"))
+        if self._known_runs is None or self._known_runs[:2] != (wanted, version):
+            rows = ask(self._connection, queries.RUN_COLUMNS, self._bound(wanted))
+            found = np.fromiter(chain.from_iterable(rows), np.int64).reshape(-1, 3)
+            self._known_runs = wanted, version, found[np.argsort(found[:, 0], kind="stable")]
+        return self._known_runs[2]
 
     def yields(self, wanted: Filter) -> list[Yield]:
         return count_yields(self._ask(queries.YIELDS, self._bound(wanted)))
@@ -190,7 +195,7 @@ class SqliteStore(Store):
         return bound(wanted) | {"failed_archived": json.dumps(failed)}
 
     def _numbers(self, wanted: Filter) -> list[int]:
-        return [row[0] for row in self._ask(queries.RUN_COLUMNS, self._bound(wanted))]
+        return sorted(row[0] for row in self._ask(queries.RUN_COLUMNS, self._bound(wanted)))
 
     def _ask(self, query: str, values: Sequence[Any] | dict[str, Any] = ()) -> list[Row]:
         return list(ask(self._connection, query, values))
@@ -294,60 +299,3 @@ def _added(rows: Iterable[Row], more: Iterable[Row]) -> dict[str, list[int]]:
         known = total.setdefault(name, [0] * len(counts))
         total[name] = [a + int(b) for a, b in zip(known, counts, strict=True)]
     return total
-
-
-def _with_archived(
-    rows: list[Row], moved: list[Row], limits: dict[int, tuple[float | None, float | None, str | None]]
-) -> list[Row]:
-    """One item's rows with those from files, by run; what these were judged by gets numbers below zero."""
-    known: dict[tuple[Any, ...], int] = {}
-    found = []
-    for run, seq, kind, number, truth, verdict, lower, upper, unit, time_us, attempt in moved:
-        place = known.setdefault((lower, upper, unit), -1 - len(known))
-        found.append((run, seq, kind, number, truth, verdict, place, time_us, attempt))
-    limits.update({place: key for key, place in known.items()})
-    return sorted([*found, *rows], key=lambda row: row[:2]) if found else rows
-
-
-def _columns(rows: list[Row], count: int) -> list[Sequence[Any]]:
-    return list(zip(*rows, strict=True)) if rows else [()] * count
-
-
-def _item_columns(
-    name: str,
-    station: uuid.UUID,
-    limits: dict[int, tuple[float | None, float | None, str | None]],
-    columns: list[Any],
-    mine: Any,
-    cells: Any,
-    begins: Any,
-) -> ItemColumns:
-    run, seq, kind, number, truth, verdict, spec, time_us, attempt = columns
-    value = np.array(number, dtype=np.float64)
-    kinds = np.array(kind, dtype=np.int64)
-    bools = kinds == Kind.BOOL
-    if bools.any():
-        value[bools] = np.array(truth, dtype=np.float64)[bools]
-    value[kinds == Kind.INFINITY], value[kinds == Kind.MINUS_INFINITY] = np.inf, -np.inf
-    specs, which = np.unique(np.array(spec, dtype=np.int64), return_inverse=True)
-    lower, upper = (
-        np.array([limits[id][side] for id in specs.tolist()], dtype=np.float64) for side in (0, 1)
-    )
-    units = [limits[id][2] or "" for id in specs.tolist()]
-    passed = np.array(time_us, dtype=np.float64)
-    return ItemColumns(
-        name=name,
-        run=run[mine],
-        station=np.zeros(int(np.count_nonzero(mine)), np.int64),
-        seq=np.array(seq, dtype=np.int64)[mine],
-        cell=cells,
-        attempt=np.array(attempt, dtype=np.int64)[mine],
-        kind=kinds[mine],
-        value=value[mine],
-        verdict=np.array(verdict, dtype=np.int64)[mine],
-        lower=lower[which][mine],
-        upper=upper[which][mine],
-        time_us=begins + np.nan_to_num(passed[mine]).astype(np.int64),
-        unit=units[-1] if units else "",
-        stations=[station],
-    )
