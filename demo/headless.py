@@ -17,6 +17,7 @@ from types import TracebackType
 from typing import Any
 
 import make_workbooks
+import qon_results
 import qon_station
 import screenshot
 import wx
@@ -86,6 +87,7 @@ class HeadlessStation(DemoStation):
         yield from self._shoot("station.png")
         yield from self._tour()
         print(f"screenshots: {self._output}")
+        print(f"results: .venv/bin/qon-results units --results {self._output / 'results'}")
         if self._uncaught:
             raise StationStuck(f"uncaught: {'; '.join(self._uncaught)}")
         self._exit_code = 1 if wrong else 0
@@ -164,6 +166,7 @@ def main() -> int:
     os.chdir(HERE)
     own = output / "station"
     make_workbooks.write_all(own, free_port(make_workbooks.CELLS))
+    qon_results.record(output / "results", config=own / CONFIG, parameters=own / PARAMETERS)
 
     def build() -> HeadlessStation:
         try:

@@ -41,6 +41,7 @@ def station_sheets() -> Sheets:
         row("run_ticker", True, "Watch the fixtures for units from the start"),
         row("ticker_interval", 500, "Interval of that watch", 0, 60000, "ms"),
         row("mop_block_ticker", True, "No watch during manual operation"),
+        row("results_required", True, "No test when nothing can be recorded"),
         row("scan_key_ms", 35, "Longest time between two keys of a scanner", 5, 200, "ms"),
     ]
     sheets = {"main": main}
@@ -57,13 +58,15 @@ def recheck_sheets() -> Sheets:
         row("run_ticker", True, "Watch the fixture for units from the start"),
         row("ticker_interval", 500, "Interval of that watch", 0, 60000, "ms"),
     ]
-    return {"main": main, "cell1": cell_rows("scripts/dcdc_recheck.py", stop_if_ng=False)}
+    return {"main": main, "cell1": cell_rows("scripts/dcdc_recheck.py", stop_if_ng=False, operation="recheck")}
 
 
-def cell_rows(script: str, stop_if_ng: bool) -> list[Parameter]:
+def cell_rows(script: str, stop_if_ng: bool, operation: str = "final test") -> list[Parameter]:
     columns = [["Name", 210], ["Value", 110], ["Lower", 80], ["Upper", 80], ["Unit", 60], ["Result", 70]]
     return [
         row("script", script, "Test script"),
+        row("product", "DC/DC converter board", "What is tested"),
+        row("operation", operation, "Step of the process"),
         row("runner_class_name", "CellRunner", "Class in the script"),
         row("reload_cell_runner", True, "Read the script again before each test"),
         row("stop_if_ng", stop_if_ng, "A failed item ends the test"),

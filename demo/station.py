@@ -12,6 +12,7 @@ from pathlib import Path
 from typing import Any
 
 import qon_ats
+import qon_results
 import qon_station
 import wx
 from bench_process import BenchProcess, Hands, start_bench
@@ -154,6 +155,7 @@ def arguments_of(argv: Sequence[str] | None = None) -> argparse.Namespace:
 def main() -> int:
     arguments = arguments_of()
     os.chdir(HERE)
+    qon_results.record(config=arguments.config, parameters=arguments.parameters)
     return qon_station.run(lambda: DemoStation(arguments.config, arguments.parameters))
 
 

@@ -264,7 +264,11 @@ def test_every_label_is_translated() -> None:
     catalogue = SOURCE.parent / "qon_companions" / "locale" / "zh_CN" / "LC_MESSAGES" / "qon.po"
     with catalogue.open("rb") as text:
         known = {message.id for message in read_po(text) if message.string}
-    nodes = [node for path in SOURCE.rglob("*.py") for node in ast.walk(ast.parse(path.read_text("utf-8")))]
+    sources = [
+        *SOURCE.rglob("*.py"),
+        *(SOURCE.parents[2] / "results" / "src" / "qon_results" / "recorder").glob("*.py"),
+    ]
+    nodes = [node for path in sources for node in ast.walk(ast.parse(path.read_text("utf-8")))]
     calls = [node for node in nodes if isinstance(node, ast.Call) and isinstance(node.func, ast.Name)]
     labels = {node.args[0].value for node in calls if node.func.id == "_"}
     assert len(labels) > 100 and labels - known == set()
