@@ -32,6 +32,7 @@ from ..store.base import (
     ParetoRow,
     Progress,
     Store,
+    TooSlow,
     Verification,
     Yield,
 )
@@ -48,12 +49,23 @@ class LineStore(Store):
     def __init__(self, address: str) -> None:
         """LineError when it cannot be reached or holds no results."""
         self.address = address
+        self._seconds = 0.0
         self._connection: Connection | None = connect(address)
 
     def close(self) -> None:
         if self._connection is not None:
             self._connection.close()
             self._connection = None
+
+    def limit(self, seconds: float) -> None:
+        self._seconds = seconds
+        if self._connection is not None and not self._connection.closed:
+            self._limit(self._connection)
+
+    def _limit(self, connection: Connection) -> None:
+        connection.execute(
+            "SELECT set_config('statement_timeout', %s, false)", [f"{self._seconds * 1000:.0f}ms"]
+        )
 
     def stations(self) -> list[Station]:
         return [Station(*row) for row in self._ask(queries.STATIONS)]
@@ -151,8 +163,12 @@ class LineStore(Store):
         for last in (False, True):
             if self._connection is None or self._connection.closed:
                 self._connection = connect(self.address)
+                if self._seconds:
+                    self._limit(self._connection)
             try:
                 return self._connection.execute(query, values or None, prepare=True).fetchall()
+            except psycopg.errors.QueryCanceled:
+                raise TooSlow(f"The question took longer than {self._seconds:g} s.") from None
             except psycopg.OperationalError as error:
                 if last or not self._connection.broken:
                     raise LineError(words(error)) from None

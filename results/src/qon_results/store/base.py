@@ -135,6 +135,10 @@ class Verification(msgspec.Struct, frozen=True):
     fault: Fault | None
 
 
+class TooSlow(Exception):
+    """A question took longer than `Store.limit` allows."""
+
+
 class Store(ABC):
     """Results, read-only.  Any thread, one at a time."""
 
@@ -148,6 +152,10 @@ class Store(ABC):
 
     @abstractmethod
     def close(self) -> None: ...
+
+    @abstractmethod
+    def limit(self, seconds: float) -> None:
+        """From now on a single question that takes longer ends with TooSlow."""
 
     @abstractmethod
     def stations(self) -> list[Station]:

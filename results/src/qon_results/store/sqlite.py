@@ -1,12 +1,14 @@
 """A station's file, read."""
 
 import json
+import time
 import uuid
 from collections.abc import Iterable, Sequence
 from itertools import chain
 from pathlib import Path
 from typing import Any
 
+import apsw
 import msgspec
 import numpy as np
 from numpy.typing import NDArray
@@ -37,12 +39,14 @@ from .base import (
     ParetoRow,
     Progress,
     Store,
+    TooSlow,
     Verification,
     Yield,
 )
 from .file import Row, ask, check_version, connect
 
 LAST_CHARACTER = "\U0010ffff"
+_STEPS = 100_000  # of SQLite's machine between two looks at the clock; a millisecond or so
 
 
 class SqliteStore(Store):
@@ -52,6 +56,7 @@ class SqliteStore(Store):
         """FileNotFoundError, or ValueError when the file is damaged, newer than this program or no store at all."""
         self.path = Path(path)
         self._connection = connect(self.path, write=False)
+        self._seconds, self._deadline = 0.0, float("inf")
         try:
             check_version(self._connection, self.path)
             self._station = self.stations()[0]
@@ -64,6 +69,10 @@ class SqliteStore(Store):
     def close(self) -> None:
         self._archived.close()
         self._connection.close()
+
+    def limit(self, seconds: float) -> None:
+        self._seconds = seconds
+        self._connection.set_progress_handler(lambda: time.monotonic() > self._deadline, _STEPS)
 
     def stations(self) -> list[Station]:
         return [
@@ -198,7 +207,15 @@ class SqliteStore(Store):
         return sorted(row[0] for row in self._ask(queries.RUN_COLUMNS, self._bound(wanted)))
 
     def _ask(self, query: str, values: Sequence[Any] | dict[str, Any] = ()) -> list[Row]:
-        return list(ask(self._connection, query, values))
+        if not self._seconds:
+            return list(ask(self._connection, query, values))
+        self._deadline = time.monotonic() + self._seconds
+        try:
+            return list(ask(self._connection, query, values))
+        except apsw.InterruptError:
+            raise TooSlow(f"The question took longer than {self._seconds:g} s.") from None
+        finally:
+            self._deadline = float("inf")
 
 
 def bound(wanted: Filter) -> dict[str, Any]:

@@ -1,0 +1,39 @@
+"""The page's server process: uvicorn around the application."""
+
+import logging
+import socket
+
+import uvicorn
+
+from .app import application
+from .settings import Settings
+
+_CONNECTIONS = 512
+
+
+def bound(settings: Settings) -> socket.socket:
+    """The address taken, so that what is said about it is true; OSError in words when another program has it."""
+    family = socket.AF_INET6 if ":" in settings.address else socket.AF_INET
+    listening = socket.socket(family, socket.SOCK_STREAM)
+    listening.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    try:
+        listening.bind((settings.address, settings.port))
+    except OSError as error:
+        listening.close()
+        raise OSError(f"{settings.address} port {settings.port} cannot be used: {error.strerror}.") from None
+    return listening
+
+
+def serve(settings: Settings, listening: socket.socket) -> None:
+    """Until SIGINT or SIGTERM."""
+    logging.basicConfig(level=logging.WARNING, format="%(asctime)s %(levelname)s %(name)s: %(message)s")
+    config = uvicorn.Config(
+        application(settings),
+        log_config=None,
+        access_log=False,
+        server_header=False,
+        limit_concurrency=_CONNECTIONS,
+        timeout_graceful_shutdown=2,
+        proxy_headers=False,
+    )
+    uvicorn.Server(config).run([listening])
