@@ -46,7 +46,7 @@ class Sender:
         self.changed = threading.Condition()
         self.interrupted: list[messages.InterruptedUnit] = []
         self.station = b""
-        self.answers = 0  # of the writer: it is alive
+        self.progress = 0  # answers of the writer, and steps of the recorder through units that have ended
         self._states = states
         self._tracked: dict[bytes, Tracked] = {}
         self._events: deque[messages.Happened] = deque()
@@ -95,16 +95,21 @@ class Sender:
         self._wake.set()
 
     def wait(self, done: Callable[[], bool]) -> bool:
-        """Until it is so; False after two seconds in which the writer gave no sign of life."""
+        """Until it is so; False after two seconds in which neither the writer gave a sign of life nor the recorder
+        came further with a unit that has ended.
+
+        Time in which this thread could not run does not count: then the others could not either.
+        """
         with self.changed:
-            seen, deadline = self.answers, time.monotonic() + PROGRESS_SECONDS
+            seen, idle = self.progress, 0.0
             while not done():
-                left = deadline - time.monotonic()
-                if left <= 0:
-                    return False
-                self.changed.wait(left)
-                if self.answers != seen:
-                    seen, deadline = self.answers, time.monotonic() + PROGRESS_SECONDS
+                began = time.monotonic()
+                self.changed.wait(PERIOD)
+                idle += min(time.monotonic() - began, 2 * PERIOD)
+                if self.progress != seen:
+                    seen, idle = self.progress, 0.0
+                if idle >= PROGRESS_SECONDS:
+                    return done()
             return True
 
     @property
@@ -214,6 +219,7 @@ class Sender:
             for read_out in (tracked.new, tracked.changed):
                 for data in read_out():
                     self._send_encoded(data)
+                    self.progress += 1
         end.measured = tracked.taken
         sent.end = end
         self._await(self._send(end), lambda: self._sealed(tracked, end))
@@ -295,7 +301,7 @@ class Sender:
         with self.changed:
             if self._link is not None and link is not self._link:
                 return
-            self.answers += 1
+            self.progress += 1
             match answer:
                 case messages.Opened():
                     self.station, self.interrupted = answer.station, answer.interrupted
