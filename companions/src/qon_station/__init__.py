@@ -5,7 +5,8 @@ Scripts find `StrictRunner`, `retry` and `shared_lock` here.
 
 from qon_companions import notices
 
-from .hooks import before_run, closing, run_ended, start_checks
+from .going_on import go_on
+from .hooks import Happening, before_run, closing, happened, opened, run_ended, start_checks
 from .installing import install
 from .locking import shared_lock
 from .outcome import Kind, NotRecorded, Outcome
@@ -15,6 +16,7 @@ from .strict import StrictRunner, VerdictError
 from .unit import StationUnit
 
 __all__ = [
+    "Happening",
     "Kind",
     "NotRecorded",
     "Outcome",
@@ -23,8 +25,11 @@ __all__ = [
     "VerdictError",
     "before_run",
     "closing",
+    "go_on",
+    "happened",
     "install",
     "notices",
+    "opened",
     "retry",
     "retry_item",
     "run",

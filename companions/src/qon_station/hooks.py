@@ -3,13 +3,15 @@
 qon_station.before_run.subscribe(f)     f(unit), in the test thread, before the script is loaded
 qon_station.run_ended.subscribe(f)      f(unit, outcome), in the test thread, after cleanup
 qon_station.start_checks.subscribe(f)   f(cell, serial_number) -> words that refuse the start, or ""
+qon_station.opened.subscribe(f)         f(frame), in the GUI thread, when the main window is up
+qon_station.happened.subscribe(f)       f(happening), in any thread: pauses, aborts, answers, other limits, cleared totals
 qon_station.closing.subscribe(f)        f(), in the GUI thread, before the process ends
 """
 
 import logging
 import threading
 from collections.abc import Callable
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 from typing import Any, Generic, Literal, TypeVar
 
 from qon_companions.i18n import _
@@ -166,6 +168,43 @@ class StartChecks:
             return found
 
 
+@dataclass(frozen=True)
+class Happening:
+    """What a record of the station should tell besides its runs.
+
+    kind: "pause", "resume", "abort", "question", "notice", "limits", "totals cleared", "list cleared".
+    unit: whose run it belongs to.  cell: its number.  data: what JSON holds.
+    """
+
+    kind: str
+    text: str = ""
+    unit: StationUnit | None = None
+    cell: int | None = None
+    data: dict[str, Any] = field(default_factory=dict)
+
+
+class Happened(Hook[Callable[[Happening], Any]]):
+    """Listeners that hear what happens around the runs; one that raises is logged."""
+
+    def __call__(self, happening: Happening) -> None:
+        for listener in self._listeners:
+            try:
+                listener(happening)
+            except Exception:
+                log.exception("%s failed when it was told of %s.", name_of(listener), happening.kind)
+
+
+class Opened(Hook[Callable[[Any], Any]]):
+    """Listeners that get the main window once it is up; one that raises is logged, and the others get it."""
+
+    def __call__(self, frame: Any) -> None:
+        for listener in self._listeners:
+            try:
+                listener(frame)
+            except Exception:
+                log.exception("%s failed when the station was opened.", name_of(listener))
+
+
 class Closing(Hook[Callable[[], Any]]):
     """Listeners that are called before the process ends, after the application's `exit_finalizer`."""
 
@@ -180,4 +219,6 @@ class Closing(Hook[Callable[[], Any]]):
 before_run = BeforeRun()
 run_ended = RunEnded()
 start_checks = StartChecks()
+opened = Opened()
+happened = Happened()
 closing = Closing()

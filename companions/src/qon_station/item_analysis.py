@@ -9,6 +9,8 @@ from qon_ats import UUT, Assertion
 from qon_atsui.texts import displayable
 from qon_companions.i18n import _
 
+ALL_CELLS = "all"  # the engine's own word in the filter
+
 
 class ItemAnalysis(qon_ats.TestDataViewerPanel):
     """The engine's analysis, told about and kept in step with what is selected."""
@@ -95,6 +97,19 @@ class ItemAnalysis(qon_ats.TestDataViewerPanel):
             )
             note = text.format(count=len(found), others=len(found) - len(numbers))
         self._say(name, note)
+
+    def _TestDataViewerPanel__get_all_assertions_by_name(self, name: str) -> list[Assertion]:
+        """Units of earlier runs find theirs faster than by going through all of them."""
+        chosen = self.ui_cell_filter.GetStringSelection()
+        listed = [uut for uut in self.get_uut_list() if chosen in (ALL_CELLS, str(uut.cell_number))]
+        if not any(hasattr(uut, "assertions_named") for uut in listed):
+            found: list[Assertion] = super()._TestDataViewerPanel__get_all_assertions_by_name(name)
+            return found
+        found = []
+        for uut in listed:
+            named = getattr(uut, "assertions_named", None)
+            found += named(name) if named else [one for one in list(uut.assertions) if one.name == name]
+        return found
 
     def _show_figures(self, name: str, items: list[Assertion]) -> None:
         plot = self._plot

@@ -18,7 +18,7 @@ from qon_companions.i18n import _
 
 from . import script_file
 from .asking import ask_all
-from .hooks import Check, before_run, run_ended, start_checks
+from .hooks import Check, Happening, before_run, happened, run_ended, start_checks
 from .leftovers import EndedCell, left_threads
 from .limits_file import fingerprint
 from .outcome import Kind, NotRecorded, Outcome
@@ -85,9 +85,17 @@ class StationRuns(qon_ats.CellBase):
         run = self._run
         return None if run is None or run.is_over else run
 
+    @property
+    def station_unit(self) -> StationUnit | None:
+        """The unit of the run that goes on; None between two."""
+        run = self.current_run
+        return None if run is None else run.unit
+
     def set_assertion_config_file(self, filename: str | None) -> None:
         super().set_assertion_config_file(filename)
         self._note_limits(filename)
+        data = {"revision": self._limits_revision}
+        happened(Happening("limits", self._limits_file, self.station_unit, self.cell_number, data))
 
     def _note_limits(self, filename: Any) -> None:
         name = str(filename or "").strip()
@@ -209,6 +217,18 @@ class StationRuns(qon_ats.CellBase):
     def runner_class_name(self, value: str) -> None:
         qon_ats.CellBase.runner_class_name.__set__(self, value)  # type: ignore[attr-defined]
 
+    def pause(self) -> None:
+        is_news = self._pause_event.is_set()
+        super().pause()
+        if is_news:
+            happened(Happening("pause", "", self.station_unit, self.cell_number))
+
+    def resume(self) -> None:
+        is_news = not self._pause_event.is_set()  # the flag is the test thread's to clear
+        super().resume()
+        if is_news:
+            happened(Happening("resume", "", self.station_unit, self.cell_number))
+
     # Its end.
 
     def abort(self, description: str = "") -> None:
@@ -220,8 +240,11 @@ class StationRuns(qon_ats.CellBase):
                     self._asking.is_given_up = True
                 if run is None or run.outcome is not None:
                     return
+                is_news = run.abort_reason is None
                 run.abort_reason = run.abort_reason or description
                 self._abort_flag = True
+            if is_news:
+                happened(Happening("abort", description, run.unit, self.cell_number))
         super().abort(description)
 
     def interrupt(self, reason: str) -> None:

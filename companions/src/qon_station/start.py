@@ -15,6 +15,7 @@ from .ending import Ending, closed_by_signals
 from .explain import details, explain
 from .fault_window import FaultWindow
 from .faults import Faults, Hooks
+from .hooks import opened
 from .installing import install
 from .keys import CELL, misspelt
 from .log_file import logging_of_wx, logging_to
@@ -59,6 +60,7 @@ def run(
         stack.enter_context(closed_by_signals(ending))
         stack.enter_context(watching_items(frame))
         log.info("The station has started.")
+        opened(frame)
         app.MainLoop()
         ending.finish()
     return 0

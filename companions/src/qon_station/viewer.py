@@ -2,6 +2,7 @@
 
 import logging
 import os
+from collections.abc import Sequence
 from pathlib import Path
 from typing import Any
 
@@ -16,10 +17,13 @@ from qon_companions.gui_thread import post
 from qon_companions.i18n import _
 
 from .explain import explain
-from .item_analysis import ItemAnalysis
+from .hooks import Happening, happened
+from .item_analysis import ALL_CELLS, ItemAnalysis
 from .item_rows import ItemRows
 from .report import ReportPath
 from .unit import StationUnit
+
+_AT_ONCE = 25  # rows, some milliseconds
 
 log = logging.getLogger(__name__)
 
@@ -32,6 +36,8 @@ class StationViewerPanel(ItemRows, ItemAnalysis):
     _folder = ""  # where a report was saved last
 
     def __init__(self, *args: Any, **keywords: Any) -> None:
+        self._earlier: list[StationUnit] = []  # units of earlier runs, listed up to `_put`
+        self._put = 0
         super().__init__(*args, **keywords)
         first = self.ui_history.GetNumberCols()
         self._further = [
@@ -54,6 +60,45 @@ class StationViewerPanel(ItemRows, ItemAnalysis):
             uut.ended_event.subscribe(self._on_ended)
             if uut.outcome is not None:  # its run was over before anybody listened
                 self._refresh(uut)
+
+    def put_before(self, uuts: Sequence[StationUnit]) -> None:
+        """List units of earlier runs, which have ended, above those of this session; GUI thread.
+
+        A few at a time, so that the windows go on meanwhile.
+        """
+        self._earlier, self._put = list(uuts), 0
+        known = set(self.ui_cell_filter.GetItems())
+        for number in sorted({uut.cell_number for uut in uuts}):
+            if str(number) not in known:
+                self.ui_cell_filter.Append(str(number))
+        self._put_some()
+
+    def _put_some(self) -> None:
+        if not self or self._put >= len(self._earlier):
+            return
+        if len(self._uut_list) > self._put:  # a test has begun meanwhile
+            self._put_rest()
+            return
+        chosen = self.ui_cell_filter.GetStringSelection()
+        for uut in self._earlier[self._put : self._put + _AT_ONCE]:
+            self._uut_list.append(uut)
+            if chosen in (ALL_CELLS, str(uut.cell_number)):
+                self.ui_history.AppendRows(1)
+                self._update_uut_summer(uut, self.ui_history.GetNumberRows() - 1)
+        self._put = len(self._uut_list)
+        wx.CallAfter(self._put_some)
+
+    def _put_rest(self) -> None:
+        self._uut_list[self._put : self._put] = self._earlier[self._put :]
+        self._put = len(self._earlier)
+        event = wx.CommandEvent(wx.wxEVT_CHOICE, self.ui_cell_filter.GetId())
+        event.SetString(self.ui_cell_filter.GetStringSelection())
+        self.on_cell_filter_changed(event)
+
+    def clear(self) -> None:
+        super().clear()
+        self._earlier = []
+        happened(Happening("list cleared"))
 
     def _uut_done_event_handler(self, uut: UUT) -> None:
         """A unit that is done is not at its end yet: the row waits for the outcome."""

@@ -19,6 +19,7 @@ from qon_companions.i18n import _
 from qon_station import NotRecorded, Outcome
 from qon_station.outcome import Kind
 
+from ..station.history import TOTALS_CLEARED, GoingOn
 from ..writer import messages
 from . import encoding
 from .feeding import Feeding
@@ -74,6 +75,9 @@ class Recorder:
         self._units: dict[int, Tracked] = {}  # the current or last one of each cell
         self._cells: dict[int, weakref.ref[Any]] = {}
         self._shown: list[messages.InterruptedUnit] = []
+        self._going_on = GoingOn(
+            self.path, settings.history_hours, self._wait_for_past, lambda: self._sender.interrupted
+        )
         self._began = time.monotonic()
         self._closed = threading.Event()
         self._undo: list[Callable[[], Any]] = []
@@ -100,8 +104,13 @@ class Recorder:
             (qon_station.before_run, self.before_run),
             (qon_station.run_ended, self.run_ended),
             (qon_station.start_checks, self.may_start),
+            (qon_station.happened, self.happened),
             (qon_station.closing, self.close),
         ]
+        if self.settings.history_hours:
+            hooks.append((qon_station.opened, self._going_on.opened))
+        else:
+            self.event(TOTALS_CLEARED, "results_history_hours is 0")
         for hook, listener in hooks:
             hook.subscribe(listener)
             self._undo.append(functools.partial(hook.unsubscribe, listener))
@@ -129,6 +138,13 @@ class Recorder:
         with self._sender.changed:
             self._sender.changed.wait_for(lambda: condition.opened or condition.failed, seconds)
         return self.trouble
+
+    def _wait_for_past(self) -> str:
+        """Wait for the file as long as the station is there; why it could not be opened."""
+        condition = self._sender.condition
+        with self._sender.changed:
+            self._sender.changed.wait_for(lambda: condition.opened or self._closed.is_set())
+        return "" if condition.opened else self.trouble
 
     # What the station tells.
 
@@ -169,6 +185,7 @@ class Recorder:
             return
         reason = self._not_in_time()
         log.error("The run of %s was not recorded in time: %s", unit.serial_number, reason)
+        self.event("recorder", reason, unit=unit)
         if not self.settings.required:
             return
         if tracked.sealed and tracked.end is end:  # just now
@@ -176,6 +193,11 @@ class Recorder:
         tracked.ended(unit.serial_number, outcome.not_recorded(reason))
         self._sender.track(tracked)
         raise NotRecorded(reason)
+
+    def happened(self, happening: qon_station.Happening) -> None:
+        """Something that belongs on record beside the runs.  Any thread."""
+        unit: Any = happening.unit
+        self.event(happening.kind, happening.text, unit=unit, cell=happening.cell, **happening.data)
 
     def _not_in_time(self) -> str:
         return self.trouble or _("Results cannot be recorded: the disk or the writer does not answer.")
@@ -258,13 +280,18 @@ class Recorder:
     # Twice a second.
 
     def _tell(self) -> None:
+        known = ""
         while not self._closed.wait(0.5):
             sender = self._sender
             try:
+                trouble = self.trouble
+                if trouble != known:  # on record as soon as the file takes it
+                    known = trouble
+                    self.event("recorder", trouble or "Results are recorded again.")
                 if sender.interrupted is not self._shown:
                     self._shown = sender.interrupted
                     self._telling.interrupted(self._shown)
-                self._telling.show(sender.condition, self.trouble, sender.waiting)
+                self._telling.show(sender.condition, trouble, sender.waiting)
             except Exception:
                 log.exception("The operator could not be told about the results.")
 
@@ -288,7 +315,8 @@ def _state(number: int, cell: Any, tracked: Tracked | None) -> messages.CellStat
     since = tracked.begin.begin_us if end is None else end.end_us
     serial = unit.serial_number
     serial = None if serial is None else encoding.text(serial)
-    return messages.CellState(number, state, tracked.id, serial, since, len(unit.assertions), None, now)
+    progress = None if end is not None else getattr(cell, "progress", None)
+    return messages.CellState(number, state, tracked.id, serial, since, len(unit.assertions), progress, now)
 
 
 def _now_us() -> int:

@@ -17,6 +17,7 @@ class Settings:
 
     required: whether a test must not start, and a unit is not OK, when nothing can be recorded.
     commit_ms: what was measured longer ago survives a power cut.  min_free_mb: with less no test starts.
+    history_hours: units of so long ago are listed again when the station starts, and its totals go on; 0: neither.
     line: address of the line's database, as libpq takes it and without a password; "" for none.
     product, operation, purpose: for cells whose sheet does not say (keys of the same names).
     """
@@ -27,6 +28,7 @@ class Settings:
     commit_ms: int = 1000
     min_free_mb: int = 500
     attachment_mb: int = 64
+    history_hours: int = 12
     line: str = ""
     product: str = ""
     operation: str = ""
@@ -35,7 +37,12 @@ class Settings:
     def __post_init__(self) -> None:
         object.__setattr__(self, "folder", Path(os.path.abspath(self.folder)))
         object.__setattr__(self, "station", self.station or socket.gethostname())
-        for name, lowest in (("commit_ms", 100), ("min_free_mb", 1), ("attachment_mb", 1)):
+        for name, lowest in (
+            ("commit_ms", 100),
+            ("min_free_mb", 1),
+            ("attachment_mb", 1),
+            ("history_hours", 0),
+        ):
             value = getattr(self, name)
             if isinstance(value, bool) or not isinstance(value, int) or value < lowest:
                 raise ValueError(f"results_{name} is {value!r}; a whole number from {lowest} on is allowed.")
@@ -70,7 +77,7 @@ def _typed(name: str, value: Any) -> Any:
         if text not in ("yes", "no", "true", "false", "1", "0"):
             raise ValueError(f'results_required is {value!r}; "yes" and "no" are allowed.')
         return text in ("yes", "true", "1")
-    if name in ("commit_ms", "min_free_mb", "attachment_mb"):
+    if name in ("commit_ms", "min_free_mb", "attachment_mb", "history_hours"):
         return int(value) if isinstance(value, float) and value.is_integer() else value
     return str(value)
 

@@ -160,3 +160,11 @@ WHERE s.number > coalesce((SELECT CAST(value AS INTEGER) FROM memory WHERE key =
                   AND later.product = r.product AND later.operation = r.operation AND later.number > r.number)
 ORDER BY s.number
 """
+
+# For the totals that a station goes on with: the last event of a kind, and how runs ended since then.
+LAST_EVENTS = "SELECT cell, max(at_us) FROM event WHERE kind = :kind GROUP BY cell"
+OUTCOMES = """
+SELECT cell, outcome, count(*) FROM result
+WHERE begin_us >= :since - 86400000000 AND begin_us < :until AND end_us >= :since
+GROUP BY cell, outcome
+"""

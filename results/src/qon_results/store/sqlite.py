@@ -185,6 +185,15 @@ class SqliteStore(Store):
         rows = self._ask(queries.EVENTS, values | {"limit": -1 if limit is None else limit})
         return [event_of(row) for row in rows]
 
+    def last_events(self, kind: str) -> dict[int | None, int]:
+        """When something of this kind happened last, by cell."""
+        return dict(self._ask(queries.LAST_EVENTS, {"kind": kind}))
+
+    def outcomes(self, since_us: int, until_us: int) -> dict[tuple[int, Outcome], int]:
+        """How many runs ended in which way, by cell: those that ended since and began until then."""
+        rows = self._ask(queries.OUTCOMES, {"since": since_us, "until": until_us})
+        return {(cell, Outcome(outcome)): count for cell, outcome, count in rows}
+
     def now(self) -> list[Now]:
         return [
             Now(cell, state, run and uuid.UUID(bytes=run), *rest)

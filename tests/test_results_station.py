@@ -1,0 +1,113 @@
+"""What the station's people meet of the results: list and totals after a restart, process steps, badges, events."""
+
+import json
+import time
+from collections.abc import Callable, Iterator
+from pathlib import Path
+from typing import Any
+
+import pytest
+import qon_results
+import qon_station
+import wx
+from qon_results.recorder.recorder import Recorder
+from station import Answers, Station, counters, texts
+from support import click, pump
+
+pytestmark = pytest.mark.usefixtures("english")
+SCRIPT = """
+n = self.uut.serial_number
+self.update_percentage(40)
+self.append_ok('mode', 'fast')
+self.assert_limits('volts', 9.0 if n == 'BAD' else 5.0, 4.5, 5.5, 'V', stop_if_ng=False)
+if n == 'ASK': self.ask_true_or_false('lit?', 'Lit', 'Dark')
+if n == 'WAIT': meet(); self.check_pause()
+"""
+Make = Callable[..., tuple[Recorder, Any]]
+
+
+@pytest.fixture
+def make(station: Station, installed: None, tmp_path: Path) -> Iterator[Make]:
+    """Starts the station once more: a recorder and its window; the one before is closed."""
+    recorders: list[Recorder] = []
+
+    def start(**settings: Any) -> tuple[Recorder, Any]:
+        if recorders:
+            station.close()
+            recorders.pop().close()
+        recorders.append(qon_results.record(tmp_path / "results", **{"min_free_mb": 1, **settings}))
+        assert recorders[-1].wait_until_open() == ""
+        frame = station(SCRIPT)
+        qon_station.opened(frame)
+        return recorders[-1], frame
+
+    yield start
+    station.close()
+    for recorder in recorders:
+        recorder.close()
+
+
+def listed(frame: Any) -> list[list[str]]:
+    return texts(frame._ATSFrame__test_data_viewer.test_data_viewer_panel.ui_history)
+
+
+def test_list_and_totals_go_on_after_a_restart(make: Make, station: Station) -> None:
+    _, frame = make()
+    for serial in ("GOOD", "BAD"):
+        station.run(frame.cells[0], serial)
+    before = listed(frame)
+    _, frame = make()
+    pump(lambda: counters(frame) == ["1", "1", "50.00%"])
+    assert counters(frame.cells[0]) == counters(frame)
+    pump(lambda: len(listed(frame)) == 2)
+    assert listed(frame) == before
+    station.run(frame.cells[0], "GOOD")
+    assert [row[2:5] for row in listed(frame)] == [["GOOD", "OK", ""], ["BAD", "NG", "volts"], ["GOOD", "OK", ""]]
+    panel = frame._ATSFrame__test_data_viewer.test_data_viewer_panel
+    old, new = panel.get_uut_list()[0], frame.cells[0].uut
+    shown = [[one.get_name(), one.get_value(), one.get_result()] for one in old.assertions]
+    assert shown == [[one.get_name(), one.get_value(), one.get_result()] for one in new.assertions]
+    for name, values in (("volts", [5.0, 9.0, 5.0]), ("mode", ["fast"] * 3)):
+        found = panel._TestDataViewerPanel__get_all_assertions_by_name(name)
+        assert [one.value for one in found] == values
+    frame.clear_statistics()
+    assert counters(frame) == ["0", "0", "0.00%"]
+    station.run(frame.cells[0], "LAST")
+    _, frame = make()
+    pump(lambda: counters(frame) == ["1", "0", "100.00%"])
+    pump(lambda: [row[2] for row in listed(frame)] == ["LAST"])
+
+
+def test_what_happens_around_a_run_is_on_record(make: Make, station: Station, tmp_path: Path) -> None:
+    recorder, frame = make()
+    cell = frame.cells[0]
+    cell.start("WAIT")
+    meeting = station.meetings[1]
+    meeting.arrived()
+    pump(lambda: (now := recorder_now(tmp_path)) and now[0].progress == pytest.approx(0.4))
+    cell.pause()
+    cell.resume()
+    cell.abort("lid opened")
+    station.finish(cell)
+    with Answers(lambda dialog: click(dialog.buttons[wx.ID_OK])):
+        station.run(cell, "ASK")
+    cell.set_assertion_config_file("")
+    recorder.close()
+    with qon_results.open(tmp_path / "results") as store:
+        runs = {run.id: run.serial_number for run in store.runs()}
+        events = [(each.kind, each.text, runs.get(each.run)) for each in reversed(store.events())]
+        asked = next(each for each in store.events() if each.kind == "question")
+    assert events == [
+        ("pause", "", "WAIT"),
+        ("resume", "", "WAIT"),
+        ("abort", "lid opened", "WAIT"),
+        ("question", "lit?", "ASK"),
+        ("limits", "", None),
+    ]
+    assert json.loads(asked.data) == {"answer": True, "words": "Lit"}
+
+
+def recorder_now(folder: Path) -> list[qon_results.records.Now]:
+    time.sleep(0.05)  # another process writes it
+    with qon_results.open(folder / "results") as store:
+        return store.now()
