@@ -29,7 +29,7 @@ from .setup import SetupReader
 from .telling import Telling
 from .tracked import Tracked, Unit, begin_message, new_id
 
-OPEN_SECONDS = 2.0  # in which nobody is told that the file is not open
+OPEN_SECONDS = 2.0  # in which nobody is told that the file is not open: another writer comes
 CLOSE_SECONDS = 20.0
 
 log = logging.getLogger(__name__)
@@ -78,7 +78,6 @@ class Recorder:
         self._going_on = GoingOn(
             self.path, settings.history_hours, self._wait_for_past, lambda: self._sender.interrupted
         )
-        self._began = time.monotonic()
         self._closed = threading.Event()
         self._undo: list[Callable[[], Any]] = []
 
@@ -90,8 +89,8 @@ class Recorder:
     @property
     def trouble(self) -> str:
         """Why nothing can be recorded now, in words for the operator; "" when all is well."""
-        waits = time.monotonic() - self._began - OPEN_SECONDS
-        return self._telling.trouble(self._sender.condition, waits)
+        condition = self._sender.condition
+        return self._telling.trouble(condition, time.monotonic() - condition.since - OPEN_SECONDS)
 
     @property
     def waiting(self) -> int:

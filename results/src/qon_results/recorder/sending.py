@@ -6,7 +6,7 @@ import threading
 import time
 from collections import deque
 from collections.abc import Callable
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 
 from ..store.file import FILE_NAME
 from ..writer import messages
@@ -32,6 +32,7 @@ class Condition:
     """What stands between the station and its results; empty texts when nothing does."""
 
     opened: bool = False
+    since: float = field(default_factory=time.monotonic)  # when it was closed
     failed: str = ""  # why there is no writer
     free: int | None = None  # bytes
 
@@ -334,7 +335,8 @@ class Sender:
             self._failures = 0
         if not self.condition.opened and not self.condition.failed:
             self.condition.failed = "the writer of results cannot be started"
-        self.condition.opened = False
+        if self.condition.opened:
+            self.condition.opened, self.condition.since = False, time.monotonic()
         self._retry_at = time.monotonic() + _RETRIES[min(self._failures, len(_RETRIES) - 1)]
         self._failures += 1
 

@@ -3,8 +3,10 @@
 import json
 import time
 import uuid
+from collections import Counter, defaultdict
 from collections.abc import Iterable, Sequence
 from itertools import chain
+from operator import itemgetter
 from pathlib import Path
 from typing import Any
 
@@ -45,6 +47,7 @@ from .base import (
 )
 from .file import Row, ask, check_version, connect
 
+_COUNTED = {"ABORTED": "aborted", "EXCEPTION": "exceptions", "INTERRUPTED": "interrupted"}
 LAST_CHARACTER = "\U0010ffff"
 _STEPS = 100_000  # of SQLite's machine between two looks at the clock; a millisecond or so
 
@@ -294,28 +297,24 @@ def seal_of(row: Row) -> Seal:
 
 def count_yields(rows: Iterable[Row]) -> list[Yield]:
     """Rows of product, operation, serial number, outcome, number in the order of runs, whether a first attempt."""
-    counts: dict[tuple[str, str], dict[str, int]] = {}
-    last: dict[tuple[str, str, Any], tuple[int, bool]] = {}
-    fields = Yield.__struct_fields__[2:]
-    for product, operation, serial, outcome, number, first in rows:
-        count = counts.setdefault((product, operation), dict.fromkeys(fields, 0))
-        count["runs"] += 1
-        if outcome in ("OK", "NG", "TBD"):
-            count["first_attempts"] += first
-            count["first_passed"] += first and outcome == "OK"
-            unit = (product, operation, serial or number)
-            if unit not in last or last[unit][0] < number:
-                last[unit] = (number, outcome == "OK")
-        elif outcome == "ABORTED":
-            count["aborted"] += 1
-        elif outcome == "EXCEPTION":
-            count["exceptions"] += 1
-        elif outcome == "INTERRUPTED":
-            count["interrupted"] += 1
-    for (product, operation, _), (_, passed) in last.items():
-        counts[product, operation]["units"] += 1
-        counts[product, operation]["finally_passed"] += passed
-    return [Yield(*key, *count.values()) for key, count in sorted(counts.items())]
+    ordered = sorted(rows, key=itemgetter(4))
+    counts = Counter(map(itemgetter(0, 1, 3, 5), ordered))
+    judged = ("OK", "NG", "TBD")
+    last = {row[:2] + (row[2] or row[4],): row[3] for row in ordered if row[3] in judged}
+    finals = Counter((product, operation, outcome) for (product, operation, _), outcome in last.items())
+    found: dict[tuple[str, str], Counter[str]] = defaultdict(Counter)
+    for (product, operation, outcome, first), number in counts.items():
+        one = found[product, operation]
+        one["runs"] += number
+        one[_COUNTED.get(outcome, "others")] += number
+        if first and outcome in judged:
+            one["first_attempts"] += number
+            one["first_passed"] += number if outcome == "OK" else 0
+    for (product, operation, outcome), number in finals.items():
+        found[product, operation]["units"] += number
+        found[product, operation]["finally_passed"] += number if outcome == "OK" else 0
+    names = Yield.__struct_fields__[2:]
+    return [Yield(*key, *(one[name] for name in names)) for key, one in sorted(found.items())]
 
 
 def _added(rows: Iterable[Row], more: Iterable[Row]) -> dict[str, list[int]]:
