@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import time
+from collections.abc import Mapping
 from typing import Any
 
 import wx
@@ -143,10 +144,19 @@ class CommandButton(wx.Button):
 
     The engine colours its start button like a state; only states may look like states, so the colour told
     is kept and answered, and what the button offers decides how it looks: the expected next step stands out.
+    `words` is what the operator reads in the place of the engine's labels, which go on being answered.
     """
 
-    def __init__(self, parent: wx.Window, label: str, hint: str, stands_out: bool = False) -> None:
-        super().__init__(parent, label=self._with_mnemonic(label), style=wx.BU_EXACTFIT)
+    def __init__(
+        self,
+        parent: wx.Window,
+        label: str,
+        hint: str,
+        stands_out: bool = False,
+        words: Mapping[str, str] | None = None,
+    ) -> None:
+        self._words = words or {}
+        super().__init__(parent, label=self._shown(label), style=wx.BU_EXACTFIT)
         self._label = label
         self._colour: Any = None  # as told
         self.changed: Any = None  # called with the new label
@@ -154,8 +164,8 @@ class CommandButton(wx.Button):
         if stands_out:
             self.stand_out(True)
 
-    @staticmethod
-    def _with_mnemonic(label: str) -> str:
+    def _shown(self, label: str) -> str:
+        label = self._words.get(label, label)
         return label if "&" in label or not label[:1].isascii() else "&" + label
 
     def stand_out(self, yes: bool) -> None:
@@ -165,7 +175,7 @@ class CommandButton(wx.Button):
     def SetLabel(self, label: str) -> None:
         if label != self._label:
             self._label = label
-            super().SetLabel(self._with_mnemonic(label))
+            super().SetLabel(self._shown(label))
             if self.changed is not None:
                 self.changed(label)
 

@@ -162,7 +162,8 @@ class VerdictBand(Painted):
         line = gc.GetTextExtent("Mg")[1]
         y = top + max(0.0, (height * 0.92 - line * len(text.lines)) / 2)
         for content in text.lines:
-            gc.DrawText(content, left + (room - gc.GetTextExtent(content)[0]) / 2, y)
+            width, tall = gc.GetTextExtent(content)  # Chinese fonts keep more air above their characters
+            gc.DrawText(content, left + (room - width) / 2, y - (tall - line) / 2)
             y += line
 
     def _tool_tip(self, face: Face, text: Fitted | None) -> None:

@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+from typing import Any
+
 import wx
 from qon_companions.i18n import _
 
@@ -10,6 +12,8 @@ from qon_atsui.cell.log_view import LogView
 from qon_atsui.columns import run_columns
 from qon_atsui.grid.item_grid import ItemGrid
 from qon_atsui.grid.record_grid import RecordGrid
+
+_DEBUG_SHELL = "Debug Shell"  # the engine's title of the page that it adds
 
 
 class CellPages(wx.Notebook):
@@ -32,6 +36,10 @@ class CellPages(wx.Notebook):
         self.AddPage(self.items, _("Items"))
         self.AddPage(self.history, _("History"))
         self.AddPage(self.log_page, _("Log"))
+
+    def AddPage(self, page: wx.Window, text: str, *arguments: Any, **options: Any) -> bool:
+        text = _("Debug Shell") if text == _DEBUG_SHELL else text
+        return bool(super().AddPage(page, text, *arguments, **options))
 
     def use_points(self, points: float) -> None:
         """Size of the texts on all pages."""

@@ -6,6 +6,7 @@ import wx
 from qon_companions.i18n import _
 
 from qon_atsui import palette
+from qon_atsui.cell import signs
 from qon_atsui.fields import CommandButton, ProgressBar, ValueLabel
 
 
@@ -53,7 +54,8 @@ class Totals:
 
 def start_button(parent: wx.Window) -> CommandButton:
     hint = _("Start the test of this unit; resume a paused test (Enter in the entry)")
-    return CommandButton(parent, "Start", hint, stands_out=True)
+    words = {signs.START: _("&Start"), signs.PAUSE: _("&Pause"), signs.RESUME: _("&Resume")}
+    return CommandButton(parent, signs.START, hint, stands_out=True, words=words)
 
 
 def abort_button(parent: wx.Window) -> CommandButton:

@@ -18,6 +18,8 @@ from qon_atsui.texts import displayable
 # The engine's own words on the prompt and on the start button.
 RUNNING = "Running"
 EXCEPTION = "Exception Aborted"
+VOLUNTARILY = "Abort Voluntarily"
+START = "Start"
 PAUSE = "Pause"
 RESUME = "Resume"
 _BUSY_LABELS = (PAUSE, RESUME)
@@ -103,7 +105,8 @@ def _ended(told: Told) -> Face | None:
             plain = _same(told.text, verdict) and word_is_english()
             return Face("exception", "warning", _("EXCEPTION"), "" if plain else told.text, palette.CYAN)
         plain = _same(told.text, "Aborted") and word_is_english()
-        return Face("aborted", "abort", _("ABORTED"), "" if plain else told.text, palette.CYAN)
+        text = _("Abort Voluntarily") if _same(told.text, VOLUNTARILY) else told.text
+        return Face("aborted", "abort", _("ABORTED"), "" if plain else text, palette.CYAN)
     return None
 
 

@@ -9,7 +9,7 @@ from .box import Box
 from .keys import ENTER
 from .text_view import text_view
 
-_POINTS = 24.0
+_POINTS, _PADDING = 24.0, 16
 
 
 class TextBox(Box):
@@ -19,6 +19,9 @@ class TextBox(Box):
         super().__init__(parent, title, message)
         self.entry = wx.TextCtrl(self, value=text)
         self.entry.SetFont(font(_POINTS))
+        # Measured here: before it is shown GTK tells the height that the desktop's own font needs.
+        height = self.entry.GetTextExtent("Ag字")[1] + self.FromDIP(_PADDING)
+        self.entry.SetMinSize(wx.Size(-1, height))
         self.build([(wx.ID_OK, _("&OK")), (wx.ID_CANCEL, _("&Cancel"))])
 
     @property
