@@ -38,6 +38,12 @@ bool is_named(PyObject* assertion, PyObject* wanted) {
     return nb::object(nb::handle(assertion).attr("name")).equal(nb::handle(wanted));
 }
 
+void fetch_ahead([[maybe_unused]] const void* place) {
+#ifdef __GNUC__
+    __builtin_prefetch(place);
+#endif
+}
+
 // Assertions of the name in one unit, in their order; the list may grow while it is walked.  A million
 // records lie scattered in memory, so those to come are fetched ahead.
 void gather(nb::handle uut, PyObject* wanted, nb::list& found) {
@@ -46,7 +52,7 @@ void gather(nb::handle uut, PyObject* wanted, nb::list& found) {
 
     for (Py_ssize_t i = 0; i < PyList_GET_SIZE(assertions.ptr()); ++i) {
         if (i + kAhead < PyList_GET_SIZE(assertions.ptr()))
-            __builtin_prefetch(PyList_GET_ITEM(assertions.ptr(), i + kAhead));
+            fetch_ahead(PyList_GET_ITEM(assertions.ptr(), i + kAhead));
         const nb::object assertion = nb::borrow(PyList_GET_ITEM(assertions.ptr(), i));
         if (is_named(assertion.ptr(), wanted)) found.append(assertion);
     }
