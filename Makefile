@@ -17,7 +17,7 @@ VENV := $(if $(DEBIAN_PYTHON),.venv,.venv-$(patsubst python%,%,$(notdir $(PYTHON
 BIN := $(VENV)/bin
 STAMPS := $(VENV)/stamps
 PIP := $(BIN)/pip --quiet --disable-pip-version-check --no-input
-WHEEL_PYTHONS := python3.11 python3.12 python3.13
+WHEEL_PYTHONS := python3.11 python3.12 python3.13 python3.14
 PYTEST_ARGS :=
 BENCH_ARGS :=
 
