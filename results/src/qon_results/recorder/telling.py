@@ -58,7 +58,7 @@ class Telling:
         self._interrupted.clear()
         for unit in units:
             self._interrupted[unit.cell].append(unit)
-        for cell, found in self._interrupted.items():
+        for cell, found in list(self._interrupted.items()):  # a test may begin meanwhile
             names = ", ".join(self._name(unit) for unit in found[-_SHOWN:])
             more = f" (+{len(found) - _SHOWN})" if len(found) > _SHOWN else ""
             text = _("The station went down during these tests; test again: {units}").format(
