@@ -225,7 +225,7 @@ def damage(path: Path, query: str) -> None:
         ("UPDATE measurement SET number = number + 1e-9 WHERE run = 17 AND seq = 3", 17, 17),
         ("DELETE FROM measurement WHERE run = 17 AND seq = 0", 17, 17),
         ("UPDATE run SET outcome = 'OK', begin_us = begin_us + 1 WHERE number = 20", 20, 20),
-        ("UPDATE spec SET upper = upper + 1 WHERE id = 2", 1, 1),
+        ("UPDATE criterion SET upper = upper + 1 WHERE id = 2", 1, 1),
         ("DELETE FROM run WHERE number = 30", 31, None),
         ("DELETE FROM seal WHERE number = 30", 31, 31),
         ("UPDATE seal SET hash = (SELECT hash FROM seal WHERE number = 5) WHERE number = 6", 6, 6),

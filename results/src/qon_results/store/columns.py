@@ -29,11 +29,11 @@ def from_files(moved: Sequence[Row], limits: Limits) -> NDArray[np.float64]:
     known: dict[tuple[Any, ...], int] = {}
     rows = []
     for run, seq, kind, number, truth, verdict, lower, upper, unit, time_us, attempt in moved:
-        spec = known.setdefault((lower, upper, unit), _FOREIGN + len(known))
+        criterion = known.setdefault((lower, upper, unit), _FOREIGN + len(known))
         value = number if number is not None else np.inf if truth is None else float(truth)
-        small = verdict | kind << 2 | min(attempt, _MOST_ATTEMPTS) << 6 | spec << 16
+        small = verdict | kind << 2 | min(attempt, _MOST_ATTEMPTS) << 6 | criterion << 16
         rows.append((run, seq, value, small, time_us or 0))
-    limits.update({spec: key for key, spec in known.items()})
+    limits.update({criterion: key for key, criterion in known.items()})
     return table(rows)
 
 
@@ -51,8 +51,8 @@ def item_columns(
     if not mine.all():
         rows, run, place = rows[mine], run[mine], place[mine]
     small = rows[:, 3].astype(np.int64)
-    kind, spec = small >> 2 & 15, small >> 16
-    lower, upper, unit = _limits(spec, limits_of)
+    kind, criterion = small >> 2 & 15, small >> 16
+    lower, upper, unit = _limits(criterion, limits_of)
     return ItemColumns(
         name=name,
         run=run,
@@ -83,16 +83,18 @@ def _values(column: NDArray[np.float64], kind: NDArray[np.int64]) -> NDArray[np.
 
 
 def _limits(
-    spec: NDArray[np.int64], limits_of: Callable[[list[int]], Limits]
+    criterion: NDArray[np.int64], limits_of: Callable[[list[int]], Limits]
 ) -> tuple[NDArray[np.float64], NDArray[np.float64], str]:
     """Lower and upper limit of each row, and the unit of the newest."""
-    if not len(spec):
+    if not len(criterion):
         return np.empty(0), np.empty(0), ""
-    if spec.max() < _DENSE:
-        specs = np.flatnonzero(np.bincount(spec))
-        which = np.searchsorted(specs, spec) if len(specs) > 1 else np.zeros(len(spec), np.int64)
+    if criterion.max() < _DENSE:
+        criteria = np.flatnonzero(np.bincount(criterion))
+        which = (
+            np.searchsorted(criteria, criterion) if len(criteria) > 1 else np.zeros(len(criterion), np.int64)
+        )
     else:
-        specs, which = np.unique(spec, return_inverse=True)
-    limits = limits_of(specs.tolist())
-    lower, upper = (np.array([limits[id][side] for id in specs.tolist()], np.float64) for side in (0, 1))
-    return lower[which], upper[which], limits[int(spec[-1])][2] or ""
+        criteria, which = np.unique(criterion, return_inverse=True)
+    limits = limits_of(criteria.tolist())
+    lower, upper = (np.array([limits[id][side] for id in criteria.tolist()], np.float64) for side in (0, 1))
+    return lower[which], upper[which], limits[int(criterion[-1])][2] or ""

@@ -20,7 +20,7 @@ import msgspec
 
 from ..records import Attachment, Correction, Event, Instrument, Measurement, Run, Setup
 
-SPEC_AT = Measurement.__struct_fields__.index("lower_kind")  # from here on: by what it was judged
+JUDGED_FROM = Measurement.__struct_fields__.index("lower_kind")  # from here on: by what it was judged
 
 _encoder = msgspec.msgpack.Encoder(uuid_format="bytes")
 # Above so many elements msgpack's array header grows from 1 to 3 to 5 bytes.
@@ -79,7 +79,7 @@ def key_of(*fields: Any) -> bytes:
 def measurement_fields(one: Measurement) -> tuple[Any, ...]:
     """The plain values that are hashed."""
     values = [getattr(one, name) for name in Measurement.__struct_fields__]
-    return (*values[:SPEC_AT], values[SPEC_AT:])
+    return (*values[:JUDGED_FROM], values[JUDGED_FROM:])
 
 
 def first_chain(station: uuid.UUID) -> bytes:

@@ -58,7 +58,7 @@ SELECT m.seq, i.name, m.kind, m.number, m.text, m.truth, m.verdict, m.time_us, m
 FROM plan_item AS p
 CROSS JOIN measurement AS m ON m.item = p.item AND m.run = :run
 CROSS JOIN item AS i ON i.id = m.item
-CROSS JOIN spec AS s ON s.id = m.spec
+CROSS JOIN criterion AS s ON s.id = m.criterion
 LEFT JOIN note AS n ON n.run = m.run AND n.seq = m.seq
 WHERE p.plan = (SELECT plan FROM run WHERE number = :run)
 ORDER BY m.seq
@@ -108,13 +108,13 @@ CROSS JOIN item AS i ON i.id = m.item
 )
 
 ITEM_ID = "SELECT id FROM item WHERE name = ?"
-# Few numbers a row: value (infinity where there is none), then verdict, kind, attempt and spec in one.
+# Few numbers a row: value (infinity where there is none), then verdict, kind, attempt and criterion in one.
 ITEM_VALUES = """
-SELECT run, seq, coalesce(number, truth, 9e999), verdict | (kind << 2) | (min(attempt, 1023) << 6) | (spec << 16),
+SELECT run, seq, coalesce(number, truth, 9e999), verdict | (kind << 2) | (min(attempt, 1023) << 6) | (criterion << 16),
        coalesce(time_us, 0)
 FROM measurement WHERE item = ? AND run BETWEEN ? AND ? ORDER BY run, seq
 """
-SPECS = "SELECT id, lower, upper, unit FROM spec WHERE id IN (SELECT value FROM json_each(?))"
+CRITERIA = "SELECT id, lower, upper, unit FROM criterion WHERE id IN (SELECT value FROM json_each(?))"
 RUN_COLUMNS = "SELECT r.number, r.cell, r.begin_us FROM result AS r" + _WANTED
 
 # First attempts: no earlier one of the same unit, operation and purpose that came to a verdict.

@@ -38,7 +38,7 @@ CREATE TABLE item (
 
 -- What an item was judged by: limits, unit, report flag, categories (a JSON list).  `key` as above.
 -- A limit is a number or a text, told apart by its kind as values are.
-CREATE TABLE spec (
+CREATE TABLE criterion (
     id INTEGER PRIMARY KEY,
     key BLOB NOT NULL UNIQUE,
     lower_kind INTEGER NOT NULL,
@@ -108,7 +108,7 @@ CREATE TABLE measurement (
     number REAL,
     text TEXT,
     truth INTEGER,
-    spec INTEGER NOT NULL REFERENCES spec,
+    criterion INTEGER NOT NULL REFERENCES criterion,
     verdict INTEGER NOT NULL,  -- 0 NG, 1 OK, 2 TBD
     time_us INTEGER,           -- from the run's begin
     elapsed_us INTEGER,

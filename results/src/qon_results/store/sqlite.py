@@ -152,8 +152,8 @@ class SqliteStore(Store):
             rows = np.concatenate((rows, moved))
             rows = rows[np.lexsort((rows[:, 1], rows[:, 0]))]
 
-        def limits_of(specs: list[int]) -> columns.Limits:
-            found = self._ask(queries.SPECS, (json.dumps(specs),))
+        def limits_of(criteria: list[int]) -> columns.Limits:
+            found = self._ask(queries.CRITERIA, (json.dumps(criteria),))
             return limits | {id: (lower, upper, unit) for id, lower, upper, unit in found}
 
         return columns.item_columns(name, self._station.id, rows, wanted_runs, limits_of)
@@ -273,10 +273,10 @@ def measurement_values(row: Row) -> Row:
 
 
 def measurement_of(row: Row) -> Measurement:
-    seq, item, kind, number, text, truth, verdict, time_us, elapsed_us, attempt, note, spec = (
+    seq, item, kind, number, text, truth, verdict, time_us, elapsed_us, attempt, note, criterion = (
         measurement_values(row)
     )
-    lower_kind, lower, lower_text, upper_kind, upper, upper_text, unit, report, categories = spec
+    lower_kind, lower, lower_text, upper_kind, upper, upper_text, unit, report, categories = criterion
     return Measurement(
         seq, item, Kind(kind), number, text, truth, Verdict(verdict), time_us, elapsed_us, attempt, note,
         Kind(lower_kind), lower, lower_text, Kind(upper_kind), upper, upper_text, unit, report, tuple(categories),

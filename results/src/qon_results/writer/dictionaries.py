@@ -16,11 +16,11 @@ from ..store.hashing import key_of
 from .messages import Begin, Odd, SetupContents
 
 # Limits that are computed from each value would fill the memory.
-MOST_SPECS = 200_000
+MOST_CRITERIA = 200_000
 MOST_ITEMS = 1_000_000
 
-SpecKey: TypeAlias = tuple[Any, ...]
-Spec: TypeAlias = tuple[int, msgspec.Raw]  # its number, and its fields as they are hashed
+CriterionKey: TypeAlias = tuple[Any, ...]
+Criterion: TypeAlias = tuple[int, msgspec.Raw]  # its number, and its fields as they are hashed
 
 _INSERT_CONTENT = "INSERT INTO content (sha256, size, data) VALUES (?, ?, ?) ON CONFLICT DO NOTHING"
 _INSERT_SETUP = """
@@ -28,8 +28,8 @@ INSERT INTO setup (key, host, script, script_content, limits, limits_content, co
                    parameters_content, versions)
 VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT DO NOTHING
 """
-_INSERT_SPEC = """
-INSERT INTO spec (key, lower_kind, lower, lower_text, upper_kind, upper, upper_text, unit, report, categories)
+_INSERT_CRITERION = """
+INSERT INTO criterion (key, lower_kind, lower, lower_text, upper_kind, upper, upper_text, unit, report, categories)
 VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT DO NOTHING
 """
 
@@ -40,7 +40,7 @@ class Dictionaries:
     def __init__(self, connection: apsw.Connection) -> None:
         self._connection = connection
         self._items: dict[str, int] = {}
-        self._specs: dict[SpecKey, Spec] = {}
+        self._criteria: dict[CriterionKey, Criterion] = {}
         self._plan_items: dict[int, set[int]] = {}
         self._encoder = msgspec.msgpack.Encoder()
 
@@ -83,25 +83,25 @@ class Dictionaries:
         self._connection.execute("INSERT INTO plan (product, operation, script) VALUES (?, ?, ?)", names)
         return self._connection.last_insert_rowid()
 
-    def specs(
+    def criteria(
         self,
         lowers: list[Any],
         uppers: list[Any],
         units: list[str | None],
         reports: list[bool],
         categories: dict[int, list[str]],
-    ) -> list[Spec]:
+    ) -> list[Criterion]:
         """One for each row; most rows have no categories of their own."""
         try:
             keys = zip(
                 lowers, uppers, units, reports, repeat(()), map(type, lowers), map(type, uppers), strict=False
             )
-            known = self._specs
+            known = self._criteria
             found = [known[key] for key in keys]
         except (KeyError, TypeError):
-            found = [self.spec(*row, ()) for row in zip(lowers, uppers, units, reports, strict=True)]
+            found = [self.criterion(*row, ()) for row in zip(lowers, uppers, units, reports, strict=True)]
         for place, names in categories.items():
-            found[place] = self.spec(lowers[place], uppers[place], units[place], reports[place], names)
+            found[place] = self.criterion(lowers[place], uppers[place], units[place], reports[place], names)
         return found
 
     def items(self, plan: int, names: Sequence[str]) -> list[int]:
@@ -124,26 +124,30 @@ class Dictionaries:
         """The items that the plan's runs have had."""
         return self._plan(plan)
 
-    def spec(self, lower: Any, upper: Any, unit: str | None, report: bool, categories: Sequence[str]) -> Spec:
+    def criterion(
+        self, lower: Any, upper: Any, unit: str | None, report: bool, categories: Sequence[str]
+    ) -> Criterion:
         """By what a measurement was judged; the types of the limits tell 1 from True and 1.0."""
         key = (lower, upper, unit, report, tuple(categories), type(lower), type(upper))
         try:
-            known = self._specs.get(key)
+            known = self._criteria.get(key)
         except TypeError:  # an odd limit came as a list
             key = (repr(lower), repr(upper), *key[2:])
-            known = self._specs.get(key)
+            known = self._criteria.get(key)
         if known is None:
-            known = self._new_spec((*_limit(lower), *_limit(upper), unit, bool(report), list(categories)))
-            if len(self._specs) >= MOST_SPECS:
-                self._specs.clear()
-            self._specs[key] = known
+            known = self._new_criterion(
+                (*_limit(lower), *_limit(upper), unit, bool(report), list(categories))
+            )
+            if len(self._criteria) >= MOST_CRITERIA:
+                self._criteria.clear()
+            self._criteria[key] = known
         return known
 
-    def _new_spec(self, fields: tuple[Any, ...]) -> Spec:
+    def _new_criterion(self, fields: tuple[Any, ...]) -> Criterion:
         key = key_of(*fields)
         row = (*fields[:7], int(fields[7]), json.dumps(fields[8], ensure_ascii=False))
-        self._connection.execute(_INSERT_SPEC, (key, *row))
-        number = self._one("SELECT id FROM spec WHERE key = ?", key)
+        self._connection.execute(_INSERT_CRITERION, (key, *row))
+        number = self._one("SELECT id FROM criterion WHERE key = ?", key)
         return number or 0, msgspec.Raw(self._encoder.encode(fields))
 
     def _item(self, name: str) -> int:

@@ -14,7 +14,7 @@ from ..store.file import ask
 from ..store.hashing import RecordHash, next_chain
 from ..store.verify import correction_hash, finish, record_hash
 from .chain import ChainEnd
-from .dictionaries import Dictionaries, Spec, plain_value
+from .dictionaries import Criterion, Dictionaries, plain_value
 from .messages import Attach, Begin, End, Happened, InterruptedUnit, Odd, Rows, RunId, UsedInstrument
 
 _NUMBER = Kind.NUMBER.value
@@ -126,7 +126,9 @@ class Runs:
             self._forget(live, rows.start, len(rows.names))
         count, first = len(rows.names), rows.start
         items = self._dictionaries.items(live.plan, rows.names)
-        specs = self._dictionaries.specs(rows.lowers, rows.uppers, rows.units, rows.reports, rows.categories)
+        criteria = self._dictionaries.criteria(
+            rows.lowers, rows.uppers, rows.units, rows.reports, rows.categories
+        )
         kinds, numbers, texts, truths = self._values(live, rows)
         verdicts = [_VERDICTS[verdict] for verdict in rows.verdicts]
         times = _microseconds(rows.times, live.begin_us)
@@ -139,7 +141,7 @@ class Runs:
             numbers,
             texts,
             truths,
-            [number for number, _ in specs],
+            [number for number, _ in criteria],
             verdicts,
             times,
             elapsed,
@@ -152,7 +154,7 @@ class Runs:
         notes = [(live.number, first + place, text) for place, text in sorted(rows.notes.items())]
         self._connection.executemany("INSERT OR REPLACE INTO note VALUES (?, ?, ?)", notes)
         if live.hash is not None and live.hash.count == first:
-            live.hash.measurements(_hashed(rows, columns, specs, places))
+            live.hash.measurements(_hashed(rows, columns, criteria, places))
         else:
             live.hash = None
         live.count = None if live.count is None or live.count < first else max(live.count, first + count)
@@ -332,14 +334,14 @@ def _microseconds(seconds: list[Any], begin_us: int) -> list[int | None]:
 
 
 def _hashed(
-    rows: Rows, columns: tuple[list[Any], ...], specs: list[Spec], places: range
+    rows: Rows, columns: tuple[list[Any], ...], criteria: list[Criterion], places: range
 ) -> list[tuple[Any, ...]]:
     """The rows as `store.hashing` has them."""
     kinds, numbers, texts, truths, _, verdicts, times, elapsed, attempts = columns
     if any(truth is not None for truth in truths):
         truths = [None if truth is None else bool(truth) for truth in truths]
     notes = [rows.notes.get(place) for place in range(len(places))] if rows.notes else [None] * len(places)
-    raw = [fields for _, fields in specs]
+    raw = [fields for _, fields in criteria]
     hashed = (
         places,
         rows.names,
