@@ -23,7 +23,7 @@ BENCH_ARGS :=
 
 MODULE_SOURCES := CMakeLists.txt pyproject.toml $(shell find ats -name '*.[ch]pp' -o -name '*.pyi' -o -name 'py.typed')
 COMPANION_SOURCES := companions/pyproject.toml companions/setup.py $(shell find companions -name '*.po')
-RESULTS_SOURCES := results/pyproject.toml
+RESULTS_SOURCES := results/pyproject.toml results/setup.py $(shell find results -name '*.po')
 CPP := $(filter %.cpp %.hpp,$(MODULE_SOURCES))
 
 .PHONY: run test bench sanitize wheels lint setup system clean

@@ -2,7 +2,7 @@
 
 import json
 import uuid
-from collections.abc import Sequence
+from collections.abc import Mapping, Sequence
 from typing import Any
 
 import numpy as np
@@ -31,12 +31,13 @@ from ..store.base import (
     ItemCount,
     ParetoRow,
     Progress,
+    Sealed,
     Store,
     TooSlow,
     Verification,
     Yield,
 )
-from ..store.sqlite import count_yields
+from ..store.sqlite import count_yields, sealed_of
 from . import queries
 from .connection import Connection, LineError, connect, words
 
@@ -148,6 +149,14 @@ class LineStore(Store):
     def seals(self, after: int = 0, limit: int = 1000) -> list[Seal]:
         """One station's after the other's; `after` counts them."""
         return [Seal(*row) for row in self._ask(queries.SEALS_OF_ALL, {"after": after, "limit": limit})]
+
+    def sealed(self, after: Mapping[uuid.UUID, int], limit: int = 20_000) -> list[Sealed]:
+        stations = [station.id for station in self.stations()]
+        values = {"stations": stations, "after": [after.get(id, 0) for id in stations], "limit": limit}
+        return [sealed_of(row) for row in self._ask(queries.SEALED, values)]
+
+    def newest_seals(self) -> dict[uuid.UUID, int]:
+        return dict(self._ask(queries.NEWEST_SEALS))
 
     def verify(self, progress: Progress | None = None) -> Verification:
         from .verify import verify

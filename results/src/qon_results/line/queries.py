@@ -86,6 +86,27 @@ SEALS_OF_STATION = (
 )
 SEALS_OF_ALL = _SEAL + "ORDER BY station, number OFFSET %(after)s LIMIT %(limit)s"
 
+SEALED = """
+SELECT s.station, s.number, r.number, r.id, r.cell, r.product, r.operation, r.purpose, r.operator, r.batch,
+       r.serial_number, r.begin_us, r.end_us, r.duration_us, r.outcome,
+       (SELECT name FROM qon.item WHERE item.id = r.first_ng),
+       coalesce(r.serial_number, '') = '' OR NOT EXISTS (
+           SELECT 1 FROM qon.result AS e
+           WHERE e.serial_number = r.serial_number AND e.product = r.product AND e.operation = r.operation
+             AND (e.begin_us, e.id) < (r.begin_us, r.id) AND e.purpose = r.purpose
+             AND e.outcome IN ('OK', 'NG', 'TBD')),
+       EXISTS (SELECT 1 FROM qon.correction AS c WHERE c.station = s.station AND c.seal = s.number)
+FROM unnest(%(stations)s::uuid[], %(after)s::bigint[]) AS known (station, seal)
+CROSS JOIN LATERAL (
+    SELECT * FROM qon.seal WHERE seal.station = known.station AND seal.number > known.seal
+    ORDER BY seal.number LIMIT %(limit)s) AS s
+JOIN qon.result AS r ON r.id = s.run
+ORDER BY s.station, s.number
+"""
+NEWEST_SEALS = """
+SELECT station.id, coalesce((SELECT max(number) FROM qon.seal WHERE seal.station = station.id), 0) FROM qon.station
+"""
+
 NOW = """
 SELECT cell, state, run, serial_number, since_us, measured, progress, heartbeat_us FROM qon.now
 ORDER BY (SELECT name FROM qon.station WHERE station.id = now.station), station, cell

@@ -36,6 +36,7 @@ PERIODS = {
 }
 DOWNLOADS = ("csv", "json")
 ANY = "*"  # of a purpose: all of them
+ROWS_MOST = 1000  # of a table on the page
 TEXT_MOST = 200  # signs of a field in a form
 
 
@@ -56,7 +57,7 @@ def template_environment() -> jinja2.Environment:
         trim_blocks=True,
         lstrip_blocks=True,
     )
-    environment.globals.update(LANGUAGES=LANGUAGES)
+    environment.globals.update(LANGUAGES=LANGUAGES, ROWS_MOST=ROWS_MOST)
     environment.filters.update(shown=tables.shown, duration=tables.duration)
     return environment
 

@@ -3,7 +3,7 @@
 import datetime
 import uuid
 from abc import ABC, abstractmethod
-from collections.abc import Callable, Iterator
+from collections.abc import Callable, Iterator, Mapping
 from types import TracebackType
 from typing import Any, Self, TypeAlias
 
@@ -119,6 +119,32 @@ class ParetoRow(msgspec.Struct, frozen=True):
     all: int
 
 
+class Sealed(msgspec.Struct, frozen=True):
+    """A run as its newest seal left it, without what was measured: what yields, shifts and times are counted from.
+
+    `first`: no earlier run of the unit, operation and purpose came to a verdict.  `corrects`: it had been sealed before.
+    """
+
+    station: uuid.UUID
+    seal: int
+    number: int
+    id: uuid.UUID
+    cell: int
+    product: str
+    operation: str
+    purpose: str
+    operator: str
+    batch: str
+    serial_number: str | None
+    begin_us: int
+    end_us: int | None
+    duration_us: int | None
+    outcome: Outcome
+    first_ng: str | None
+    first: bool
+    corrects: bool
+
+
 class Fault(msgspec.Struct, frozen=True):
     """The first thing that is wrong; `seal` None where a run's number or the file itself is meant."""
 
@@ -205,9 +231,22 @@ class Store(ABC):
     def now(self) -> list[Now]:
         """What stands at each cell."""
 
+    def now_of_stations(self) -> list[tuple[uuid.UUID, Now]]:
+        """What stands at each cell of each station."""
+        (station,) = self.stations()
+        return [(station.id, each) for each in self.now()]
+
     @abstractmethod
     def seals(self, after: int = 0, limit: int = 1000) -> list[Seal]:
         """In the chain's order."""
+
+    @abstractmethod
+    def sealed(self, after: Mapping[uuid.UUID, int], limit: int = 20_000) -> list[Sealed]:
+        """What was sealed since these seals of each station, in each station's order; `limit` counts each station's."""
+
+    @abstractmethod
+    def newest_seals(self) -> dict[uuid.UUID, int]:
+        """The number of each station's newest seal, 0 without any."""
 
     @abstractmethod
     def verify(self, progress: Progress | None = None) -> Verification:

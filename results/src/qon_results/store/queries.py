@@ -87,6 +87,20 @@ _SEAL = "SELECT s.number, (SELECT id FROM run WHERE number = s.run), s.at_us, s.
 SEALS_OF_RUN = _SEAL + "WHERE s.run = :run ORDER BY s.number"
 SEALS = _SEAL + "WHERE s.number > :after ORDER BY s.number LIMIT :limit"
 
+SEALED = """
+SELECT (SELECT id FROM station), s.number, r.number, r.id, r.cell, r.product, r.operation, r.purpose, r.operator,
+       r.batch, r.serial_number, r.begin_us, r.end_us, r.duration_us, r.outcome,
+       (SELECT name FROM item WHERE item.id = r.first_ng),
+       coalesce(r.serial_number, '') = '' OR NOT EXISTS (
+           SELECT 1 FROM result AS e
+           WHERE e.serial_number = r.serial_number AND e.product = r.product AND e.operation = r.operation
+             AND e.number < r.number AND e.purpose = r.purpose AND e.outcome IN ('OK', 'NG', 'TBD')),
+       EXISTS (SELECT 1 FROM correction WHERE correction.seal = s.number)
+FROM seal AS s CROSS JOIN result AS r ON r.number = s.run
+WHERE s.number > :after ORDER BY s.number LIMIT :limit
+"""
+NEWEST_SEAL = "SELECT coalesce(max(number), 0) FROM seal"
+
 NOW = """
 SELECT cell, state, run, serial_number, since_us, measured, progress, heartbeat_us FROM now ORDER BY cell
 """

@@ -4,7 +4,7 @@ import json
 import time
 import uuid
 from collections import Counter, defaultdict
-from collections.abc import Iterable, Sequence
+from collections.abc import Iterable, Mapping, Sequence
 from itertools import chain
 from operator import itemgetter
 from pathlib import Path
@@ -40,6 +40,7 @@ from .base import (
     ItemCount,
     ParetoRow,
     Progress,
+    Sealed,
     Store,
     TooSlow,
     Verification,
@@ -206,6 +207,16 @@ class SqliteStore(Store):
     def seals(self, after: int = 0, limit: int = 1000) -> list[Seal]:
         return [seal_of(row) for row in self._ask(queries.SEALS, {"after": after, "limit": limit})]
 
+    def sealed(self, after: Mapping[uuid.UUID, int], limit: int = 20_000) -> list[Sealed]:
+        values = {"after": after.get(self._station.id, 0), "limit": limit}
+        return [
+            sealed_of((self._station.id, *row[1:3], uuid.UUID(bytes=row[3]), *row[4:]))
+            for row in self._ask(queries.SEALED, values)
+        ]
+
+    def newest_seals(self) -> dict[uuid.UUID, int]:
+        return {self._station.id: self._ask(queries.NEWEST_SEAL)[0][0]}
+
     def verify(self, progress: Progress | None = None) -> Verification:
         from .verify import verify
 
@@ -257,6 +268,12 @@ def run_of(row: Row) -> Run:
     values = list(row)
     values[1], values[14], values[20] = uuid.UUID(bytes=row[1]), Outcome(row[14]), uuid.UUID(bytes=row[20])
     return Run(*values)
+
+
+def sealed_of(row: Row) -> Sealed:
+    values = list(row)
+    values[14], values[16], values[17] = Outcome(row[14]), row[16] != 0, row[17] != 0
+    return Sealed(*values)
 
 
 def setup_of(row: Row) -> Setup:
