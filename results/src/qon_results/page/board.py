@@ -124,7 +124,7 @@ class Board:
             since = now.heartbeat_us
         busy = word in _BUSY
         until = None
-        if busy and row is not None:
+        if word == "TESTING" and row is not None:
             times = self._times.get((int(row["product"]), int(row["operation"])))
             until = since + round(statistics.median(times)) if times else None
         return CellNow(
