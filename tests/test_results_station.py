@@ -62,7 +62,11 @@ def test_list_and_totals_go_on_after_a_restart(make: Make, station: Station) -> 
     pump(lambda: len(listed(frame)) == 2)
     assert listed(frame) == before
     station.run(frame.cells[0], "GOOD")
-    assert [row[2:5] for row in listed(frame)] == [["GOOD", "OK", ""], ["BAD", "NG", "volts"], ["GOOD", "OK", ""]]
+    assert [row[2:5] for row in listed(frame)] == [
+        ["GOOD", "OK", ""],
+        ["BAD", "NG", "volts"],
+        ["GOOD", "OK", ""],
+    ]
     panel = frame._ATSFrame__test_data_viewer.test_data_viewer_panel
     old, new = panel.get_uut_list()[0], frame.cells[0].uut
     shown = [[one.get_name(), one.get_value(), one.get_result()] for one in old.assertions]
@@ -111,3 +115,52 @@ def recorder_now(folder: Path) -> list[qon_results.records.Now]:
     time.sleep(0.05)  # another process writes it
     with qon_results.open(folder / "results") as store:
         return store.now()
+
+
+class TestStepBefore:
+    """`require_operation` in the store of this station and in the line's database."""
+
+    def refusal(self, frame: Any, serial_number: str) -> str:
+        cell = frame.cells[0]
+        before = cell.uut
+        cell.start(serial_number)
+        pump(lambda: cell.uut is not before or serial_number in cell.ui_prompt.GetLabel() and cell.is_ready())
+        if cell.uut is before:
+            return str(cell.ui_prompt.GetLabel())
+        pump(cell.is_ready)
+        return ""
+
+    def test_the_newest_run_of_the_operation_counts(self, make: Make, station: Station) -> None:
+        _, frame = make(operation="ICT", product="PSU")
+        for serial in ("GOOD", "BAD"):
+            station.run(frame.cells[0], serial)
+        _, frame = make(operation="FCT", product="PSU", require_operation="ICT")
+        assert self.refusal(frame, "GOOD") == ""
+        assert self.refusal(frame, "NEW") == "NEW: Operation ICT is missing"
+        assert self.refusal(frame, "G*") == "G*: Operation ICT is missing"
+        assert self.refusal(frame, "BAD").startswith("BAD: Operation ICT was NG on 20")
+        _, frame = make(operation="FCT", product="FAN", require_operation="ICT")
+        assert self.refusal(frame, "GOOD") == "GOOD: Operation ICT was done for product PSU, not for FAN"
+
+    @pytest.mark.parametrize(
+        ("offline", "good", "new"),
+        [
+            ("refuse", "GOOD: The line's database is away", "NEW: The line's database is away"),
+            ("allow", "", ""),
+            ("local", "", "NEW: Operation ICT is missing"),
+        ],
+    )
+    def test_while_the_line_is_away(
+        self, make: Make, station: Station, tmp_path: Path, offline: str, good: str, new: str
+    ) -> None:
+        _, frame = make(operation="ICT")
+        station.run(frame.cells[0], "GOOD")
+        away = {"line": f"host={tmp_path} dbname=line", "require_operation_offline": offline}
+        recorder, frame = make(operation="FCT", require_operation="ICT", **away)
+        for serial, words in (("GOOD", good), ("NEW", new)):
+            said = self.refusal(frame, serial)
+            assert said.startswith(words) and bool(said) == bool(words)
+        recorder.close()
+        with qon_results.open(tmp_path / "results") as store:
+            events = [json.loads(each.data) for each in store.events() if each.kind == "interlock"]
+        assert [each["policy"] for each in events if "policy" in each] == [offline] * 2

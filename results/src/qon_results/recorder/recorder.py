@@ -20,6 +20,7 @@ from qon_station import NotRecorded, Outcome
 from qon_station.outcome import Kind
 
 from ..station.history import TOTALS_CLEARED, GoingOn
+from ..station.interlock import CHECK_SECONDS, Interlock
 from ..writer import messages
 from . import encoding
 from .feeding import Feeding
@@ -78,6 +79,7 @@ class Recorder:
         self._going_on = GoingOn(
             self.path, settings.history_hours, self._wait_for_past, lambda: self._sender.interrupted
         )
+        self._interlock = Interlock(self.path, settings.line, settings.require_operation_offline, self.event)
         self._closed = threading.Event()
         self._undo: list[Callable[[], Any]] = []
 
@@ -104,6 +106,7 @@ class Recorder:
             (qon_station.run_ended, self.run_ended),
             (qon_station.start_checks, self.may_start),
             (qon_station.happened, self.happened),
+            (qon_station.opened, self.opened),
             (qon_station.closing, self.close),
         ]
         if self.settings.history_hours:
@@ -151,6 +154,21 @@ class Recorder:
         """A start check."""
         self._cells[cell.cell_number] = weakref.ref(cell)
         return self.trouble if self.settings.required else ""
+
+    def opened(self, frame: Any) -> None:
+        """The window is up: only now it is known whether a cell asks for the operation before."""
+        if any(self._of_sheet(cell, "require_operation") for cell in getattr(frame, "cells", ())):
+            qon_station.start_checks.subscribe(self.came_before, timeout=CHECK_SECONDS)
+            self._undo.append(functools.partial(qon_station.start_checks.unsubscribe, self.came_before))
+
+    def came_before(self, cell: Any, serial_number: str) -> str:
+        """A slow start check: words when the operation before is missing or was not OK."""
+        needed = self._of_sheet(cell, "require_operation")
+        if not needed:
+            return ""
+        purpose = self.purpose or self._of_sheet(cell, "purpose")
+        product = self._of_sheet(cell, "product")
+        return self._interlock.ask(cell.cell_number, serial_number, needed, product, purpose)
 
     def before_run(self, unit: Unit) -> None:
         """Returns when the begin of the run is on the disk.  Test thread."""
@@ -249,19 +267,20 @@ class Recorder:
 
     def description(self, unit: Unit) -> Description:
         """By the cell's sheet, then the settings."""
-        settings = self.settings
-        sheet = getattr(unit.cell, "cell_config", None)
-
-        def of_cell(key: str, otherwise: str) -> str:
-            return str((sheet.get(key, "") if sheet is not None else "") or otherwise)
-
+        cell = unit.cell
         return Description(
-            of_cell("product", settings.product),
-            of_cell("operation", settings.operation),
-            self.purpose or of_cell("purpose", settings.purpose),
+            self._of_sheet(cell, "product"),
+            self._of_sheet(cell, "operation"),
+            self.purpose or self._of_sheet(cell, "purpose"),
             self.operator,
             self.batch,
         )
+
+    def _of_sheet(self, cell: Any, key: str) -> str:
+        """The cell's own word, else the setting of the same name."""
+        sheet = getattr(cell, "cell_config", None)
+        own = sheet.get(key, "") if sheet is not None else ""
+        return str(own or getattr(self.settings, key))
 
     def _of(self, unit: Unit) -> Tracked | None:
         with self._lock:

@@ -8,7 +8,18 @@ from dataclasses import dataclass, fields, replace
 from pathlib import Path
 from typing import Any, Self
 
+from ..station.policy import POLICIES, REFUSE
+
 PRODUCTION = "production"
+_PLAIN = (
+    "product",
+    "operation",
+    "purpose",
+    "require_operation",
+    "require_operation_offline",
+    "operator_pseudonym",
+)
+_YES_OR_NO = ("required", "operator_pseudonym")
 
 
 @dataclass(frozen=True)
@@ -19,7 +30,10 @@ class Settings:
     commit_ms: what was measured longer ago survives a power cut.  min_free_mb: with less no test starts.
     history_hours: units of so long ago are listed again when the station starts, and its totals go on; 0: neither.
     line: address of the line's database, as libpq takes it and without a password; "" for none.
-    product, operation, purpose: for cells whose sheet does not say (keys of the same names).
+    product, operation, purpose, require_operation: for cells whose sheet does not say (keys of the same names).
+    require_operation: a unit is started only when its newest run of this operation was OK.
+    require_operation_offline: while the line's database is away "refuse", "allow", or go by the "local" file alone.
+    operator_pseudonym: whether operators are kept under a pseudonym (their names nowhere).
     """
 
     folder: Path
@@ -33,6 +47,9 @@ class Settings:
     product: str = ""
     operation: str = ""
     purpose: str = PRODUCTION
+    require_operation: str = ""
+    require_operation_offline: str = REFUSE
+    operator_pseudonym: bool = True
 
     def __post_init__(self) -> None:
         object.__setattr__(self, "folder", Path(os.path.abspath(self.folder)))
@@ -47,6 +64,12 @@ class Settings:
             if isinstance(value, bool) or not isinstance(value, int) or value < lowest:
                 raise ValueError(f"results_{name} is {value!r}; a whole number from {lowest} on is allowed.")
 
+        if self.require_operation_offline not in POLICIES:
+            raise ValueError(
+                f"require_operation_offline is {self.require_operation_offline!r}; "
+                f"{', '.join(POLICIES)} are allowed."
+            )
+
     @classmethod
     def of(
         cls, folder: str | Path | None, configuration: Mapping[str, Any], given: Mapping[str, Any]
@@ -60,9 +83,7 @@ class Settings:
         found = {
             name: configuration[f"results_{name}"] for name in names if f"results_{name}" in configuration
         }
-        for name in ("product", "operation", "purpose"):
-            if name in configuration:
-                found.setdefault(name, configuration[name])
+        found |= {name: configuration[name] for name in _PLAIN if name in configuration}
         place = folder or configuration.get("results_folder") or "results"
         settings = cls(Path(place), **{name: _typed(name, value) for name, value in found.items()})
         return replace(settings, **given)
@@ -70,12 +91,13 @@ class Settings:
 
 def _typed(name: str, value: Any) -> Any:
     """As a workbook may have it: yes and no as text, whole numbers as floats."""
-    if name == "required":
+    if name in _YES_OR_NO:
         if isinstance(value, bool):
             return value
         text = str(value).strip().lower()
         if text not in ("yes", "no", "true", "false", "1", "0"):
-            raise ValueError(f'results_required is {value!r}; "yes" and "no" are allowed.')
+            key = name if name in _PLAIN else f"results_{name}"
+            raise ValueError(f'{key} is {value!r}; "yes" and "no" are allowed.')
         return text in ("yes", "true", "1")
     if name in ("commit_ms", "min_free_mb", "attachment_mb", "history_hours"):
         return int(value) if isinstance(value, float) and value.is_integer() else value
