@@ -1,6 +1,6 @@
 """The demonstration station without a person: one unit in every cell, and whether the verdicts are right.
 
-    python headless.py [--output ../build]
+    python headless.py [--output ../build] [--line ADDRESS]
 
 Prints one line for each cell, saves a screenshot of each window, ends with 0 when every verdict is the one
 that the simulation implies, with 1 otherwise.
@@ -162,11 +162,14 @@ def main() -> int:
     parser.add_argument(
         "--output", type=Path, default=HERE.parent / "build", help="directory of the screenshots"
     )
-    output = parser.parse_args().output.resolve()
+    parser.add_argument("--line", default="", metavar="ADDRESS", help="of a line's database that gets the results")
+    arguments = parser.parse_args()
+    output = arguments.output.resolve()
     os.chdir(HERE)
     own = output / "station"
     make_workbooks.write_all(own, free_port(make_workbooks.CELLS))
-    qon_results.record(output / "results", config=own / CONFIG, parameters=own / PARAMETERS)
+    line = {"line": arguments.line} if arguments.line else {}
+    qon_results.record(output / "results", config=own / CONFIG, parameters=own / PARAMETERS, **line)
 
     def build() -> HeadlessStation:
         try:

@@ -1,6 +1,6 @@
 """The demonstration station: DC/DC converter boards in four cells.
 
-python station.py [--config ats_config.xlsx] [--parameters app_config]
+python station.py [--config ats_config.xlsx] [--parameters app_config] [--line ADDRESS]
 """
 
 import argparse
@@ -146,6 +146,7 @@ def arguments_of(argv: Sequence[str] | None = None) -> argparse.Namespace:
     parser = argparse.ArgumentParser(description="demonstration station")
     parser.add_argument("--config", default=CONFIG, help="configuration workbook")
     parser.add_argument("--parameters", default=PARAMETERS, help="directory of the test parameters")
+    parser.add_argument("--line", default="", metavar="ADDRESS", help="of a line's database that gets the results")
     arguments = parser.parse_args(argv)
     for name in ("config", "parameters"):
         setattr(arguments, name, str((HERE / getattr(arguments, name)).resolve()))
@@ -155,7 +156,8 @@ def arguments_of(argv: Sequence[str] | None = None) -> argparse.Namespace:
 def main() -> int:
     arguments = arguments_of()
     os.chdir(HERE)
-    qon_results.record(config=arguments.config, parameters=arguments.parameters)
+    line = {"line": arguments.line} if arguments.line else {}
+    qon_results.record(config=arguments.config, parameters=arguments.parameters, **line)
     return qon_station.run(lambda: DemoStation(arguments.config, arguments.parameters))
 
 

@@ -10,7 +10,9 @@ import pytest
 import qon_results
 import qon_station
 import wx
+from qon_companions import session
 from qon_results.recorder.recorder import Recorder
+from scanner import burst
 from station import Answers, Station, counters, texts
 from support import click, pump
 
@@ -31,18 +33,20 @@ def make(station: Station, installed: None, tmp_path: Path) -> Iterator[Make]:
     """Starts the station once more: a recorder and its window; the one before is closed."""
     recorders: list[Recorder] = []
 
-    def start(**settings: Any) -> tuple[Recorder, Any]:
+    def start(main: Any = None, **settings: Any) -> tuple[Recorder, Any]:
         if recorders:
             station.close()
             recorders.pop().close()
         recorders.append(qon_results.record(tmp_path / "results", **{"min_free_mb": 1, **settings}))
         assert recorders[-1].wait_until_open() == ""
-        frame = station(SCRIPT)
+        frame = station(SCRIPT, main=main)
         qon_station.opened(frame)
         return recorders[-1], frame
 
     yield start
     station.close()
+    session.change("", "")
+    session.use_badges(None)
     for recorder in recorders:
         recorder.close()
 
@@ -164,3 +168,26 @@ class TestStepBefore:
         with qon_results.open(tmp_path / "results") as store:
             events = [json.loads(each.data) for each in store.events() if each.kind == "interlock"]
         assert [each["policy"] for each in events if "policy" in each] == [offline] * 2
+
+
+def test_a_badge_sets_the_operator_and_no_name_is_kept(make: Make, station: Station, tmp_path: Path) -> None:
+    _, frame = make(main={"ask_operator": True, "ask_batch": True, "operator_pattern": "BADGE-(.+)"})
+    dialog = pump(lambda: next((each for each in wx.GetTopLevelWindows() if hasattr(each, "ui_batch")), None))
+    burst("BADGE-Meyer\n", 5)
+    pump(lambda: dialog.ui_operator.GetValue() == "Meyer")
+    dialog.ui_batch.SetValue("B-18")
+    click(dialog.FindWindow(wx.ID_OK))
+    pump(lambda: not dialog)
+    bar = frame.GetStatusBar()
+    pump(lambda: "Operator: Meyer · Batch: B-18" in [bar.GetStatusText(n) for n in range(bar.GetFieldsCount())])
+    assert frame.cells[0].uut is None  # the badge has started nothing
+    station.run(frame.cells[0], "GOOD")
+    recorder, frame = make()
+    session.change(operator="meyer")
+    recorder.event("end")
+    recorder.close()
+    with qon_results.open(tmp_path / "results") as store:
+        [run], events = store.runs(), store.events()
+        assert run.batch == "B-18" and run.operator.startswith("op-") and len(run.operator) == 13
+        assert {each.text for each in events if each.kind == "operator"} == {run.operator}
+    assert not any(b"eyer" in file.read_bytes() for file in (tmp_path / "results").iterdir())

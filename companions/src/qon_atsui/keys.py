@@ -40,13 +40,43 @@ class NumberRules:
         return not number or self.pattern is None or self.pattern.fullmatch(number) is not None
 
 
-def scan_gap(sheet: Any) -> int:
-    """The longest time between two keys of a scanner, of the sheet "main" beside a cell's own one."""
+@dataclass(frozen=True)
+class SessionRules:
+    """What is asked about operator and batch, by the keys of the sheet "main"."""
+
+    ask_operator: bool = False
+    ask_batch: bool = False
+    shift_hours: int = 8
+    badge: re.Pattern[str] | None = None
+
+    @classmethod
+    def beside(cls, sheet: Any) -> SessionRules:
+        """The rules of the sheet "main" beside a cell's own one."""
+        main = _main_of(sheet)
+        hours = _value(main, "shift_hours", cls.shift_hours, int)
+        if hours < 1:
+            raise _wrong(main, "shift_hours", f"{hours} is not allowed; give 1 or more hours.")
+        pattern = _value(main, "operator_pattern", "", str)
+        try:
+            badge = re.compile(pattern) if pattern else None
+        except re.error as error:
+            text = f'"{pattern}" is no regular expression: {error}.'
+            raise _wrong(main, "operator_pattern", text) from None
+        operator, batch = (_value(main, key, False, bool) for key in ("ask_operator", "ask_batch"))
+        return cls(operator, batch, hours, badge)
+
+
+def _main_of(sheet: Any) -> Any:
     book = getattr(sheet, "book", None)
     try:
-        main = book.get_sheet_parameters("main") if book is not None else None
+        return book.get_sheet_parameters("main") if book is not None else None
     except ValueError:  # a book of cells only
-        main = None
+        return None
+
+
+def scan_gap(sheet: Any) -> int:
+    """The longest time between two keys of a scanner, of the sheet "main" beside a cell's own one."""
+    main = _main_of(sheet)
     gap = _value(main, "scan_key_ms", GAP_MS, int)
     if not _SHORTEST_GAP <= gap <= _LONGEST_GAP:
         text = f"{gap} is not allowed; give {_SHORTEST_GAP} to {_LONGEST_GAP} milliseconds (usual: {GAP_MS})."

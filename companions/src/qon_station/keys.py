@@ -61,6 +61,17 @@ KEYS = (
         "longest time between two keys of a scanner, milliseconds (5 to 200)",
         5,
     ),
+    Key(MAIN, "ask_operator", "bool", "no", "whether the station asks once a shift who works at it"),
+    Key(MAIN, "ask_batch", "bool", "no", "whether it asks for the batch"),
+    Key(MAIN, "shift_hours", "int", "8", "hours until it asks again", 1),
+    Key(
+        MAIN,
+        "operator_pattern",
+        "str",
+        "none",
+        "regular expression of a whole badge; its first group, if any, is the operator",
+        may_be_empty=True,
+    ),
     Key(CELL, "script", "str", "–", "file of the test script"),
     Key(CELL, "runner_class_name", "str", "`CellRunner`", "class in that file"),
     Key(CELL, "reload_cell_runner", "bool", "yes", "whether the script is read again before each test"),
@@ -135,11 +146,11 @@ def misspelt(names: Iterable[str], sheet: str) -> dict[str, str]:
     return {name: key for name, key in near.items() if key}
 
 
-def readme_table() -> str:
-    """The table of the README."""
+def readme_table(keys: Iterable[Key] = KEYS) -> str:
+    """A table of the README."""
     lines = ["| sheet | variable | default | meaning |", "|---|---|---|---|"]
     told = ""
-    for key in KEYS:
+    for key in keys:
         sheet = {MAIN: "`main`", CELL: "`cell1`…"}[key.sheet] if key.sheet != told else ""
         told = key.sheet
         lines.append(f"| {sheet} | `{key.name}` | {key.default} | {key.meaning} |".replace("|  |", "| |"))

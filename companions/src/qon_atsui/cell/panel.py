@@ -22,7 +22,7 @@ from qon_atsui.cell.starts import Starts
 from qon_atsui.cell.waiting import what_it_waits_for
 from qon_atsui.fields import ValueLabel
 from qon_atsui.handlers import bind, descendants, is_offered, relay
-from qon_atsui.keys import NumberRules, scan_gap
+from qon_atsui.keys import NumberRules, SessionRules, scan_gap
 from qon_atsui.texts import displayable
 from qon_atsui.timers import OneShotTimer
 
@@ -41,6 +41,7 @@ class Cell(wx.Panel):
         desk = getattr(wx.GetTopLevelParent(self), "_ui_desk", None)
         if desk is not None:
             desk.set_gap(scan_gap(sheet))
+            desk.shift.use(SessionRules.beside(sheet))
         self._ui_can_abort = False
         self._ui_aborted_here = False  # by the operator
         self._ui_create()

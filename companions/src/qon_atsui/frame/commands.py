@@ -62,6 +62,11 @@ def menus() -> tuple[Menu, ...]:
                 Command(
                     "on_start_ticker", _("Start &ticker"), _("Start the station's periodic job again"), "F6"
                 ),
+                Command(
+                    "_ui_ask_session",
+                    _("&Operator and batch\u2026"),
+                    _("Say who works here, and on which batch; a badge does it, too"),
+                ),
                 LINE,
                 Command("_ui_exit", _("E&xit"), _("Close the station; asks first while a test runs")),
             ),

@@ -7,12 +7,13 @@ import weakref
 from collections import deque
 
 import wx
-from qon_companions import scans
+from qon_companions import scans, session
 from qon_companions.i18n import _
 
 from qon_atsui.cell import questions
 from qon_atsui.cell.serial_entry import marked_entry
 from qon_atsui.frame.red_words import RedWords
+from qon_atsui.frame.shift import Shift
 
 log = logging.getLogger(__name__)
 
@@ -22,6 +23,7 @@ class ScanDesk:
 
     def __init__(self, frame: wx.Window) -> None:
         self._frame = weakref.ref(frame)
+        self.shift = Shift(frame)
         self._id = frame.GetId()
         self._line: deque[tuple[str, bool]] = deque()
         self._timer = wx.Timer()
@@ -69,7 +71,7 @@ class ScanDesk:
         if self._words:
             self._words.Hide()
         frame = self._frame()
-        if frame is None or questions.answer(text):
+        if frame is None or session.take_badge(text) or questions.answer(text):
             return
         entry = marked_entry(frame)
         if entry is None:

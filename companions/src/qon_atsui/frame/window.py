@@ -107,6 +107,9 @@ class Frame(wx.Frame):
     def _ui_next_cell(self, _event: wx.CommandEvent) -> None:
         next_entry(self)
 
+    def _ui_ask_session(self, _event: wx.CommandEvent) -> None:
+        self._ui_desk.shift.ask()
+
     def _ui_check_limits(self, _event: wx.CommandEvent) -> None:
         cells = [cell for cell in self.ui_cell_panel.GetChildren() if isinstance(cell, Cell)]
         dialog = LimitsCheckDialog(self, cells)

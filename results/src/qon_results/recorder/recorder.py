@@ -10,17 +10,19 @@ import time
 import uuid
 import weakref
 from collections.abc import Callable
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from pathlib import Path
 from typing import Any
 
 import qon_station
+from qon_companions import session
 from qon_companions.i18n import _
 from qon_station import NotRecorded, Outcome
 from qon_station.outcome import Kind
 
 from ..station.history import TOTALS_CLEARED, GoingOn
 from ..station.interlock import CHECK_SECONDS, Interlock
+from ..station.pseudonym import Pseudonyms
 from ..writer import messages
 from . import encoding
 from .feeding import Feeding
@@ -52,7 +54,8 @@ class Description:
 
 
 class Recorder:
-    """Made by `qon_results.record`.  `operator`, `batch` and `purpose` may be set at any time, for the next runs.
+    """Made by `qon_results.record`.  `operator`, `batch` and `purpose` may be set at any time, for the next runs;
+    where they are not, operator and batch are those of `qon_companions.session`.
 
     `describe` may be replaced: it tells the `Description` of a unit's run, in its test thread.
     """
@@ -80,6 +83,7 @@ class Recorder:
             self.path, settings.history_hours, self._wait_for_past, lambda: self._sender.interrupted
         )
         self._interlock = Interlock(self.path, settings.line, settings.require_operation_offline, self.event)
+        self._pseudonyms = Pseudonyms(settings.folder)
         self._closed = threading.Event()
         self._undo: list[Callable[[], Any]] = []
 
@@ -116,6 +120,7 @@ class Recorder:
         for hook, listener in hooks:
             hook.subscribe(listener)
             self._undo.append(functools.partial(hook.unsubscribe, listener))
+        self._undo.append(session.subscribe(self._session_changed))
         self._sender.start()
         if self._feeding is not None:
             self._feeding.start()
@@ -176,7 +181,9 @@ class Recorder:
         if words and self.settings.required:
             raise NothingRecordedError(words)
         setup, contents = self._setup.read(unit.script, unit.limits_file)
-        begin = begin_message(unit, self.describe(unit), setup)
+        described = self.describe(unit)
+        described = replace(described, operator=self._kept_name(described.operator))
+        begin = begin_message(unit, described, setup)
         tracked = Tracked(unit, begin, contents, self.settings.attachment_mb << 20)
         with self._lock:
             self._units[unit.cell_number] = tracked
@@ -272,9 +279,19 @@ class Recorder:
             self._of_sheet(cell, "product"),
             self._of_sheet(cell, "operation"),
             self.purpose or self._of_sheet(cell, "purpose"),
-            self.operator,
-            self.batch,
+            self.operator or session.current().operator,
+            self.batch or session.current().batch,
         )
+
+    def _kept_name(self, operator: str) -> str:
+        return self._pseudonyms.of(operator) if self.settings.operator_pseudonym else operator
+
+    def _session_changed(self, before: session.Session, after: session.Session) -> None:
+        """Somebody else works here, or on another batch.  Any thread."""
+        if after.operator != before.operator:
+            self.event("operator", self._kept_name(after.operator))
+        if after.batch != before.batch:
+            self.event("batch", after.batch)
 
     def _of_sheet(self, cell: Any, key: str) -> str:
         """The cell's own word, else the setting of the same name."""
