@@ -167,7 +167,11 @@ class Engine(RuleBasedStateMachine):
             "cell": lambda runner: runner.noumenon.assert_with_limits(name, value, 0, 2, "V", None, stop, category),
             "runner": lambda runner: runner.assert_limits(name, value, 0, 2, "V", stop, category),
         }
-        self.cell.inbox.put(calls["append" if isinstance(category, list) else way])
+        way = "append" if isinstance(category, list) else way
+        self.cell.inbox.put(calls[way])
+        if way == "runner" and category is None:  # scripts name one; the engine's own calls take None too
+            self.ended("TypeError")
+            return
         if self.done:
             self.ended("ValueError")
             return
