@@ -14,7 +14,7 @@ from support import Boxes, shown
 
 pytest_plugins = ["stationplugin"]
 
-HANG_SECONDS = float(os.environ.get("QON_HANG_SECONDS", "120"))  # the long runs need more
+HANG_SECONDS = float(os.environ.get("QON_HANG_SECONDS", "300"))  # the long runs need more
 
 _stderr = 2
 

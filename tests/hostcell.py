@@ -8,9 +8,7 @@ from types import SimpleNamespace
 from typing import Any
 
 import qon_ats
-from support import in_thread, script_text, write_book, write_limits, write_script
-
-JOIN_SECONDS = 10.0
+from support import PATIENCE, in_thread, script_text, write_book, write_limits, write_script
 
 
 class HostCell(qon_ats.CellBase):
@@ -43,16 +41,16 @@ class HostCell(qon_ats.CellBase):
     def meet(self) -> None:
         """Called by a script: tell the test, wait for it."""
         self.reached.set()
-        assert self.go.wait(JOIN_SECONDS), "the test did not answer"
+        assert self.go.wait(PATIENCE), "the test did not answer"
 
     def wait_reached(self) -> None:
-        assert self.reached.wait(JOIN_SECONDS), f"the script did not come this far: {self.text}"
+        assert self.reached.wait(PATIENCE), f"the script did not come this far: {self.text}"
         self.reached.clear()
 
     def finish(self) -> "HostCell":
         """Wait for the end of the run."""
         thread = self._test_thread
-        thread.join(JOIN_SECONDS)
+        thread.join(PATIENCE)
         assert not thread.is_alive(), "the run does not end"
         return self
 

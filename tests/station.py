@@ -12,9 +12,8 @@ from unittest import mock
 import qon_ats
 import wx
 import wx.grid
-from support import click, pump, pump_for, scan, script_text, write_book, write_script
+from support import PATIENCE, click, pump, pump_for, scan, script_text, write_book, write_script
 
-SECONDS = 10.0
 LATER = "later"
 COLOURS = ("white", "green", "red", "cyan", "yellow", "gray")
 BEGIN = "cell, meet = self.noumenon, self.get_shared_obj('meetings')[self.cell_number]\n"
@@ -78,7 +77,7 @@ class Meeting:
 
     def __call__(self) -> None:
         self._reached.set()
-        assert self._go.wait(SECONDS), "the test did not answer"
+        assert self._go.wait(PATIENCE), "the test did not answer"
         if not self._over:
             self._go.clear()
 
@@ -86,7 +85,7 @@ class Meeting:
         """Wait for the script, with or without running the event loop meanwhile."""
         if events:
             pump(self._reached.is_set, what="the script comes to its meeting")
-        assert self._reached.wait(SECONDS), "the script did not come to its meeting"
+        assert self._reached.wait(PATIENCE), "the script did not come to its meeting"
         self._reached.clear()
 
     def go_on(self, for_good: bool = False) -> None:
@@ -144,7 +143,7 @@ class Station:
         """Let the runs end and the panels show it."""
         for cell in cells or self.frame.cells:
             self.meetings[cell.cell_number].go_on(for_good=True)
-            pump(cell.is_ready, SECONDS, f"{cell.name} ends")
+            pump(cell.is_ready, what=f"{cell.name} ends")
 
     def run(self, cell: qon_ats.Cell, serial_number: str = "SN1") -> qon_ats.Cell:
         """One whole run; it may be over before anybody looks."""
@@ -189,7 +188,7 @@ class Answers:
             modal = [w for w in wx.GetTopLevelWindows() if isinstance(w, wx.Dialog) and w.IsModal()]
             if modal and modal[-1] not in self._seen:
                 self._hand_over(modal[-1])
-            assert not modal or time.monotonic() < self._acted + 2 * SECONDS, "a dialog stays open"
+            assert not modal or time.monotonic() < self._acted + PATIENCE, "a dialog stays open"
         except BaseException:
             for dialog in reversed(self._seen):  # the test is to fail, not to hang
                 if dialog and dialog.IsModal():

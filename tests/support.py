@@ -16,10 +16,11 @@ from typing import Any
 import openpyxl
 import wx
 
+PATIENCE = 60.0  # seconds until a test gives up: a loaded machine is slow, not wrong
 HEADER = ("Test Item Name", "Default Value", "Lower Limit", "Upper Limit", "Unit", "Variable Name", "Type")
 
 
-def pump(condition: Callable[[], Any], timeout: float = 10.0, what: str = "") -> Any:
+def pump(condition: Callable[[], Any], timeout: float = PATIENCE, what: str = "") -> Any:
     """Run the real event loop (events, CallAfter, timers, idle) until the condition holds: its value."""
     loop = wx.GUIEventLoop()
     activator = wx.EventLoopActivator(loop)
@@ -48,7 +49,7 @@ def dispatch(loop: wx.GUIEventLoop) -> None:
 def pump_for(seconds: float) -> None:
     """Run the event loop for a fixed time: for tests that something does not happen."""
     end = time.monotonic() + seconds
-    pump(lambda: time.monotonic() >= end, seconds + 5.0)
+    pump(lambda: time.monotonic() >= end, seconds + PATIENCE)
 
 
 def _describe(condition: Callable[[], Any]) -> str:
@@ -59,7 +60,7 @@ def _describe(condition: Callable[[], Any]) -> str:
 def in_thread(call: Callable[..., Any], *args: Any) -> Any:
     """What the call gives or raises in another thread; this one waits."""
     with ThreadPoolExecutor(1) as pool:
-        return pool.submit(call, *args).result(30)
+        return pool.submit(call, *args).result(PATIENCE)
 
 
 # An operator's hands.  Without a window manager keys go to the window under the mouse.
@@ -112,7 +113,7 @@ def words(window: wx.Window) -> str:
 
 
 def python(
-    *arguments: str, cwd: Path | None = None, timeout: float = 60.0, **environment: str
+    *arguments: str, cwd: Path | None = None, timeout: float = 2 * PATIENCE, **environment: str
 ) -> subprocess.CompletedProcess[str]:
     """Python run as a program of its own, to its end; tests are found by it."""
     command, variables = [sys.executable, *arguments], os.environ | environment

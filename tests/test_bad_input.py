@@ -103,7 +103,7 @@ def test_a_script_that_exits_leaves_its_cell_visibly_busy(station: Station) -> N
     bad, good = station(leave, GOOD, cleanup="meet.notes.append('off')").cells
     bad.start("SN1")
     pump(bad.is_running)
-    bad._test_thread.join(10)
+    bad._test_thread.join(60)
     station.run(good)
     pump_for(0.2)
     assert station.meetings[1].notes == ["off"] and bad.is_busy() and not bad.has_done()

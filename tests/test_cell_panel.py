@@ -109,7 +109,7 @@ def test_a_burst_is_shown_100_rows_a_tick_and_whole_at_the_end(station: Station)
         shown.append(cell.ui_assertions.GetNumberRows())
     assert shown == [100, 200, 250, 250]
     station.meetings[1].go_on()
-    cell._test_thread.join(10)
+    cell._test_thread.join(60)
     cell.on_refresh_timer_event()
     cell.ui_refresh_timer.Stop()  # was armed by the ticks before
     assert [row[0] for row in texts(cell.ui_assertions)] == [f"i{i}" for i in range(250)] * 2
@@ -121,7 +121,7 @@ def test_what_a_script_posts_last_does_not_cover_the_verdict(station: Station) -
         self.set_serial_number('SN2')
         self.set_prompt('Take it out', 'white')""").cells
     cell.do_start("SN1")
-    cell._test_thread.join(10)
+    cell._test_thread.join(60)
     cell.ui_refresh_timer.Stop()  # it may be due already
     cell.ui_refresh_timer.Notify()  # a due timer is served before posted calls
     pump(cell.is_ready)

@@ -105,7 +105,7 @@ def test_each_defect_is_found_and_a_good_unit_passes(bench: Bench) -> None:
     cells = [bench.start(serial_number, number) for number, serial_number in enumerate(units, 1)]
     failed = {}
     for cell in cells:
-        cell._test_thread.join(30.0)
+        cell._test_thread.join(60)
         assert cell.has_done() and cell._exception_object is None, cell.text
         assert cell.uut.done and cell.uut.summer == implied_verdict(cell.uut.serial_number), cell.text
         failed[implied_defect(cell.uut.serial_number)] = cell.uut.first_ng_item_name()

@@ -187,12 +187,12 @@ def test_the_queue_is_a_standard_queue_that_loses_nothing(host: Host, hasty_swit
         thread.daemon = True
         thread.start()
     for thread in producers:
-        thread.join(30)
+        thread.join(60)
     line.join()
     for _ in consumers:
         line.put(Assertion("last", 1))
     for thread in consumers:
-        thread.join(30)
+        thread.join(60)
     names = [[name for name in mine[:-1] if name[0] == number] for mine in got for number in "01"]
     every = [f"{number}.{index:04}" for number in range(2) for index in range(3000)]
     assert sorted(itertools.chain(*names)) == every

@@ -45,7 +45,7 @@ self.print("第一步")
 self.set_prompt("Fit the board")
 thread = threading.Thread(target=self.append_ok, args=("helper", 1))
 thread.start()
-thread.join(10)
+thread.join(60)
 self.get_shared_obj("seen").extend(map(weakref.ref, (self, type(self), self.uut, self.uut.assertions[0])))
 end = (self.get_shared_obj("rounds")[0] + cell.cell_number) % 8
 if end == 0: self.ask_true_or_false("LED lit?")
@@ -76,7 +76,7 @@ class Subject:
             for _ in range(laps * CLEAR_AFTER):
                 self.rounds[0] += 1
                 self.frame.on_start_all(None)
-                pump(self.have_ended, 30)
+                pump(self.have_ended)
                 if self.rounds[0] % CLEAR_AFTER == 0:
                     self.frame.clear_statistics()
         answers._timer.Unbind(wx.EVT_TIMER)  # else the timer keeps them, and they the dialogs

@@ -56,7 +56,7 @@ def test_no_subscription_is_lost_among_threads(hasty_switching: None) -> None:
     event, calls, start = Callback(), [], threading.Barrier(4)
 
     def work(number: int) -> None:
-        start.wait(10)
+        start.wait(60)
         for i in range(300):
             event.subscribe(temporary := (lambda: None))
             event.subscribe(lambda i=i: calls.append((number, i)))

@@ -238,7 +238,7 @@ def test_the_lock_of_a_unit_holds_back_who_appends() -> None:
         late.start()
         late.join(0.05)
         assert late.is_alive() and len(uut.assertions) == 1
-    late.join(10)
+    late.join(60)
     assert len(uut.assertions) == 2
 
 

@@ -26,7 +26,7 @@ from qon_station.unit import StationUnit
 from results_station import begin, end, measure
 
 KILLS = int(os.environ.get("QON_KILLS", "4"))
-SECONDS = 20.0
+SECONDS = 60.0
 
 
 @contextlib.contextmanager

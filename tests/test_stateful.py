@@ -35,7 +35,7 @@ class CellRunner(qon_ats.CellRunnerBase):
     """This file is the cell's script too.  It does what the machine tells it."""
 
     def run(self) -> None:
-        while (step := self.noumenon.inbox.get(timeout=30)) is not None:
+        while (step := self.noumenon.inbox.get(timeout=60)) is not None:
             step(self)
             self.noumenon.outbox.put("done")
 
@@ -185,7 +185,7 @@ class Engine(RuleBasedStateMachine):
             self.description = name
             self.ended()
         else:
-            assert self.cell.outbox.get(timeout=10)
+            assert self.cell.outbox.get(timeout=60)
 
     @precondition(lambda self: self.live and not self.blocked)
     @rule(how=st.sampled_from(["check", "sleep", "wrapped", "pause", "abort"]))
@@ -213,7 +213,7 @@ class Engine(RuleBasedStateMachine):
             self.description = ""
             self.ended()
         else:
-            assert self.cell.outbox.get(timeout=10)
+            assert self.cell.outbox.get(timeout=60)
 
     @precondition(lambda self: self.live and not self.blocked)
     @rule(error=st.sampled_from(["returns", "", "ZeroDivisionError"]))

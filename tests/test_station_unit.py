@@ -12,10 +12,10 @@ from typing import Any
 import pytest
 import qon_ats
 import qon_station
-from hostcell import JOIN_SECONDS, Host, HostCell
+from hostcell import Host, HostCell
 from qon_station.outcome import NotRecorded, Outcome
 from qon_station.runs import StationRuns
-from support import script_text, unique_name, write_script
+from support import PATIENCE, script_text, unique_name, write_script
 
 OK_ITEM = "self.append_ok('item', 1)"
 
@@ -134,7 +134,7 @@ def test_what_a_script_leaves_behind_is_named_and_writes_nothing_into_the_next_u
         """
         from concurrent.futures import ThreadPoolExecutor
         def write():
-            cell.go.wait(10)
+            cell.go.wait(60)
             try:
                 self.append_ok('late', 1)
             except RuntimeError as refused:
@@ -152,7 +152,7 @@ def test_what_a_script_leaves_behind_is_named_and_writes_nothing_into_the_next_u
     cell.output.clear()
     cell.run_again("SN2")
     cell.go.set()
-    cell.writer.join(JOIN_SECONDS)
+    cell.writer.join(PATIENCE)
     assert cell.uut.outcome.kind == "OK" and [each.name for each in cell.uut.assertions] == ["item"]
     [(number, serial_number, refused)] = cell.notes
     assert (

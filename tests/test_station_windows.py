@@ -99,12 +99,12 @@ def test_a_slow_check_holds_up_its_cell_alone(make: Any) -> None:
 
     def database(_cell: Any, serial_number: str) -> str:
         asked.append(serial_number)
-        answer.wait(10)
+        answer.wait(60)
         return ""
 
     frame = make(OK_ITEM, OK_ITEM)
     cell = frame.cells[0]
-    qon_station.start_checks.subscribe(database, timeout=10.0)
+    qon_station.start_checks.subscribe(database, timeout=60.0)
     frame.start_cell(1, "SN1")
     pump(lambda: asked == ["SN1"] and "asking whether it may start" in prompt(cell)[0])
     frame.start_cell(1, "SN2")
@@ -128,7 +128,7 @@ def test_a_check_without_an_answer_follows_its_policy(make: Any, policy: Any, wo
     never = threading.Event()
     frame = make(OK_ITEM)
     cell = frame.cells[0]
-    qon_station.start_checks.subscribe(lambda *_: str(never.wait(10)), timeout=0.05, without_answer=policy)
+    qon_station.start_checks.subscribe(lambda *_: str(never.wait(60)), timeout=0.05, without_answer=policy)
     frame.start_cell(1, "SN1")
     pump(lambda: words in prompt(cell)[0] if words else cell.uut is not None)
     make.finish(cell)

@@ -119,10 +119,10 @@ def test_a_block_waits_for_the_tick_in_progress_or_times_out(station: Station) -
         seen.append((frame._in_ticker, frame.ticks))
 
     thread = threading.Thread(target=blocker)
-    jobs = [lambda: None, lambda: (thread.start(), waiting.wait(10))]
+    jobs = [lambda: None, lambda: (thread.start(), waiting.wait(60))]
     frame.job = lambda: jobs.pop()() if jobs else None
     pump(lambda: len(seen) == 2)
-    thread.join(10)
+    thread.join(60)
     timed_out, (in_tick, ticks) = seen
     assert timed_out == ("Wait for ticker ending timeout.", True, False)
     assert not in_tick and frame.is_quiet() and frame.ticks == ticks

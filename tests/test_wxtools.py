@@ -104,7 +104,7 @@ def test_questions_come_one_after_the_other_and_each_gets_its_answer(cells: list
         return click(box.buttons[given.get(title, wx.ID_YES if title == "first?" else wx.ID_NO)])
 
     with Answers(answer):
-        pump(lambda: len(got) == 4 and not any(thread.is_alive() for thread in threads), 20.0)
+        pump(lambda: len(got) == 4 and not any(thread.is_alive() for thread in threads))
     assert got == given and seen[0] == "first?" and [title for title in seen if title in given] == [*given]
     assert [thread.result for thread in threads] == [wx.YES, wx.NO]
 
