@@ -15,6 +15,7 @@ import wx.grid
 from support import PATIENCE, click, pump, pump_for, scan, script_text, write_book, write_script
 
 LATER = "later"
+FIGURES = ("ok_count", "ng_count", "yield", "max", "min", "middle", "average", "variance", "std_deviation")
 COLOURS = ("white", "green", "red", "cyan", "yellow", "gray")
 BEGIN = "cell, meet = self.noumenon, self.get_shared_obj('meetings')[self.cell_number]\n"
 
@@ -64,6 +65,10 @@ def click_row(grid: wx.grid.Grid, row: int) -> None:
     at = grid.CalcScrolledPosition(place.GetPosition()) + wx.Point(5, place.height // 2)
     click(grid.GetGridWindow(), at)
     pump(lambda: list(grid.GetSelectedRows()) == [row])
+
+
+def figures(panel: qon_ats.TestDataViewerPanel) -> list[str]:
+    return [getattr(panel, f"ui_single_item_{name}").GetValue() for name in FIGURES]
 
 
 class Meeting:
@@ -233,3 +238,15 @@ def file_dialog(path: Path | None) -> Iterator[mock.Mock]:
     with mock.patch.object(wx, "FileDialog", return_value=dialog) as asked:
         yield asked
     assert dialog.Destroy.called is asked.called
+
+
+def save(panel: qon_ats.TestDataViewerPanel, path: Path | None, row: int = 0) -> Any:
+    """Save the report of a row: the file name that was proposed."""
+    panel.ui_history.SelectRow(row)
+    with file_dialog(path) as asked:
+        panel.on_save_single_uut_test_data(None)
+    asked.assert_called_once_with(
+        panel, message="Give a file name to save", defaultDir=mock.ANY, defaultFile=mock.ANY,
+        wildcard="Excel File(*.xlsx)|*.xlsx", style=wx.FD_SAVE | wx.FD_OVERWRITE_PROMPT,
+    )  # fmt: skip
+    return asked.call_args.kwargs["defaultFile"]
