@@ -60,7 +60,8 @@ class Telling:
             self._interrupted[unit.cell].append(unit)
         for cell, found in list(self._interrupted.items()):  # a test may begin meanwhile
             names = ", ".join(self._name(unit) for unit in found[-_SHOWN:])
-            more = f" (+{len(found) - _SHOWN})" if len(found) > _SHOWN else ""
+            left = len(found) - _SHOWN
+            more = _(" and {count} more, all in Test data (F7)").format(count=left) if left > 0 else ""
             text = _("The station went down during these tests; test again: {units}").format(
                 units=names + more
             )
