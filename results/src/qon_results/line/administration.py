@@ -2,10 +2,10 @@
 
 import getpass
 import os
-import pwd
 import shutil
 import socket
 import subprocess
+import tempfile
 import time
 from dataclasses import dataclass
 from pathlib import Path
@@ -91,22 +91,9 @@ class Trial:
                 number.write_text(str(_free_port()))
             port = number.read_text().strip()
             options = f"-c listen_addresses='' -c unix_socket_directories='{self.folder}' -c port={port}"
-            log = self.folder / "server.log"
-            _run(
-                [
-                    str(programs / "pg_ctl"),
-                    "-D",
-                    str(self.data),
-                    "-w",
-                    "-t",
-                    "30",
-                    "-l",
-                    str(log),
-                    "-o",
-                    options,
-                    "start",
-                ]
-            )
+            log = ["-l", str(self.folder / "server.log")]
+            control = [str(programs / "pg_ctl"), "-D", str(self.data), "-w", "-t", "30"]
+            _run([*control, *log, "-o", options, "start"])
         self._database()
         make(self.address)
 
@@ -148,48 +135,39 @@ def _programs() -> Path:
     return Path(found).parent if found else places[-1].parent
 
 
+def _is_root() -> bool:
+    return hasattr(os, "getuid") and os.getuid() == 0
+
+
 def _user() -> str:
     """PostgreSQL refuses to run for root."""
-    return "postgres" if os.getuid() == 0 else getpass.getuser()
+    return "postgres" if _is_root() else getpass.getuser()
 
 
 def _as_user(command: list[str]) -> list[str]:
-    if os.getuid() != 0:
+    if not _is_root():
         return command
     return ["setpriv", "--reuid", "postgres", "--regid", "postgres", "--clear-groups", *command]
 
 
 def _give(folder: Path) -> None:
-    if os.getuid() == 0:
+    if _is_root():
+        import pwd
+
         owner = pwd.getpwnam("postgres")
         os.chown(folder, owner.pw_uid, owner.pw_gid)
 
 
 def _run(command: list[str]) -> None:
-    """Its output goes to a file: a server that inherits a pipe would keep it open."""
-    with open(os.devnull, "rb") as nothing:
-        done = (
-            subprocess.run(
-                _as_user(command),
-                stdin=nothing,
-                stdout=subprocess.DEVNULL,
-                stderr=subprocess.PIPE,
-                cwd="/",
-                check=False,
-            )
-            if "start" not in command
-            else subprocess.run(
-                _as_user(command),
-                stdin=nothing,
-                stdout=subprocess.DEVNULL,
-                stderr=subprocess.DEVNULL,
-                cwd="/",
-                check=False,
-            )
+    """What it says goes into a file: a server that inherited a pipe would keep its reader waiting."""
+    with tempfile.TemporaryFile() as said:
+        done = subprocess.run(
+            _as_user(command), stdin=subprocess.DEVNULL, stdout=said, stderr=said, cwd="/", check=False
         )
-    if done.returncode:
-        said = (done.stderr or b"").decode(errors="replace").strip()
-        raise LineError(f"{Path(command[0]).name} failed: {said or 'see server.log beside the data'}")
+        if done.returncode:
+            said.seek(0)
+            text = said.read().decode(errors="replace").strip()
+            raise LineError(f"{Path(command[0]).name} failed: {text or 'see server.log beside the data'}")
 
 
 def _free_port() -> int:
