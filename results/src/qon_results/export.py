@@ -1,16 +1,14 @@
 """Measurements as flat rows for other programs."""
 
 import csv
-import json
 import math
 from collections.abc import Callable, Iterator
 from pathlib import Path
 from typing import Any
 
-import duckdb
-
 from .records import Kind, Record, Verdict
 from .store.base import Filter, Progress, Store, moment
+from .store.parquet import write_lines, write_parquet
 
 # Name and type of each column; the type is duckdb's.
 COLUMNS = {
@@ -91,33 +89,12 @@ def _no_formula(value: Any) -> Any:
     return f"'{value}" if isinstance(value, str) and value.startswith(FORMULA) else value
 
 
-def _json_lines(rows: Iterator[dict[str, Any]], path: Path) -> int:
-    count = 0
-    with path.open("w", encoding="utf-8") as file:
-        for row in rows:
-            file.write(json.dumps(row, ensure_ascii=False, allow_nan=False) + "\n")
-            count += 1
-    return count
-
-
 def _parquet(rows: Iterator[dict[str, Any]], path: Path) -> int:
-    lines = path.with_name(path.name + ".lines")
-    try:
-        count = _json_lines(rows, lines)
-        with duckdb.connect() as database:
-            columns = ", ".join(f"'{name}': '{kind}'" for name, kind in COLUMNS.items())
-            database.execute(
-                f"COPY (SELECT * FROM read_json(?, format='newline_delimited', columns={{{columns}}}))"
-                " TO (?) (FORMAT parquet, COMPRESSION zstd)",
-                [str(lines), str(path)],
-            )
-    finally:
-        lines.unlink(missing_ok=True)
-    return count
+    return write_parquet(rows, path, COLUMNS)
 
 
 FORMATS: dict[str, Callable[[Iterator[dict[str, Any]], Path], int]] = {
     ".csv": _csv,
-    ".jsonl": _json_lines,
+    ".jsonl": write_lines,
     ".parquet": _parquet,
 }

@@ -36,6 +36,8 @@ from ..store.base import (
     TooSlow,
     Verification,
     Yield,
+    id_bounds,
+    only,
 )
 from ..store.sqlite import count_yields, sealed_of
 from . import queries
@@ -76,16 +78,8 @@ class LineStore(Store):
         return [run_of(row) for row in self._ask(query, bound(wanted) | {"limit": limit})]
 
     def run(self, which: uuid.UUID | str) -> Run:
-        text = which.hex if isinstance(which, uuid.UUID) else which.replace("-", "").lower()
-        if not 0 < len(text) <= 32 or set(text) - set("0123456789abcdef"):
-            raise KeyError(f"{which!r} is no id of a run: hexadecimal digits are expected.")
-        first, last = (uuid.UUID(text.ljust(32, end)) for end in "0f")
-        found = self._ask(queries.RUN_BY_ID, {"first": first, "last": last})
-        if len(found) != 1:
-            raise KeyError(
-                f"{'Several runs have' if found else 'No run has'} an id that begins with {text!r}."
-            )
-        return run_of(found[0])
+        first, last = id_bounds(which)
+        return run_of(only(self._ask(queries.RUN_BY_ID, {"first": first, "last": last}), which))
 
     def record(self, which: uuid.UUID | str) -> Record:
         run = self.run(which)

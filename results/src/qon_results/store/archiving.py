@@ -2,7 +2,6 @@
 
 import datetime
 import hashlib
-import json
 import os
 import re
 import time
@@ -20,6 +19,7 @@ from .archived import COLUMNS, FOLDER, OF_RUN, Archived
 from .base import Progress
 from .file import Row, ask, check_version, connect
 from .hashing import RecordHash
+from .parquet import write_parquet
 from .sqlite import measurement_values
 from .verify import verify
 
@@ -89,7 +89,8 @@ def _move(connection: apsw.Connection, path: Path, home: Path, row: Row, progres
     target.parent.mkdir(parents=True, exist_ok=True)
     beside = target.with_name(f".{target.name}.part")
     try:
-        count = _write(connection, beside, month, first, last, progress)
+        rows = _rows(connection, month, first, last, progress)
+        count = write_parquet(rows, beside, COLUMNS, ("item", "number", "seq"))
         if count != (measured or 0):
             raise ArchiveError(
                 f"{month}: {count} measurements were written, {measured} are recorded. Nothing was moved."
@@ -114,28 +115,6 @@ def _move(connection: apsw.Connection, path: Path, home: Path, row: Row, progres
                 {"run": number},
             )
     return Month(month, runs, count, target)
-
-
-def _write(
-    connection: apsw.Connection, path: Path, month: str, first: int, last: int, progress: Progress
-) -> int:
-    lines, count = path.with_name(path.name + ".lines"), 0
-    try:
-        with lines.open("w", encoding="utf-8") as file:
-            for row in _rows(connection, month, first, last, progress):
-                file.write(json.dumps(row, ensure_ascii=False, allow_nan=False) + "\n")
-                count += 1
-        columns = ", ".join(f"'{name}': '{kind}'" for name, kind in COLUMNS.items())
-        with duckdb.connect() as database:
-            database.execute("SET preserve_insertion_order = false")
-            database.execute(
-                f"COPY (SELECT * FROM read_json(?, format='newline_delimited', columns={{{columns}}}) ORDER BY item, number,"
-                " seq) TO (?) (FORMAT parquet, COMPRESSION zstd, ROW_GROUP_SIZE 100000)",
-                [str(lines), str(path)],
-            )
-    finally:
-        lines.unlink(missing_ok=True)
-    return count
 
 
 def _rows(

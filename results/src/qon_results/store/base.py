@@ -3,7 +3,7 @@
 import datetime
 import uuid
 from abc import ABC, abstractmethod
-from collections.abc import Callable, Iterator, Mapping
+from collections.abc import Callable, Iterator, Mapping, Sequence
 from types import TracebackType
 from typing import Any, Self, TypeAlias
 
@@ -256,6 +256,23 @@ class Store(ABC):
         """Whole records, one after the other, the newest first."""
         for run in self.runs(wanted, None):
             yield self.record(run.id)
+
+
+def id_bounds(which: uuid.UUID | str) -> tuple[uuid.UUID, uuid.UUID]:
+    """The first and the last id that begin so; KeyError for what is no beginning of an id."""
+    text = which.hex if isinstance(which, uuid.UUID) else which.replace("-", "").lower()
+    if not 0 < len(text) <= 32 or set(text) - set("0123456789abcdef"):
+        raise KeyError(f"{which!r} is no id of a run: hexadecimal digits are expected.")
+    return uuid.UUID(text.ljust(32, "0")), uuid.UUID(text.ljust(32, "f"))
+
+
+def only(found: Sequence[Any], which: uuid.UUID | str) -> Any:
+    """The one that was found; KeyError for none or several."""
+    if len(found) != 1:
+        raise KeyError(
+            f"{'Several runs have' if found else 'No run has'} an id that begins with {str(which)!r}."
+        )
+    return found[0]
 
 
 def microseconds(when: datetime.datetime | datetime.date | int) -> int:

@@ -45,6 +45,8 @@ from .base import (
     TooSlow,
     Verification,
     Yield,
+    id_bounds,
+    only,
 )
 from .file import Row, ask, check_version, connect
 
@@ -92,16 +94,9 @@ class SqliteStore(Store):
         return [run_of(row) for row in self._ask(queries.RUNS_BY_SERIAL, values)]
 
     def run(self, which: uuid.UUID | str) -> Run:
-        text = which.hex if isinstance(which, uuid.UUID) else which.replace("-", "").lower()
-        if not 0 < len(text) <= 32 or set(text) - set("0123456789abcdef"):
-            raise KeyError(f"{which!r} is no id of a run: hexadecimal digits are expected.")
-        first, last = (bytes.fromhex(text.ljust(32, end)) for end in "0f")
-        found = self._ask(queries.RUN_BY_ID, {"first": first, "last": last})
-        if len(found) != 1:
-            raise KeyError(
-                f"{'Several runs have' if found else 'No run has'} an id that begins with {text!r}."
-            )
-        return run_of(found[0])
+        first, last = id_bounds(which)
+        found = self._ask(queries.RUN_BY_ID, {"first": first.bytes, "last": last.bytes})
+        return run_of(only(found, which))
 
     def record(self, which: uuid.UUID | str) -> Record:
         run = self.run(which)
