@@ -70,6 +70,7 @@ def test_the_line_answers_as_the_station_does(line: str, station: Path) -> None:
     with qon_results.open(station) as here, qon_results.open(line) as there:
         runs = here.runs(limit=None)
         assert there.runs(limit=None) == runs
+        assert there.sealed({}) == here.sealed({}) and there.newest_seals() == here.newest_seals()
         some = runs[7].serial_number or ""
         assert there.runs(Filter(serial_number=some[:-1] + "*")) == here.runs(
             Filter(serial_number=some[:-1] + "*")

@@ -115,7 +115,7 @@ class Board:
         run = "" if row is None else str(uuid.UUID(bytes=bytes(row["id"])))
         item = "" if row is None or row["item"] < 0 else history.names["item"].texts[row["item"]]
         word, since = now.state, now.since_us
-        ended = row is not None and (now.run is None or run == str(now.run))
+        ended = run == str(now.run) if now.run is not None else now.state == READY
         if row is not None and ended and word in (*_BUSY, READY):  # its end may be known before the state is
             word, since = last, int(row["begin"] + row["duration"])
         if now.state not in _GONE and self._silent(station, now):

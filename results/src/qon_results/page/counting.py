@@ -38,7 +38,9 @@ class Counts:
 
     @property
     def first_pass(self) -> Estimate:
-        return share(self.first_passed, self.first_attempts, later("no unit had its first judged attempt here"))
+        return share(
+            self.first_passed, self.first_attempts, later("no unit had its first judged attempt here")
+        )
 
     @property
     def final(self) -> Estimate:

@@ -43,6 +43,7 @@ class Hub:
         self._watched = asyncio.Event()
         self._looking = asyncio.Lock()
         self._looked = -LOOK_SECONDS
+        self._ended = False
         self.listeners = 0
         self.cells: list[CellNow] = []
         self.trouble = ""
@@ -55,6 +56,11 @@ class Hub:
             async with self._changed:
                 self._changed.notify_all()
             await asyncio.sleep(LOOK_SECONDS)
+
+    def end(self) -> None:
+        """Who listens is let go."""
+        self._ended = True
+        self._watched.set()
 
     async def look(self) -> list[CellNow]:
         """The cells as they were not long ago; what cannot be read is raised, and kept for who listens."""
@@ -80,7 +86,7 @@ class Hub:
         self.listeners += 1
         self._watched.set()
         try:
-            while True:
+            while not self._ended:
                 tiles = self.tiles(language)
                 changed = {key: tile for key, tile in tiles.items() if sent.get(key) != tile}
                 if changed:

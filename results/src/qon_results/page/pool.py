@@ -5,13 +5,15 @@ import contextlib
 import threading
 from collections.abc import Callable
 from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
 from typing import TypeVar
 
 import apsw
 
 import qon_results
 
-from ..store.base import Store, TooSlow
+from ..store.base import Store
+from ..store.file import FILE_NAME
 
 Answer = TypeVar("Answer")
 
@@ -31,7 +33,7 @@ class Pool:
 
     def __init__(self, where: str, size: int, seconds: float) -> None:
         self._where, self._seconds = where, seconds
-        self._free: list[Store] = []
+        self._free: list[tuple[Store, object]] = []
         self._lock = threading.Lock()
         self._threads = ThreadPoolExecutor(size, "page: store")
         self._waiting = 0
@@ -39,7 +41,7 @@ class Pool:
     async def ask(self, question: Callable[[Store], Answer]) -> Answer:
         """The answer of a function that reads a store, given in a thread.
 
-        Unavailable, TooSlow and Busy are for the reader of the page; what else the function raises passes through.
+        Unavailable, Busy and the store's TooSlow are for the reader of the page; what else the function raises passes through.
         """
         if self._waiting >= WAITING_MOST:
             raise Busy
@@ -52,36 +54,45 @@ class Pool:
     def close(self) -> None:
         self._threads.shutdown(wait=True, cancel_futures=True)
         while self._free:
-            self._free.pop().close()
+            self._free.pop()[0].close()
 
     def _answer(self, question: Callable[[Store], Answer]) -> Answer:
-        store = self._taken()
+        store, of = self._taken()
         try:
             answer = question(store)
-        except TooSlow:
-            self._give_back(store)
-            raise
         except (apsw.Error, OSError) as error:
             with contextlib.suppress(Exception):
                 store.close()
             raise Unavailable(str(error)) from error
         except BaseException:
-            self._give_back(store)
+            self._give_back(store, of)
             raise
-        self._give_back(store)
+        self._give_back(store, of)
         return answer
 
-    def _taken(self) -> Store:
+    def _taken(self) -> tuple[Store, object]:
+        """A store and the file it reads; one of a file that was replaced or is gone is left behind."""
+        there = self._file()
         with self._lock:
-            if self._free:
-                return self._free.pop()
+            while self._free:
+                store, of = self._free.pop()
+                if of == there:
+                    return store, of
+                store.close()
         try:
             store = qon_results.open(self._where)
+            store.limit(self._seconds)
         except (apsw.Error, OSError, ValueError) as error:
             raise Unavailable(str(error)) from error
-        store.limit(self._seconds)
-        return store
+        return store, there
 
-    def _give_back(self, store: Store) -> None:
+    def _file(self) -> object:
+        path = Path(self._where)
+        with contextlib.suppress(OSError):
+            found = (path / FILE_NAME if path.is_dir() else path).stat()
+            return found.st_dev, found.st_ino
+        return None
+
+    def _give_back(self, store: Store, of: object) -> None:
         with self._lock:
-            self._free.append(store)
+            self._free.append((store, of))

@@ -4,6 +4,7 @@ import logging
 import socket
 
 import uvicorn
+from starlette.applications import Starlette
 
 from .app import application
 from .settings import Settings
@@ -18,6 +19,7 @@ def bound(settings: Settings) -> socket.socket:
     listening.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
     try:
         listening.bind((settings.address, settings.port))
+        listening.listen(128)
     except OSError as error:
         listening.close()
         raise OSError(f"{settings.address} port {settings.port} cannot be used: {error.strerror}.") from None
@@ -27,8 +29,25 @@ def bound(settings: Settings) -> socket.socket:
 def serve(settings: Settings, listening: socket.socket) -> None:
     """Until SIGINT or SIGTERM."""
     logging.basicConfig(level=logging.WARNING, format="%(asctime)s %(levelname)s %(name)s: %(message)s")
+    server(settings).run([listening])
+
+
+class Server(uvicorn.Server):
+    """Lets go of who listens to events first: they would never end by themselves."""
+
+    def __init__(self, app: Starlette, config: uvicorn.Config) -> None:
+        super().__init__(config)
+        self._app = app
+
+    async def shutdown(self, sockets: list[socket.socket] | None = None) -> None:
+        self._app.state.hub.end()
+        await super().shutdown(sockets)
+
+
+def server(settings: Settings) -> uvicorn.Server:
+    app = application(settings)
     config = uvicorn.Config(
-        application(settings),
+        app,
         log_config=None,
         access_log=False,
         server_header=False,
@@ -36,4 +55,4 @@ def serve(settings: Settings, listening: socket.socket) -> None:
         timeout_graceful_shutdown=2,
         proxy_headers=False,
     )
-    uvicorn.Server(config).run([listening])
+    return Server(app, config)
