@@ -12,6 +12,7 @@ import qon_station
 import wx
 from qon_companions import session
 from qon_results.recorder.recorder import Recorder
+from qon_results.station import history
 from scanner import burst
 from station import Answers, Station, counters, texts
 from support import click, pump
@@ -84,6 +85,10 @@ def test_list_and_totals_go_on_after_a_restart(make: Make, station: Station) -> 
     _, frame = make()
     pump(lambda: counters(frame) == ["1", "0", "100.00%"])
     pump(lambda: [row[2] for row in listed(frame)] == ["LAST"])
+    recorder, frame = make(history_hours=0)
+    recorder.close()
+    assert counters(frame) == ["0", "0", "0.00%"] and not listed(frame)
+    assert history.read(recorder.path, 12, time.time_ns() // 1000).counts == {}  # nor does the next start go on
 
 
 def test_what_happens_around_a_run_is_on_record(make: Make, station: Station, tmp_path: Path) -> None:
@@ -170,18 +175,27 @@ class TestStepBefore:
         assert [each["policy"] for each in events if "policy" in each] == [offline] * 2
 
 
+def asking() -> Any:
+    """The window that asks who works here."""
+    return next((each for each in wx.GetTopLevelWindows() if hasattr(each, "ui_batch")), None)
+
+
 def test_a_badge_sets_the_operator_and_no_name_is_kept(make: Make, station: Station, tmp_path: Path) -> None:
     _, frame = make(main={"ask_operator": True, "ask_batch": True, "operator_pattern": "BADGE-(.+)"})
-    dialog = pump(lambda: next((each for each in wx.GetTopLevelWindows() if hasattr(each, "ui_batch")), None))
+    dialog = pump(asking)
     burst("BADGE-Meyer\n", 5)
     pump(lambda: dialog.ui_operator.GetValue() == "Meyer")
-    dialog.ui_batch.SetValue("B-18")
+    pump(dialog.ui_batch.HasFocus)
+    burst("B-18\n", 5)
+    pump(lambda: dialog.ui_batch.GetValue() == "B-18")
     click(dialog.FindWindow(wx.ID_OK))
     pump(lambda: not dialog)
     bar = frame.GetStatusBar()
     pump(lambda: "Operator: Meyer · Batch: B-18" in [bar.GetStatusText(n) for n in range(bar.GetFieldsCount())])
     assert frame.cells[0].uut is None  # the badge has started nothing
     station.run(frame.cells[0], "GOOD")
+    frame._ui_desk.shift._ends = 0.1  # the shift is over
+    pump(lambda: session.current() == session.Session() and asking())
     recorder, frame = make()
     session.change(operator="meyer")
     recorder.event("end")
@@ -189,5 +203,5 @@ def test_a_badge_sets_the_operator_and_no_name_is_kept(make: Make, station: Stat
     with qon_results.open(tmp_path / "results") as store:
         [run], events = store.runs(), store.events()
         assert run.batch == "B-18" and run.operator.startswith("op-") and len(run.operator) == 13
-        assert {each.text for each in events if each.kind == "operator"} == {run.operator}
+        assert {each.text for each in events if each.kind == "operator"} == {run.operator, ""}
     assert not any(b"eyer" in file.read_bytes() for file in (tmp_path / "results").iterdir())

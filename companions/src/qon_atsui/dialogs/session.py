@@ -56,6 +56,17 @@ class SessionDialog(wx.Dialog):
         else:
             self.ui_batch.SetFocus()
 
+    def take_scan(self, text: str) -> bool:
+        """Whether the scan was for a field of this window: for the one that has the keyboard, if one has."""
+        entries = [entry for entry in (self.ui_operator, self.ui_batch) if entry is not None]
+        focus = wx.Window.FindFocus()
+        if focus not in entries:
+            return False
+        entries[entries.index(focus)].SetValue(text)
+        empty = next((entry for entry in entries if not entry.GetValue()), None)
+        (empty or self.FindWindow(wx.ID_OK)).SetFocus()
+        return True
+
     def _on_ok(self, _event: wx.CommandEvent) -> None:
         self._leave()
         operator, batch = (

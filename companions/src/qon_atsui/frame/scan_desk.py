@@ -7,7 +7,7 @@ import weakref
 from collections import deque
 
 import wx
-from qon_companions import scans, session
+from qon_companions import scans
 from qon_companions.i18n import _
 
 from qon_atsui.cell import questions
@@ -71,7 +71,7 @@ class ScanDesk:
         if self._words:
             self._words.Hide()
         frame = self._frame()
-        if frame is None or session.take_badge(text) or questions.answer(text):
+        if frame is None or self.shift.take_scan(text) or questions.answer(text):
             return
         entry = marked_entry(frame)
         if entry is None:

@@ -24,6 +24,7 @@ class Shift:
         self._rules = SessionRules()
         self._dialog: SessionDialog | None = None
         self._ends = 0.0  # monotonic; when it is asked again
+        self._leave = session.subscribe(self._changed)
         self._timer = wx.Timer()
         self._timer.Notify = self._look
         frame.Bind(wx.EVT_WINDOW_DESTROY, self._on_destroy)
@@ -34,6 +35,10 @@ class Shift:
         session.use_badges(rules.badge)
         if (rules.ask_operator or rules.ask_batch) and not self._timer.IsRunning():
             self._timer.Start(_LOOK_MS)
+
+    def take_scan(self, text: str) -> bool:
+        """Whether it was a badge, or for a field of the window that asks."""
+        return session.take_badge(text) or bool(self._dialog and self._dialog.take_scan(text))
 
     def ask(self) -> None:
         """The menu's command: by it both can be changed at any time."""
@@ -49,6 +54,11 @@ class Shift:
             )
         self._ends = time.monotonic() + self._rules.shift_hours * _HOUR
         self._show(self._rules.ask_operator, self._rules.ask_batch)
+
+    def _changed(self, before: session.Session, after: session.Session) -> None:
+        """Whoever comes early, or late, has a whole shift before them."""
+        if after.operator and after.operator != before.operator and self._ends:
+            self._ends = time.monotonic() + self._rules.shift_hours * _HOUR
 
     @staticmethod
     def _is_occupied() -> bool:
@@ -66,3 +76,4 @@ class Shift:
         event.Skip()
         if event.GetId() == self._id:
             self._timer.Stop()
+            self._leave()
