@@ -15,6 +15,7 @@ import qon_station
 import wx
 from openpyxl import Workbook
 from qon_ats import UUT, Assertion, ATSFrame
+from qon_companions import notices
 from qon_testparameters import Parameter, write_sheet
 
 HERE = Path(__file__).resolve().parent
@@ -90,18 +91,20 @@ class Photographer:
             yield from self._start(state)
             if state == "testing" or self._cell.is_paused():
                 yield from self._shoot(state, self._cell)
+            if state == "aborted":
+                self._cell.abort("Abort Voluntarily")
+                yield from self._shoot("aborting", self._cell)
             self._end(state)
             yield from self._until(lambda: self._cell.is_ready())
             if state not in ("testing", "paused"):
                 yield from self._shoot(state, self._cell)
+        yield from self._not_ready()
         yield from self._question()
         yield from self._viewer()
 
     def _end(self, state: str) -> None:
         if self._cell.is_paused():
             self._cell.resume()
-        elif state == "aborted":
-            self._cell.abort("Abort Voluntarily")
         self._step.set()
 
     def _start(self, state: str) -> Iterator[None]:
@@ -110,6 +113,11 @@ class Photographer:
         self._cell.start("4711-000123")
         yield from self._until(lambda: self._cell.is_running())
         yield from self._pause(0.4)
+
+    def _not_ready(self) -> Iterator[None]:
+        notices.post("pictures", "Results cannot be recorded: the disk is full.", stop=True)
+        yield from self._shoot("not_ready", self._frame.get_cell(1))
+        notices.withdraw("pictures")
 
     def _question(self) -> Iterator[None]:
         yield from self._start("question")

@@ -132,6 +132,7 @@ class StationViewerPanel(ItemRows, ItemAnalysis):
         else:
             self._folder = os.path.dirname(path)
             qon_wxtools.MB.Notice(_("The report of {name} was saved:\n{path}").format(name=name, path=path))
+        wx.GetTopLevelParent(self).Raise()  # the box belonged to the station's window and brought that to the front
 
     def _ask_for_file(self, proposed: str) -> str:
         """ "" when the operator gave none."""

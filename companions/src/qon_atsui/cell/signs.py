@@ -132,7 +132,8 @@ def _read(told: Told) -> Face:
         return _busy(told)
     ended = _ended(told)
     if ended is not None:
-        return replace(ended, text=_lines(ended.text, told.notices))
+        news = [line for line in told.notices.splitlines() if line not in ended.text]
+        return replace(ended, text=_lines(ended.text, *news))
     return _idle(told)
 
 

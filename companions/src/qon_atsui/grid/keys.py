@@ -30,9 +30,16 @@ class GridKeys:
         elif event.ControlDown() and key == ord("A"):
             self._grid.SelectAll()
         elif key == wx.WXK_TAB and not event.ControlDown():
-            self._grid.Navigate(int(not event.ShiftDown()))  # out of the grid; its rows stay selected
+            self._leave(forward=not event.ShiftDown())
         elif event.HasAnyModifiers() or not self._move(key):
             event.Skip()
+
+    def _leave(self, forward: bool) -> None:
+        """Out of the grid, whose rows stay selected; a grid alone in its panel would come back to itself."""
+        focused = wx.Window.FindFocus()
+        self._grid.Navigate(int(forward))
+        if wx.Window.FindFocus() in (focused, self._grid):
+            self._grid.GetParent().Navigate(int(forward))
 
     def _move(self, key: int) -> bool:
         """Move the cursor and select its row; False for any other key."""
