@@ -10,9 +10,12 @@ import pytest
 import qon_results
 import qon_station
 import wx
-from qon_companions import session
+from qon_companions import notices, session
 from qon_results.recorder.recorder import Recorder
+from qon_results.recorder.settings import Settings
+from qon_results.recorder.telling import Telling
 from qon_results.station import history
+from qon_results.writer.messages import InterruptedUnit
 from scanner import burst
 from station import Answers, Station, counters, texts
 from support import click, pump
@@ -124,6 +127,18 @@ def recorder_now(folder: Path) -> list[qon_results.records.Now]:
     time.sleep(0.05)  # another process writes it
     with qon_results.open(folder / "results") as store:
         return store.now()
+
+
+def test_units_of_cells_that_are_gone_are_told_to_all_cells(tmp_path: Path) -> None:
+    telling = Telling(Settings(tmp_path))
+    telling.cells = {1, 2}
+    telling.interrupted([InterruptedUnit(5, 1, "HERE", 0, 0, 9), InterruptedUnit(6, 3, "GONE", 0, 0, 9)])
+    for cell, serials in ((1, ["HERE", "GONE"]), (2, ["GONE"])):
+        words = "; ".join(notice.text for notice in notices.of_cell(cell))
+        assert [serial for serial in ("HERE", "GONE") if serial in words] == serials
+    assert "GONE (Cell 3, 1970-01-01 00:00)" in words
+    assert telling.seen(2) == 4 and telling.seen(1) == 5  # up to where all was seen
+    assert not notices.of_cell(1)
 
 
 class TestStepBefore:

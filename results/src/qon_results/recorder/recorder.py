@@ -162,7 +162,10 @@ class Recorder:
 
     def opened(self, frame: Any) -> None:
         """The window is up: only now it is known whether a cell asks for the operation before."""
-        if any(self._of_sheet(cell, "require_operation") for cell in getattr(frame, "cells", ())):
+        cells = getattr(frame, "cells", ())
+        self._telling.cells = {cell.cell_number for cell in cells}
+        self._shown = []  # told again, to the cells that are there
+        if any(self._of_sheet(cell, "require_operation") for cell in cells):
             qon_station.start_checks.subscribe(self.came_before, timeout=CHECK_SECONDS)
             self._undo.append(functools.partial(qon_station.start_checks.unsubscribe, self.came_before))
 

@@ -10,7 +10,8 @@ from ..writer.messages import InterruptedUnit
 from .sending import Condition
 from .settings import Settings
 
-SOURCE, INTERRUPTED, WAITING = "results", "results: interrupted", "results: waiting"
+SOURCE, WAITING = "results", "results: waiting"
+INTERRUPTED, ELSEWHERE = "results: interrupted", "results: interrupted elsewhere"
 _MB = 1 << 20
 _SHOWN = 3  # interrupted units a cell
 
@@ -20,7 +21,8 @@ class Telling:
 
     def __init__(self, settings: Settings) -> None:
         self._settings = settings
-        self._interrupted: dict[int, list[InterruptedUnit]] = defaultdict(list)
+        self.cells: set[int] | None = None  # which the station has; None while that is not known
+        self._interrupted: dict[int | None, list[InterruptedUnit]] = defaultdict(list)
 
     def trouble(self, condition: Condition, waits: float) -> str:
         """Why no test may start; "" when one may.  `waits`: seconds since the file should have been open."""
@@ -54,32 +56,35 @@ class Telling:
         notices.status(WAITING, text)
 
     def interrupted(self, units: list[InterruptedUnit]) -> None:
-        """On the bands of their cells."""
+        """On the bands of their cells; on all of them when the station does not have that cell any more."""
         self._interrupted.clear()
         for unit in units:
-            self._interrupted[unit.cell].append(unit)
+            is_here = self.cells is None or unit.cell in self.cells
+            self._interrupted[unit.cell if is_here else None].append(unit)
         for cell, found in list(self._interrupted.items()):  # a test may begin meanwhile
-            names = ", ".join(self._name(unit) for unit in found[-_SHOWN:])
+            names = ", ".join(self._name(unit, cell is None) for unit in found[-_SHOWN:])
             left = len(found) - _SHOWN
             more = _(" and {count} more, all in Test data (F7)").format(count=left) if left > 0 else ""
             text = _("The station went down during these tests; test again: {units}").format(
                 units=names + more
             )
-            notices.post(INTERRUPTED, text, cell)
+            notices.post(ELSEWHERE if cell is None else INTERRUPTED, text, cell)
 
     def seen(self, cell: int) -> int:
         """The operator goes on in this cell; returns up to which seal all was seen."""
-        found = self._interrupted.pop(cell, [])
+        found = self._interrupted.pop(cell, []) + self._interrupted.pop(None, [])
         notices.withdraw(INTERRUPTED, cell)
+        notices.withdraw(ELSEWHERE)
         left = [unit.seal for units in self._interrupted.values() for unit in units]
         return min(left) - 1 if left else max((unit.seal for unit in found), default=0)
 
     def silence(self) -> None:
-        for source in (SOURCE, INTERRUPTED):
+        for source in (SOURCE, INTERRUPTED, ELSEWHERE):
             notices.withdraw(source)
         notices.status(WAITING, "")
 
     @staticmethod
-    def _name(unit: InterruptedUnit) -> str:
+    def _name(unit: InterruptedUnit, with_cell: bool) -> str:
         begin = time.strftime("%Y-%m-%d %H:%M", time.gmtime(unit.begin_us / 1e6 + unit.utc_offset_s))
-        return f"{unit.serial_number or _('no serial number')} ({begin})"
+        where = f"{_('Cell')} {unit.cell}, " if with_cell else ""
+        return f"{unit.serial_number or _('no serial number')} ({where}{begin})"
