@@ -85,13 +85,40 @@ def capability(
 ) -> Capability:
     """Of values in the order in which they were measured."""
     array = numbers(values)
-    whole = Summary.of(array)
-    # The mean of moving ranges knows less than n - 1 values do: about 0.62 of their degrees of freedom.
-    within = indices(
-        whole.mean, moving_range_sigma(array), whole.n, lower, upper, None, confidence, 0.62 * (whole.n - 1)
-    )
+    whole, steps = Summary.of(array), max(array.size - 1, 0)
+    return of_summary(whole, moving_range_sigma(array), steps, 1, lower, upper, confidence)
+
+
+def of_summary(
+    whole: Summary,
+    step_sigma: float,
+    steps: int,
+    streams: int,
+    lower: float | None,
+    upper: float | None,
+    confidence: float = CONFIDENCE,
+) -> Capability:
+    """`step_sigma` is that of so many moving ranges within so many streams (cells, each in its own order)."""
+    freedom = moving_range_freedom(steps, streams)
+    if steps < FEWEST - 1:
+        within = indices(whole.mean, step_sigma, 0 if steps <= 0 else steps + 1, lower, upper)
+    else:
+        within = indices(whole.mean, step_sigma, whole.n, lower, upper, None, confidence, freedom)
     overall = indices(whole.mean, whole.sigma, whole.n, lower, upper, None, confidence)
     return Capability(within.spread, within.nearest, overall.spread, overall.nearest)
+
+
+def moving_range_freedom(steps: int, streams: int = 1) -> float:
+    """Degrees of freedom of the sigma of so many moving ranges: those with which a chi varies as their mean does.
+
+    A range varies by (pi / 2 - 1) of its mean squared; neighbours share a value, which adds (from the bivariate normal
+    distribution with correlation -1/2) 2 (sqrt(3) / 2 + pi / 12 - 1) for each pair.  0.605 of the values in the long run.
+    """
+    if steps < 1:
+        return math.nan
+    pairs = max(steps - streams, 0)
+    varies = steps * (math.pi / 2 - 1) + 2 * pairs * (math.sqrt(3) / 2 + math.pi / 12 - 1)
+    return steps * steps / (2.0 * varies)
 
 
 def share_outside(mean: float, sigma: float, lower: float | None, upper: float | None) -> Estimate:

@@ -16,6 +16,7 @@ from .moments import Summary
 
 FEWEST = 5
 DISCOVERY_RATE = 0.05
+SUSPECT = 0.001  # p-value, shared by an item's cells, below which a cell is no measure for the others
 
 
 @dataclass(frozen=True, slots=True)
@@ -64,15 +65,43 @@ def _of_item(name: str, item: Item) -> list[Difference]:
     values, cells = np.asarray(item.values, dtype=np.float64), np.asarray(item.cells)
     known = np.isfinite(values)
     values, cells = values[known], cells[known]
-    names = np.unique(cells)
-    parts = {cell: Summary.of(values[cells == cell]) for cell in names}
-    found = []
-    for cell in names:
-        others = sum((part for other, part in parts.items() if other != cell), Summary())
-        apart, p = _welch(parts[cell], others)
-        lost = _lost(values[cells == cell], apart.value, item.lower, item.upper)
-        found.append(Difference(name, cell.item(), parts[cell].n, apart, p, math.nan, lost))
-    return found
+    parts = {cell.item(): Summary.of(values[cells == cell]) for cell in np.unique(cells)}
+    return [
+        replace(each, lost=lost(values[cells == each.cell], each.apart.value, item.lower, item.upper))
+        for each in of_summaries(name, parts)
+    ]
+
+
+def of_summaries(name: str, parts: Mapping[Any, Summary]) -> list[Difference]:
+    """Each cell of one item against the others, without those that were found different before it.
+
+    One cell that is far off would else pull the others' mean, and every good cell would differ from that.  At most fewer
+    than half of the cells are left out; `q` is for the whole family to add.
+    """
+    out: set[Any] = set()
+    while True:
+        found = {cell: _against(cell, parts, out) for cell in parts}
+        worst = min(
+            (cell for cell in parts if cell not in out and found[cell][1] < SUSPECT / len(parts)),
+            key=lambda cell: (found[cell][1], -_error_free(found[cell][0])),
+            default=None,
+        )
+        if worst is None or 2 * (len(out) + 1) >= len(parts):
+            return [Difference(name, cell, parts[cell].n, *found[cell]) for cell in parts]
+        out.add(worst)
+
+
+def _against(cell: Any, parts: Mapping[Any, Summary], out: set[Any]) -> tuple[Estimate, float]:
+    others = (part for other, part in parts.items() if other != cell and other not in out)
+    return _welch(parts[cell], sum(others, Summary()))
+
+
+def _error_free(apart: Estimate) -> float:
+    """How many half intervals a difference is long: p-values of many values end at 0 and tell no more."""
+    if apart.value is None or apart.low is None or apart.high is None:
+        return 0.0
+    half = (apart.high - apart.low) / 2
+    return abs(apart.value) / half if half > 0 else 0.0
 
 
 def _welch(own: Summary, others: Summary) -> tuple[Estimate, float]:
@@ -93,7 +122,8 @@ def _welch(own: Summary, others: Summary) -> tuple[Estimate, float]:
     )
 
 
-def _lost(values: Any, apart: float | None, lower: float | None, upper: float | None) -> int:
+def lost(values: Any, apart: float | None, lower: float | None, upper: float | None) -> int:
+    """How many values are outside the limits and would be inside without the difference."""
     if apart is None or (lower is None and upper is None):
         return 0
     low, high = (-math.inf if lower is None else lower), (math.inf if upper is None else upper)
