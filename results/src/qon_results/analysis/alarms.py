@@ -64,8 +64,8 @@ def _width(run_length: float) -> float:
 
 def limit_for(run_length: float) -> float:
     """How far from 0 the average of the scores may go."""
-    # Three digits are more than a run length is known to; few different ones keep the look-up short.
-    rounded = float(f"{min(max(run_length, SHORTEST), RAREST):.3g}")
+    # Two digits are what a run length is known to; few different ones keep the look-up short.
+    rounded = float(f"{min(max(run_length, SHORTEST), RAREST):.2g}")
     return _width(rounded) * math.sqrt(WEIGHT / (2.0 - WEIGHT))
 
 
@@ -77,7 +77,9 @@ def _rarity(level: float) -> float:
 def chances(first: int, count: int, seed: int) -> Floats:
     """Even numbers from 0 to 1 that follow from their places alone, so that a stream can be taken up anywhere."""
     with np.errstate(over="ignore"):
-        x = np.arange(first, first + count, dtype=np.uint64) + np.uint64(seed & 0xFFFFFFFF) * np.uint64(1 << 32)
+        x = np.arange(first, first + count, dtype=np.uint64) + np.uint64(seed & 0xFFFFFFFF) * np.uint64(
+            1 << 32
+        )
         x = (x + np.uint64(1)) * np.uint64(0x9E3779B97F4A7C15)
         x = (x ^ (x >> np.uint64(30))) * np.uint64(0xBF58476D1CE4E5B9)
         x = (x ^ (x >> np.uint64(27))) * np.uint64(0x94D049BB133111EB)
@@ -125,7 +127,9 @@ class Detector:
                 del ranked[bisect.bisect_left(ranked, keys[start])]
                 start += 1
             if abs(level) > limit:
-                alarms.append(_alarm([key[0] for key in keys[start : place + 1]], index, since, level))
+                found = _alarm([key[0] for key in keys[start : place + 1]], index, since, level)
+                if (found.after - found.before) * level > 0:  # else luck among equal values alone
+                    alarms.append(found)
                 ranked, start, level, since, self.began = [], place + 1, 0.0, index + 1, index + 1
         self.count, self.level, self.since = firsts + len(keys), level, since
         self.recent = [key[0] for key in keys[start:]]
@@ -145,7 +149,7 @@ def _alarm(values: list[float], index: int, since: int, level: float) -> Alarm:
         before, after = float(old.mean()), float(new.mean())
     spread = float(np.median(np.abs(old - np.median(old)))) / 0.6744897501960817 or float(old.std())
     apart = (after - before) / spread if spread > 0 else math.copysign(math.inf, level)
-    return Alarm(index, since, level > 0, before, after, apart, _rarity(round(abs(level), 2)))
+    return Alarm(index, since, level > 0, before, after, apart, _rarity(math.floor(abs(level) * 50) / 50))
 
 
 def find(values: ArrayLike, run_length: float, seed: int = 0, window: int = WINDOW) -> list[Alarm]:

@@ -6,7 +6,7 @@ import math
 from dataclasses import dataclass
 
 from numpy.typing import ArrayLike
-from scipy import stats
+from scipy import special
 
 from .charts import moving_range_sigma
 from .figure import CONFIDENCE, Estimate, estimate, nothing, numbers
@@ -127,9 +127,9 @@ def share_outside(mean: float, sigma: float, lower: float | None, upper: float |
         return nothing("no spread to expect anything from")
     share = 0.0
     if lower is not None:
-        share += float(stats.norm.cdf((lower - mean) / sigma))
+        share += float(special.ndtr((lower - mean) / sigma))
     if upper is not None:
-        share += float(stats.norm.sf((upper - mean) / sigma))
+        share += float(special.ndtr((mean - upper) / sigma))
     return estimate(share) if lower is not None or upper is not None else nothing("no limits")
 
 
@@ -142,12 +142,14 @@ def _refusal(sigma: float, n: int) -> str:
 
 
 def _one_limit(value: float, n: int, degrees: float, confidence: float) -> Estimate:
-    reach = stats.norm.ppf(confidence) * math.sqrt(1 / (9 * n) + value * value / (2 * degrees))
+    reach = float(special.ndtri(confidence)) * math.sqrt(1 / (9 * n) + value * value / (2 * degrees))
     return estimate(value, value - reach, value + reach)
 
 
 def _by_chi_square(value: float, degrees: float, confidence: float) -> Estimate:
-    low, high = (float(stats.chi2.ppf((1 + side * confidence) / 2, degrees)) for side in (-1, 1))
+    low, high = (
+        2.0 * float(special.gammaincinv(degrees / 2, (1 + side * confidence) / 2)) for side in (-1, 1)
+    )
     return estimate(value, value * math.sqrt(low / degrees), value * math.sqrt(high / degrees))
 
 

@@ -4,6 +4,7 @@ import argparse
 import os
 import re
 import sys
+from pathlib import Path
 
 from .common import VARIABLE, Complaint
 
@@ -36,6 +37,15 @@ def add(commands: "argparse._SubParsersAction[argparse.ArgumentParser]") -> None
         help="when shifts begin (default: %(default)s)",
     )
     parser.add_argument("--by-operator", action="store_true", help="allow figures by operator")
+    parser.add_argument(
+        "--alarm-budget", metavar="N", type=float, default=1.0,
+        help="false alarms a day that the whole line may cost (default: %(default)g)",
+    )  # fmt: skip
+    parser.add_argument(
+        "--figures", metavar="FOLDER", type=Path,
+        help="where the page keeps its figures and acknowledged alarms (default: beside a station's file, or "
+        "~/.local/share/qon-results for a line)",
+    )  # fmt: skip
     parser.set_defaults(run=run_page)
 
 
@@ -51,7 +61,7 @@ def run_page(given: argparse.Namespace) -> int:
         raise Complaint(f"--shifts is {given.shifts!r}; times like 06:00,14:00,22:00 are expected.") from None
     settings = Settings(
         given.results, given.address, given.port, given.token, tuple(name.lower() for name in given.host), shifts,
-        given.by_operator,
+        given.by_operator, given.alarm_budget, figures=given.figures,
     )  # fmt: skip
     if not re.match(r"postgres(ql)?://|\w+=", given.results) and not os.path.exists(given.results):
         print(

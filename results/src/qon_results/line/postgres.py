@@ -110,6 +110,9 @@ class LineStore(Store):
     def items(self, wanted: Filter = EVERYTHING) -> list[ItemCount]:
         return [ItemCount(*row) for row in self._ask(queries.ITEMS, bound(wanted))]
 
+    def item_names(self) -> list[str]:
+        return [name for (name,) in self._ask(queries.ITEM_NAMES)]
+
     def item(self, name: str, wanted: Filter = EVERYTHING) -> ItemColumns:
         known = self._ask(queries.ITEM_ID, (name,))
         if not known:

@@ -125,6 +125,7 @@ FROM (SELECT m.item, count(*) AS count, count(DISTINCT m.run) AS runs, count(*) 
     + _WANTED
     + "GROUP BY m.item) AS c JOIN qon.item AS i ON i.id = c.item ORDER BY i.name"
 )
+ITEM_NAMES = "SELECT name FROM qon.item ORDER BY name"
 ITEM_ID = "SELECT id FROM qon.item WHERE name = %s"
 ITEM_VALUES = (
     """

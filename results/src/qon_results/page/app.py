@@ -18,17 +18,18 @@ from starlette.responses import Response
 from starlette.routing import Route
 
 from ..store.base import TooSlow
-from . import line, unit, units, yields
+from . import alarms, cells, item, items, line, unit, units, yields
 from .guard import Guard
 from .history import History
 from .pool import Busy, Pool, Unavailable
+from .rollups.keeper import Keeper
 from .settings import Settings
 from .view import BadInput, NotThere, View, error_page, template_environment
 
 log = logging.getLogger(__name__)
 
 # In the order of the navigation.  Each has ROUTES and PAGE (path, title), or None for what is reached from others.
-PAGES = (line, units, unit, yields)
+PAGES = (line, units, unit, yields, items, item, cells, alarms)
 
 _STATIC = Path(__file__).with_name("static")
 _KINDS = {".js": "text/javascript", ".css": "text/css", ".svg": "image/svg+xml"}
@@ -66,6 +67,7 @@ def application(settings: Settings) -> Starlette:
     app.state.settings = settings
     app.state.pool = Pool(settings.where, settings.stores, settings.seconds)
     app.state.history = History()
+    app.state.figures = Keeper(settings)
     app.state.templates = template_environment()
     app.state.templates.globals.update(static=files.address, clock=line.clock)
     app.state.pages = [page.PAGE for page in PAGES if page.PAGE]

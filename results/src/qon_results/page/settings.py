@@ -3,6 +3,7 @@
 import datetime
 import ipaddress
 from dataclasses import dataclass, field
+from pathlib import Path
 
 PORT = 8480
 LOOPBACK_NAMES = ("localhost", "127.0.0.1", "[::1]")
@@ -15,6 +16,8 @@ class Settings:
 
     token: what a browser has to show once; "" for none.  hosts: names under which a proxy is reached.
     shifts: when they begin, local time.  by_operator: whether figures may be told apart by person.
+    alarm_budget: false alarms of the whole line and day.  figures: the folder of the file with figures, by default beside
+    a station's file.
     """
 
     where: str
@@ -24,6 +27,8 @@ class Settings:
     hosts: tuple[str, ...] = ()
     shifts: tuple[datetime.time, ...] = SHIFTS
     by_operator: bool = False
+    alarm_budget: float = 1.0
+    figures: Path | None = field(default=None, kw_only=True)
     stores: int = field(default=4, kw_only=True)
     seconds: float = field(default=5.0, kw_only=True)  # that a question may take
 
@@ -35,6 +40,10 @@ class Settings:
             )
         if self.token and len(self.token) < 8:
             raise ValueError("The token has fewer than 8 characters; it would be guessed.")
+        if not 0 < self.alarm_budget <= 1000:
+            raise ValueError(
+                f"--alarm-budget is {self.alarm_budget:g}; more than 0 and at most 1000 a day are allowed."
+            )
         if not self.shifts:
             raise ValueError("No shift is named; one begin is needed at least, like 06:00.")
 

@@ -58,8 +58,13 @@ def template_environment() -> jinja2.Environment:
         lstrip_blocks=True,
     )
     environment.globals.update(LANGUAGES=LANGUAGES, ROWS_MOST=ROWS_MOST)
-    environment.filters.update(shown=tables.shown, duration=tables.duration)
+    environment.filters.update(shown=tables.shown, duration=tables.duration, pairs=_pairs)
     return environment
+
+
+def _pairs(values: Sequence[str]) -> list[tuple[str, str]]:
+    """Choices that are called what they are."""
+    return [(value, value) for value in values]
 
 
 def _final(value: Any) -> Any:

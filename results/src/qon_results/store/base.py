@@ -212,6 +212,10 @@ class Store(ABC):
         """The items of these runs by name.  Without a filter it is counted item by item, else run by run."""
 
     @abstractmethod
+    def item_names(self) -> list[str]:
+        """All that were ever measured, by name."""
+
+    @abstractmethod
     def item(self, name: str, wanted: Filter = EVERYTHING) -> ItemColumns:
         """One item's values as arrays; KeyError when no run has it."""
 

@@ -121,6 +121,7 @@ CROSS JOIN item AS i ON i.id = m.item
     + "GROUP BY i.id ORDER BY i.name"
 )
 
+ITEM_NAMES = "SELECT name FROM item ORDER BY name"
 ITEM_ID = "SELECT id FROM item WHERE name = ?"
 # Few numbers a row: value (infinity where there is none), then verdict, kind, attempt and criterion in one.
 ITEM_VALUES = """

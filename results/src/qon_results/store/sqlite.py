@@ -135,6 +135,9 @@ class SqliteStore(Store):
             key=lambda one: one.name,
         )
 
+    def item_names(self) -> list[str]:
+        return [name for (name,) in self._ask(queries.ITEM_NAMES)]
+
     def item(self, name: str, wanted: Filter = EVERYTHING) -> ItemColumns:
         known = self._ask(queries.ITEM_ID, (name,))
         if not known:
