@@ -16,7 +16,7 @@ from ..store.base import PRODUCTION, Filter, Store
 from .charts import Chart
 from .item import COLUMNS, INK, _local, decimated
 from .items import asked, cell_name, item_address, station_names
-from .rollups.file import Rollups, Stream
+from .rollups.file import ALARMS, Rollups, Stream
 from .rollups.keeper import Keeper
 from .rollups.making import is_number
 from .rollups.watching import ITEM, TIME, YIELD
@@ -111,7 +111,8 @@ async def alarms(request: Request) -> Response:
     wanted = view.filter("30d", None)
     open_only = view.choice("show", ("open", "all"), "open") == "open"
     found = await asked(
-        view, lambda keeper, file: (found_alarms(file, wanted.since_us, wanted.until_us), file.progress())
+        view,
+        lambda keeper, file: (found_alarms(file, wanted.since_us, wanted.until_us), file.progress(ALARMS)),
     )
     known, progress = found or ([], 0.0)
     names = await view.pool.ask(station_names)

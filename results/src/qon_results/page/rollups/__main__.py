@@ -15,7 +15,7 @@ import apsw
 import qon_results
 
 from .file import Rollups
-from .making import update
+from .making import update, watch
 
 log = logging.getLogger("qon_results.page.rollups")
 EVERY_SECONDS = 2.0
@@ -44,7 +44,7 @@ def _follow(where: str, path: Path, budget: float, ended: threading.Event) -> No
         try:
             file.begin(where)
             while not ended.is_set():
-                while update(store, file, budget) and not ended.is_set():
+                while not ended.is_set() and (update(store, file) or watch(store, file, budget)):
                     pass
                 ended.wait(EVERY_SECONDS)
         finally:

@@ -23,6 +23,7 @@ from ...store.base import Filter
 VERSION = 1
 APPLICATION_ID = 0x516F6E50  # "QonP"
 FILE_NAME = "results.rollup.db"
+PARTS, ALARMS = "parts", "alarms"  # tasks
 _SCHEMA = Path(__file__).with_name("schema.sql")
 _MADE = ("stream", "item", "part", "outside", "position", "seen", "progress", "watch", "alarm", "about")
 _COLUMNS = ", ".join(PART.names or ())
@@ -118,9 +119,9 @@ class Rollups:
         """Changes with every change of the file by another connection."""
         return int(self.connection.pragma("data_version"))
 
-    def progress(self) -> float:
-        """Of the results, how much is in here: from 0 to 1."""
-        return float(next(self.rows("SELECT done FROM progress"), (0.0,))[0])
+    def progress(self, task: str = PARTS) -> float:
+        """Of the results, how much this task has taken in: from 0 to 1."""
+        return float(next(self.rows("SELECT done FROM progress WHERE task = ?", (task,)), (0.0,))[0])
 
     def streams(self, wanted: Filter | None = None) -> dict[int, Stream]:
         found = {

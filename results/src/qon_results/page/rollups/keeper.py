@@ -84,7 +84,7 @@ class Keeper:
     def kept(self, file: Rollups, key: tuple[object, ...], make: Callable[[], Answer]) -> Answer:
         """An answer is good until the figures change; what is asked again and again is found once."""
         ((at, seals),) = file.rows(
-            "SELECT coalesce(max(at_us), 0), (SELECT coalesce(sum(seal), 0) FROM position) FROM progress"
+            "SELECT coalesce(max(at_us), 0), (SELECT coalesce(sum(seal), 0) FROM position WHERE task = 'parts') FROM progress WHERE task = 'parts'"
         )
         with self._lock:
             if self._state != (at, seals):

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import time
 import uuid
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
 from dataclasses import dataclass
 
 import numpy as np
@@ -13,11 +13,14 @@ from numpy.typing import NDArray
 from ...analysis.parts import PART, Parts, chained, near
 from ...records import Kind, Outcome, Verdict
 from ...store.base import Filter, ItemColumns, Sealed, Store
-from .file import Rollups, local_days
+from .file import ALARMS, PARTS, Rollups, local_days
 from .watching import Watcher
 
-MOST_SEALS = 20_000  # a step: what one transaction takes in
+MOST_SEALS = {PARTS: 100_000, ALARMS: 2_000}  # a step: what one transaction takes in
 _US_A_DAY = 86_400_000_000
+
+
+StreamKey = tuple[uuid.UUID, int, str, str, str]
 
 
 @dataclass
@@ -30,59 +33,114 @@ class Runs:
     unit: list[str]
 
 
-def update(
-    store: Store, file: Rollups, budget: float = 1.0, told: Callable[[float], None] = lambda _: None
-) -> bool:
-    """Take in what was sealed since; False when there was nothing.  Whole or not at all."""
-    positions = {uuid.UUID(bytes=id): seal for id, seal in file.rows("SELECT station, seal FROM position")}
-    sealed = store.sealed(positions, MOST_SEALS)
+def update(store: Store, file: Rollups) -> bool:
+    """Take in what was measured in the runs that were sealed since; False when there was nothing.  Whole or not at all."""
+    sealed = _sealed(store, file, PARTS)
     if not sealed:
         return False
-    fresh = _fresh(file, sealed)
     with file.connection:
+        fresh = [
+            run
+            for run in _once(sealed)
+            if not _known(file, "SELECT 1 FROM seen WHERE station = ? AND run = ?", run)
+        ]
         runs = _runs(file, fresh)
-        if runs:
-            _take(store, file, fresh, runs, budget, told)
-        for run in sealed:
-            positions[run.station] = max(run.seal, positions.get(run.station, 0))
-        file.connection.executemany(
-            "INSERT OR REPLACE INTO position VALUES (?, ?)",
-            [(id.bytes, seal) for id, seal in positions.items()],
-        )
-        _note_progress(store, file, positions)
+        for name, columns in _measured(store, fresh):
+            _take_item(file, name, columns, runs)
+        _note(store, file, PARTS, sealed)
     return True
 
 
-def _note_progress(store: Store, file: Rollups, positions: dict[uuid.UUID, int]) -> None:
-    newest = store.newest_seals()
-    whole = sum(newest.values())
-    done = sum(positions.get(id, 0) for id in newest) / whole if whole else 1.0
-    file.connection.execute("DELETE FROM progress")
-    file.connection.execute("INSERT INTO progress VALUES (?, ?)", (min(done, 1.0), time.time_ns() // 1000))
+def watch(store: Store, file: Rollups, budget: float = 1.0) -> bool:
+    """Look for alarms in runs whose values were taken in; False when there was nothing to look at."""
+    sealed = _sealed(store, file, ALARMS)
+    if not sealed:
+        return False
+    query = "SELECT 1 FROM seen WHERE station = ? AND run = ? AND NOT watched"
+    with file.connection:
+        fresh = [run for run in _once(sealed) if _known(file, query, run)]
+        if fresh:
+            runs, watcher = _by_station(fresh, _stream_ids(file)), Watcher(file, fresh, budget)
+            for name, columns in _measured(store, fresh):
+                stream, _, _ = _joined(columns, runs)
+                chosen = (stream >= 0) & is_number(columns) & np.isfinite(columns.value)
+                watcher.item(
+                    _item(file, name, ""),
+                    name,
+                    stream[chosen],
+                    columns.value[chosen],
+                    columns.time_us[chosen],
+                )
+            watcher.runs(fresh)
+            file.connection.executemany(
+                "UPDATE seen SET watched = 1 WHERE station = ? AND run = ?",
+                [(run.station.bytes, run.number) for run in fresh],
+            )
+        _note(store, file, ALARMS, sealed)
+    return True
 
 
-def _fresh(file: Rollups, sealed: list[Sealed]) -> list[Sealed]:
-    """Each run once: a correction seals it again and changes nothing of what was measured."""
-    first: dict[tuple[uuid.UUID, int], Sealed] = {}
-    for run in sealed:
-        first.setdefault((run.station, run.number), run)
-    found = []
-    for (station, number), run in first.items():
-        if run.outcome == Outcome.RUNNING:
-            continue
-        if not next(
-            file.rows("SELECT 1 FROM seen WHERE station = ? AND run = ?", (station.bytes, number)), None
-        ):
-            found.append(run)
+def _sealed(store: Store, file: Rollups, task: str) -> list[Sealed]:
+    rows = file.rows("SELECT station, seal FROM position WHERE task = ?", (task,))
+    positions = {uuid.UUID(bytes=id): seal for id, seal in rows}
+    found = store.sealed(positions, MOST_SEALS[task])
+    if task == ALARMS:  # never ahead of the parts
+        limits = dict(file.rows("SELECT station, seal FROM position WHERE task = ?", (PARTS,)))
+        found = [run for run in found if run.seal <= limits.get(run.station.bytes, 0)]
     return found
 
 
-def _runs(file: Rollups, fresh: list[Sealed]) -> dict[uuid.UUID, Runs]:
-    streams = {
+def _note(store: Store, file: Rollups, task: str, sealed: list[Sealed]) -> None:
+    last: dict[uuid.UUID, int] = {}
+    for run in sealed:
+        last[run.station] = max(run.seal, last.get(run.station, 0))
+    file.connection.executemany(
+        "INSERT OR REPLACE INTO position VALUES (?, ?, ?)",
+        [(task, id.bytes, seal) for id, seal in last.items()],
+    )
+    whole = sum(store.newest_seals().values())
+    ((done,),) = file.rows("SELECT sum(seal) FROM position WHERE task = ?", (task,))
+    file.connection.execute(
+        "INSERT OR REPLACE INTO progress VALUES (?, ?, ?)",
+        (task, min(1.0, done / whole) if whole else 1.0, time.time_ns() // 1000),
+    )
+
+
+def _once(sealed: list[Sealed]) -> list[Sealed]:
+    """Each run once: a correction seals it again and changes nothing of what was measured."""
+    first: dict[tuple[uuid.UUID, int], Sealed] = {}
+    for run in sealed:
+        if run.outcome != Outcome.RUNNING:
+            first.setdefault((run.station, run.number), run)
+    return list(first.values())
+
+
+def _known(file: Rollups, query: str, run: Sealed) -> bool:
+    return next(file.rows(query, (run.station.bytes, run.number)), None) is not None
+
+
+def _measured(store: Store, fresh: list[Sealed]) -> Iterator[tuple[str, ItemColumns]]:
+    """Item after item of a time that holds all these runs, and maybe others."""
+    if not fresh:
+        return
+    begins = [run.begin_us for run in fresh]
+    wanted = Filter(since=min(begins), until=max(begins) + 1)
+    for name in store.item_names():
+        columns = store.item(name, wanted)
+        if len(columns.run):
+            yield name, columns
+
+
+def _stream_ids(file: Rollups) -> dict[StreamKey, int]:
+    return {
         (each.station, each.cell, each.product, each.operation, each.purpose): id
         for id, each in file.streams().items()
     }
-    rows: dict[uuid.UUID, list[tuple[int, int, int, str]]] = {}
+
+
+def _runs(file: Rollups, fresh: list[Sealed]) -> dict[uuid.UUID, Runs]:
+    """The runs noted as seen, and with streams of their own where these are new."""
+    streams = _stream_ids(file)
     for run in fresh:
         key = run.station, run.cell, run.product, run.operation, run.purpose
         if key not in streams:
@@ -90,43 +148,30 @@ def _runs(file: Rollups, fresh: list[Sealed]) -> dict[uuid.UUID, Runs]:
             file.connection.execute(
                 "INSERT INTO stream VALUES (?, ?, ?, ?, ?, ?)", (streams[key], key[0].bytes, *key[1:])
             )
-        unit = run.serial_number or f"#{run.number}"
-        rows.setdefault(run.station, []).append((run.number, streams[key], run.begin_us, unit))
     file.connection.executemany(
-        "INSERT INTO seen VALUES (?, ?, ?)", [(run.station.bytes, run.number, run.first) for run in fresh]
+        "INSERT INTO seen (station, run, first) VALUES (?, ?, ?)",
+        [(run.station.bytes, run.number, run.first) for run in fresh],
     )
+    return _by_station(fresh, streams)
+
+
+def _by_station(fresh: list[Sealed], streams: dict[StreamKey, int]) -> dict[uuid.UUID, Runs]:
+    rows: dict[uuid.UUID, list[tuple[int, int, int, str]]] = {}
+    for run in fresh:
+        stream = streams[run.station, run.cell, run.product, run.operation, run.purpose]
+        unit = run.serial_number or f"#{run.number}"
+        rows.setdefault(run.station, []).append((run.number, stream, run.begin_us, unit))
     found = {}
     for station, each in rows.items():
         each.sort()
-        number, stream, begin = (np.array(column, np.int64) for column in list(zip(*each, strict=True))[:3])
-        found[station] = Runs(number, stream, begin, [row[3] for row in each])
+        number, stream_of, begin = (
+            np.array(column, np.int64) for column in list(zip(*each, strict=True))[:3]
+        )
+        found[station] = Runs(number, stream_of, begin, [row[3] for row in each])
     return found
 
 
-def _take(
-    store: Store,
-    file: Rollups,
-    fresh: list[Sealed],
-    runs: dict[uuid.UUID, Runs],
-    budget: float,
-    told: Callable[[float], None],
-) -> None:
-    since = min(int(each.begin.min()) for each in runs.values())
-    until = max(int(each.begin.max()) for each in runs.values()) + 1
-    wanted = Filter(since=since, until=until)
-    watcher = Watcher(file, fresh, budget)
-    names = store.item_names()
-    for place, name in enumerate(names):
-        columns = store.item(name, wanted)
-        if len(columns.run):
-            _take_item(file, name, columns, runs, watcher)
-        told((place + 1) / len(names))
-    watcher.runs(fresh)
-
-
-def _take_item(
-    file: Rollups, name: str, columns: ItemColumns, runs: dict[uuid.UUID, Runs], watcher: Watcher
-) -> None:
+def _take_item(file: Rollups, name: str, columns: ItemColumns, runs: dict[uuid.UUID, Runs]) -> None:
     stream, begin, unit = _joined(columns, runs)
     mine = stream >= 0
     if not mine.any():
@@ -135,12 +180,10 @@ def _take_item(
     day = np.zeros(len(begin), np.int64)
     day[mine] = local_days(begin[mine])
     parts = parts_of(columns, item, stream, day)
-    known = []
-    for each in np.unique(parts["stream"]).tolist():
-        days = parts["day"][parts["stream"] == each]
-        known.append(file.parts([each], int(days.min()), int(days.max()) + 1, item))
+    days = parts["day"]
+    known = file.parts(np.unique(parts["stream"]).tolist(), int(days.min()), int(days.max()) + 1, item)
     # What is known stands before what is new.
-    file.write_parts(chained(np.concatenate([*known, parts])))
+    file.write_parts(chained(np.concatenate([known, parts])))
     ng = np.flatnonzero(mine & (columns.verdict == Verdict.NG) & np.isfinite(columns.value))
     rows = [
         (item, int(stream[i]), int(day[i]), unit(i), float(columns.value[i]), _or_none(columns.lower[i]),
@@ -148,8 +191,6 @@ def _take_item(
         for i in ng.tolist()
     ]  # fmt: skip
     file.connection.executemany("INSERT INTO outside VALUES (?, ?, ?, ?, ?, ?, ?)", rows)
-    numeric = mine & is_number(columns) & np.isfinite(columns.value)
-    watcher.item(item, name, stream[numeric], columns.value[numeric], columns.time_us[numeric])
 
 
 def _or_none(value: float) -> float | None:

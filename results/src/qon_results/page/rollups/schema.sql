@@ -30,11 +30,12 @@ CREATE TABLE outside (
 );
 CREATE INDEX outside_item ON outside (item, stream, day);
 
--- Up to which seal of each station everything is in here, and which runs (a correction seals a run
+-- Up to which seal of each station each task has taken in everything ('parts', 'alarms'), and which runs (a correction seals a run
 -- again); first: no earlier run of its unit came to a verdict.
-CREATE TABLE position (station BLOB NOT NULL PRIMARY KEY, seal INTEGER NOT NULL) WITHOUT ROWID;
-CREATE TABLE seen (station BLOB NOT NULL, run INTEGER NOT NULL, first INTEGER NOT NULL, PRIMARY KEY (station, run)) WITHOUT ROWID;
-CREATE TABLE progress (done REAL NOT NULL, at_us INTEGER NOT NULL);
+CREATE TABLE position (task TEXT NOT NULL, station BLOB NOT NULL, seal INTEGER NOT NULL, PRIMARY KEY (task, station)) WITHOUT ROWID;
+CREATE TABLE seen (station BLOB NOT NULL, run INTEGER NOT NULL, first INTEGER NOT NULL,
+                   watched INTEGER NOT NULL DEFAULT 0, PRIMARY KEY (station, run)) WITHOUT ROWID;
+CREATE TABLE progress (task TEXT NOT NULL PRIMARY KEY, done REAL NOT NULL, at_us INTEGER NOT NULL) WITHOUT ROWID;
 
 CREATE TABLE watch (kind TEXT NOT NULL, item INTEGER NOT NULL, stream INTEGER NOT NULL, state BLOB NOT NULL,
                     PRIMARY KEY (kind, item, stream)) WITHOUT ROWID;
