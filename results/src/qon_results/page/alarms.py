@@ -223,7 +223,7 @@ def alarm_chart(view: View, store: Store, each: Found) -> Chart:
         )  # fmt: skip
     lines = [
         {"type": "line", "x0": _local(us), "x1": _local(us), "y0": 0, "y1": 1, "yref": "paper",
-         "line": {"color": color, "width": 2, "dash": "dot"}, "label": {"text": text, "textposition": "start"}}
+         "line": {"color": color, "width": 2, "dash": "dot"}, "label": {"text": text, "textposition": "end"}}
         for us, color, text in ((each.since_us, "#55626F", _("since")), (each.at_us, "#C4202B", _("found")))
     ]  # fmt: skip
     layout = {

@@ -130,7 +130,8 @@ def items_table(view: View, rows: list[ItemRow], names: dict[uuid.UUID, str]) ->
             "σ, Pp and Ppk by all values, Cp and Cpk by the steps from one value of a cell to its next; intervals hold with 95 %. "
             "Limits: those of the newest value. Outside: judged NG, of all that were judged. Near: inside by less than a tenth "
             "of the distance of the limits. Drift: along a straight line within each cell, over the whole time, in sigmas; empty "
-            "where its interval holds 0. Every measured value counts, repeats too."
+            "where its interval holds 0. Worst cell: the farthest from the others, certain or not. Every measured value counts, "
+            "repeats too."
         ),
     )  # fmt: skip
 
