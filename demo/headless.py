@@ -88,6 +88,7 @@ class HeadlessStation(DemoStation):
         yield from self._tour()
         print(f"screenshots: {self._output}")
         print(f"results: .venv/bin/qon-results units --results {self._output / 'results'}")
+        print(f"in a browser: .venv/bin/qon-results page --results {self._output / 'results'}")
         if self._uncaught:
             raise StationStuck(f"uncaught: {'; '.join(self._uncaught)}")
         self._exit_code = 1 if wrong else 0

@@ -153,7 +153,7 @@ async def line(request: Request) -> Response:
         _("Line"),
         [_table(view, cells)],
         tiles=hub.tiles(view.language),
-        columns=max(1, math.ceil(math.sqrt(len(cells) * 1.6))),
+        columns=columns_of(len(cells)),
         now=round(time.time() * 1000),
     )
 
@@ -185,6 +185,12 @@ async def events(request: Request) -> Response:
         raise HTTPException(503, view.gettext("Too many pages are open."))
     headers = {"Cache-Control": "no-store", "X-Accel-Buffering": "no"}
     return StreamingResponse(hub.listen(view.language), media_type="text/event-stream", headers=headers)
+
+
+def columns_of(cells: int) -> int:
+    """On a wall screen: tiles wider than high, and as few empty places as can be."""
+    about = max(2, math.ceil(math.sqrt(cells * 1.6)))
+    return min((about, about - 1, about + 1), key=lambda columns: -cells % columns)
 
 
 def clock(us: int) -> str:

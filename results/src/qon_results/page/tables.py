@@ -20,7 +20,8 @@ RIGHT = frozenset(("count", "number", "percent", "duration"))
 class Column:
     """`name` heads the column of a download, `title` that on the page.
 
-    kind: text, count, number, percent (of a share from 0 to 1), duration (of microseconds), time (of a `When`), outcome.
+    kind: text, count, number, percent (of a share from 0 to 1), duration (of microseconds), time (of a `When`), outcome,
+    hidden (only in downloads).
     """
 
     name: str
@@ -63,6 +64,11 @@ class Table:
     note: str = ""
     sortable: bool = False
     marks: dict[int, str] = field(default_factory=dict)
+
+    def visible(self, row: Sequence[Any]) -> list[tuple[Column, Any]]:
+        """What stands on the page of a row."""
+        pairs = zip(self.columns, row, strict=True)
+        return [(column, value) for column, value in pairs if column.kind != "hidden"]
 
     def sorted_by(self, wanted: str) -> "Table":
         """`wanted` is a column's name, with "-" before it for the largest first; what is empty comes last."""

@@ -62,7 +62,7 @@ def _table(view: View, found: list[list[Run]], wanted: set[str]) -> Table:
         Column("begin", _("Begin"), "time"), Column("outcome", _("Outcome"), "outcome"), Column("reason", _("Why")),
         Column("duration", _("Lasted"), "duration"), Column("place", _("Place")), Column("product", _("Product")),
         Column("operation", _("Operation")), Column("purpose", _("Purpose")), Column("batch", _("Batch")),
-        Column("operator", _("Operator")), Column("id", _("Run")),
+        Column("operator", _("Operator")), Column("id", "", "hidden"),
     ]  # fmt: skip
     rows: list[tuple[object, ...]] = []
     marks: dict[int, str] = {}
@@ -73,7 +73,7 @@ def _table(view: View, found: list[list[Run]], wanted: set[str]) -> Table:
                 (
                     Link(run.serial_number or _("without a number"), f"/unit/{run.id}"), number,
                     When(run.begin_us, run.utc_offset_s), str(run.outcome), run.reason or run.first_ng, run.duration_us,
-                    place_of(view, run), run.product, run.operation, run.purpose, run.batch, run.operator, str(run.id)[:13],
+                    place_of(view, run), run.product, run.operation, run.purpose, run.batch, run.operator, str(run.id),
                 )
             )  # fmt: skip
             if run.id.hex not in wanted:

@@ -14,7 +14,7 @@ function tick() {
   for (const left of document.querySelectorAll("[data-until]")) {
     const seconds = Math.round((Number(left.dataset.until) - Date.now() - ahead) / 1000);
     const text = `${Math.floor(Math.abs(seconds) / 60)}:${String(Math.abs(seconds) % 60).padStart(2, "0")}`;
-    left.querySelector("b").textContent = seconds < 0 ? `${text} ${cells.dataset.overdue}` : text;
+    left.textContent = `${seconds < 0 ? left.dataset.over : left.dataset.left} ${text}`;
   }
 }
 
