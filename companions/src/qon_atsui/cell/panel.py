@@ -97,6 +97,7 @@ class Cell(wx.Panel):
         bind(self, self._ui_pages.browse, wx.EVT_BUTTON, "on_browse_script")
         self.ui_refresh_timer.before = self._ui_look_for_abort
         self.ui_start.changed = self._ui_start_changed
+        self.Bind(wx.EVT_CHAR_HOOK, self._ui_on_mnemonic)
         self.ui_serial_number.after_typing = self.ui_start
         self.ui_serial_number.changed = self._ui_serial_changed
         self.ui_serial_number.switched = self._ui_entry_switched
@@ -124,6 +125,18 @@ class Cell(wx.Panel):
         if busy != self._ui_can_abort:
             self._ui_can_abort = busy
             self.ui_abort.Enable(busy)
+
+    def _ui_on_mnemonic(self, event: wx.KeyEvent) -> None:
+        """Alt and a letter press the button of the cell that has the keyboard; GTK would only walk from cell to cell."""
+        key = chr(event.GetUnicodeKey() or 0).upper()
+        for button in (self.ui_start, self.ui_abort, self._ui_details_button):
+            shown = wx.Control.GetLabel(button).upper()
+            if event.AltDown() and f"&{key}" in shown and button.IsEnabled() and button.IsShown():
+                press = wx.CommandEvent(wx.EVT_BUTTON.typeId, button.GetId())
+                press.SetEventObject(button)
+                wx.PostEvent(button, press)
+                return
+        event.Skip()
 
     def _ui_start_changed(self, label: str) -> None:
         """Only the test itself can pause: what is called Pause does nothing."""
