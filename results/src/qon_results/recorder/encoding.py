@@ -1,9 +1,12 @@
 """Assertions as messages: column by column, which takes about a microsecond each."""
 
-from collections.abc import Sequence
+from collections.abc import Callable, Sequence
+from itertools import repeat
+from operator import attrgetter, methodcaller
 from typing import Any
 
 import msgspec
+import qon_ats
 
 from ..writer.messages import Message, Rows, RunId
 from .odd import PLAIN, asked, clean, kept, moment, represented
@@ -14,6 +17,12 @@ NAME_LIMIT = 500  # characters
 _FLOATS = frozenset((float, type(None)))
 _encoder = msgspec.msgpack.Encoder()
 _INT64 = 1 << 63
+
+_Field = Callable[[Any], Any]
+_Own = qon_ats.Assertion  # whose records are read without looking up each name each time
+_PROPERTIES = ("name", "value", "lower", "upper", "unit", "assert_time", "report_needed")
+_METHODS = ("get_result_as_bool", "get_elapse_time")
+_ANY: list[_Field] = [*map(attrgetter, _PROPERTIES), *map(methodcaller, _METHODS)]
 
 
 def encoded(
@@ -54,23 +63,26 @@ def microseconds(seconds: float) -> int:
 
 
 def _columns(run: RunId, start: int, chunk: Sequence[Any], categories: dict[int, list[str]]) -> Rows:
-    tries = [getattr(one, "attempt", 1) for one in chunk]
+    tries = list(map(getattr, chunk, repeat("attempt"), repeat(1)))
     retried = (
         [place for place, tried in enumerate(tries) if tried != 1] if tries.count(1) < len(tries) else ()
+    )
+    names, values, lowers, uppers, units, times, reports, verdicts, elapsed = (
+        list(map(field, chunk)) for field in _fields(chunk)
     )
     return Rows(
         run,
         start,
         False,
-        [one.name for one in chunk],
-        _values(chunk),
-        [one.lower for one in chunk],
-        [one.upper for one in chunk],
-        [one.unit for one in chunk],
-        [one.get_result_as_bool() for one in chunk],
-        [one.assert_time for one in chunk],
-        [one.get_elapse_time() for one in chunk],
-        [one.report_needed for one in chunk],
+        names,
+        _told_apart(chunk, values),
+        lowers,
+        uppers,
+        units,
+        verdicts,
+        times,
+        elapsed,
+        reports,
         {place: tries[place] for place in retried},
         {place: _earlier(chunk[place]) for place in retried if hasattr(chunk[place], "earlier_values")},
         {place: categories[id(one)] for place, one in enumerate(chunk) if id(one) in categories}
@@ -79,10 +91,16 @@ def _columns(run: RunId, start: int, chunk: Sequence[Any], categories: dict[int,
     )
 
 
-def _values(chunk: Sequence[Any]) -> list[Any]:
-    values = [one.value for one in chunk]
+def _fields(chunk: Sequence[Any]) -> list[_Field]:
+    """How the columns are read."""
+    if set(map(type, chunk)) != {_Own}:
+        return _ANY
+    return [getattr(_Own, name).fget for name in _PROPERTIES] + [getattr(_Own, name) for name in _METHODS]
+
+
+def _told_apart(chunk: Sequence[Any], values: list[Any]) -> list[Any]:
     if "" in values:
-        values = [
+        return [
             _none_or_empty(one) if value == "" else value for one, value in zip(chunk, values, strict=True)
         ]
     return values
@@ -116,7 +134,8 @@ def _is_plain(rows: Rows) -> bool:
         or not set(map(type, rows.units)) <= {str, type(None)}
     ):
         return False
-    return max(map(len, rows.names)) <= NAME_LIMIT and "\0" not in "".join(rows.names)
+    names = set(rows.names)
+    return max(map(len, names)) <= NAME_LIMIT and "\0" not in "".join(names)
 
 
 def _one_by_one(run: RunId, start: int, chunk: Sequence[Any], categories: dict[int, list[str]]) -> Rows:

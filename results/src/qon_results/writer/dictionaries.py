@@ -19,6 +19,7 @@ from .messages import Begin, Odd, SetupContents
 MOST_CRITERIA = 200_000
 MOST_ITEMS = 1_000_000
 
+Column: TypeAlias = list[Any]
 CriterionKey: TypeAlias = tuple[Any, ...]
 Criterion: TypeAlias = tuple[int, msgspec.Raw]  # its number, and its fields as they are hashed
 
@@ -97,7 +98,7 @@ class Dictionaries:
                 lowers, uppers, units, reports, repeat(()), map(type, lowers), map(type, uppers), strict=False
             )
             known = self._criteria
-            found = [known[key] for key in keys]
+            found = list(map(known.__getitem__, keys))
         except (KeyError, TypeError):
             found = [self.criterion(*row, ()) for row in zip(lowers, uppers, units, reports, strict=True)]
         for place, names in categories.items():
@@ -108,7 +109,7 @@ class Dictionaries:
         """The items' numbers; what is new to the plan is noted there."""
         known = self._items
         try:
-            found = [known[name] for name in names]
+            found = list(map(known.__getitem__, names))
         except KeyError:
             found = [self._item(name) for name in names]
         planned = self._plan(plan)
@@ -202,3 +203,29 @@ def plain_value(value: Any) -> tuple[int, float | None, str | None, int | None]:
     if kind is int:
         return _INTEGER, float(value), None if int(float(value)) == value else str(value), None
     return _TEXT, None, value, None
+
+
+_KINDS = {float: _NUMBER, str: _TEXT, bool: _BOOL, type(None): _NOTHING}
+
+
+def plain_values(values: list[Any]) -> tuple[Column, Column, Column, Column] | None:
+    """`plain_value` of each, column by column; None where there are others than finite floats, texts and bools."""
+    types = list(map(type, values))
+    kinds = set(types)
+    if not kinds <= _KINDS.keys():
+        return None
+    numbers: Column = [None] * len(values)
+    if float in kinds:
+        if kinds == {float}:
+            numbers = [value + 0.0 for value in values]
+        else:
+            numbers = [value + 0.0 if kind is float else None for kind, value in zip(types, values, strict=True)]
+        if not all(map(math.isfinite, filter(None, numbers))):
+            return None
+    texts, truths = (
+        [one(value) if kind is one else None for kind, value in zip(types, values, strict=True)]
+        if one in kinds
+        else [None] * len(values)
+        for one in (str, bool)
+    )
+    return list(map(_KINDS.__getitem__, types)), numbers, texts, [None if t is None else int(t) for t in truths]

@@ -1,12 +1,12 @@
 """Runs on their way into the file: begin, measurements, seal.  Each step may come again and is kept once."""
 
-import math
 from dataclasses import dataclass
 from itertools import repeat
 from typing import Any
 
 import apsw
 import msgspec
+import numpy as np
 
 from ..records import Kind, Outcome
 from ..store import queries
@@ -14,12 +14,12 @@ from ..store.file import ask
 from ..store.hashing import RecordHash, next_chain
 from ..store.verify import correction_hash, finish, record_hash
 from .chain import ChainEnd
-from .dictionaries import Criterion, Dictionaries, plain_value
+from .dictionaries import Column, Criterion, Dictionaries, plain_value, plain_values
 from .messages import Attach, Begin, End, Happened, InterruptedUnit, Odd, Rows, RunId, UsedInstrument
 
-_NUMBER = Kind.NUMBER.value
 _VERDICTS = {False: 0, True: 1, None: 2}
 _MOST_US = 1 << 53
+_MOST_SECONDS = 1e10
 
 _INSERT_RUN = """
 INSERT INTO run (number, id, setup, plan, cell, scanned, product, operation, purpose, operator, batch, serial_number,
@@ -130,7 +130,7 @@ class Runs:
             rows.lowers, rows.uppers, rows.units, rows.reports, rows.categories
         )
         kinds, numbers, texts, truths = self._values(live, rows)
-        verdicts = [_VERDICTS[verdict] for verdict in rows.verdicts]
+        verdicts = list(map(_VERDICTS.__getitem__, rows.verdicts))
         times = _microseconds(rows.times, live.begin_us)
         elapsed = _microseconds(rows.elapsed, 0)
         attempts = [1] * count
@@ -247,12 +247,12 @@ class Runs:
         self._connection.execute("DELETE FROM attachment WHERE run = ? AND seq >= ? AND seq < ?", bounds)
         live.hash = live.count = None
 
-    def _values(self, live: Live, rows: Rows) -> tuple[list[int], list[Any], list[Any], list[Any]]:
-        values, count = rows.values, len(rows.values)
-        if set(map(type, values)) == {float} and all(map(math.isfinite, values)):
-            return [_NUMBER] * count, [value + 0.0 for value in values], [None] * count, [None] * count
+    def _values(self, live: Live, rows: Rows) -> tuple[Column, Column, Column, Column]:
+        plain = plain_values(rows.values)
+        if plain is not None:
+            return plain
         found: list[tuple[int, float | None, str | None, int | None]] = []
-        for place, value in enumerate(values):
+        for place, value in enumerate(rows.values):
             if type(value) is list:
                 found.append(self._odd(live, rows, place, msgspec.convert(value, Odd)))
             else:
@@ -325,9 +325,15 @@ class Runs:
 
 def _microseconds(seconds: list[Any], begin_us: int) -> list[int | None]:
     """From the begin on; None for what is no moment."""
-    if set(map(type, seconds)) == {float} and all(abs(value) < 1e10 for value in seconds):
-        return [round(value * 1e6) - begin_us for value in seconds]
-    plain = (type(value) in (float, int) and abs(value) < 1e10 for value in seconds)
+    types = set(map(type, seconds))
+    if types == {type(None)}:
+        return seconds
+    if types == {float}:
+        found = np.array(seconds)
+        if (np.abs(found) < _MOST_SECONDS).all():  # not so for what is no number
+            moments: list[int | None] = (np.rint(found * 1e6).astype(np.int64) - begin_us).tolist()
+            return moments
+    plain = (type(value) in (float, int) and abs(value) < _MOST_SECONDS for value in seconds)
     return [
         round(value * 1e6) - begin_us if fits else None for value, fits in zip(seconds, plain, strict=True)
     ]
@@ -338,7 +344,7 @@ def _hashed(
 ) -> list[tuple[Any, ...]]:
     """The rows as `store.hashing` has them."""
     kinds, numbers, texts, truths, _, verdicts, times, elapsed, attempts = columns
-    if any(truth is not None for truth in truths):
+    if truths.count(None) < len(truths):
         truths = [None if truth is None else bool(truth) for truth in truths]
     notes = [rows.notes.get(place) for place in range(len(places))] if rows.notes else [None] * len(places)
     raw = [fields for _, fields in criteria]
