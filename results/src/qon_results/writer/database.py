@@ -31,6 +31,9 @@ class Database:
 
     def __init__(self, path: Path, commit_ms: int, vfs: str | None = None, durable: str = "full") -> None:
         self._connection = connect(path, write=True, vfs=vfs)
+        if self._connection.readonly("main"):  # SQLite would say so only when the first run begins
+            self._connection.close()
+            raise PermissionError(f"{path} cannot be written")
         self._connection.pragma("journal_mode", "wal")
         self._connection.pragma("wal_autocheckpoint", _MOST_FRAMES)
         self._connection.pragma("journal_size_limit", _LOG_LIMIT)

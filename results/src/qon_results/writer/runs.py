@@ -8,7 +8,7 @@ import apsw
 import msgspec
 import numpy as np
 
-from ..records import Kind, Outcome
+from ..records import Outcome
 from ..store import queries
 from ..store.file import ask
 from ..store.hashing import RecordHash, next_chain
