@@ -43,10 +43,21 @@ void check_receiver(const MethodObject* method, PyObject* self) {
     }
 }
 
+// Methods that were put in each other's place may call each other without end.  The interpreter's own count
+// differs from version to version, and some of them allow more calls than a stack has room for.
+constexpr int kDeepest = 1000;
+#ifdef __GNUC__
+[[gnu::tls_model("initial-exec")]]
+#endif
+thread_local int depth = 0;
+
 PyObject* call(PyObject* callable, PyObject* const* args, std::size_t nargsf, PyObject* kwnames) noexcept {
-    // Methods that were put in each other's place may call each other without end.
-    if (Py_EnterRecursiveCall(" in a method of qon_ats")) return nullptr;
-    const ScopeGuard leave([]() noexcept { Py_LeaveRecursiveCall(); });
+    if (depth >= kDeepest) {
+        PyErr_SetString(PyExc_RecursionError, "maximum recursion depth exceeded in a method of qon_ats");
+        return nullptr;
+    }
+    ++depth;
+    const ScopeGuard leave([]() noexcept { --depth; });
     const MethodObject* method = as_method(callable);
     std::size_t count = static_cast<std::size_t>(PyVectorcall_NARGS(nargsf));
     try {
