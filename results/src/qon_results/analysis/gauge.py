@@ -151,6 +151,14 @@ def crossed(table: ArrayLike, tolerance: float | None = None, pool_above: float 
     )
 
 
+def study_of(
+    parts: ArrayLike, operators: ArrayLike, values: ArrayLike, tolerance: float | None = None
+) -> Study:
+    """The same of readings in any order."""
+    table = table_of(parts, operators, values)
+    return _no_study(table) if isinstance(table, str) else crossed(table, tolerance)
+
+
 def _tested(term: Term, against: Term) -> Term:
     if not term.df or not against.df or not against.ms > 0:
         return term

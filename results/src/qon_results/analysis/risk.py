@@ -38,7 +38,8 @@ def risk(
     if lower is None and upper is None:
         return Risk(nothing("no limits"), nothing("no limits"))
     if not (sigma > 0 and math.isfinite(sigma)):
-        return Risk(nothing("the units do not differ"), nothing("the units do not differ"))
+        reason = "the units differ no more than the gauge repeats"
+        return Risk(nothing(reason), nothing(reason))
     if not (error_sigma > 0 and math.isfinite(error_sigma)):
         return Risk(nothing("the gauge's error is not known"), nothing("the gauge's error is not known"))
     low, high = (-math.inf if lower is None else lower), (math.inf if upper is None else upper)
