@@ -1,9 +1,12 @@
 """Items, cells and alarms: the kept figures against those of all values, and the pages over odd data."""
 
+import json
 import math
+import time
 from collections.abc import Sequence
 from pathlib import Path
 from typing import Any
+from urllib.parse import quote
 
 import numpy as np
 import pytest
@@ -20,6 +23,7 @@ from qon_results.page.rollups.file import ALARMS, Rollups
 from qon_results.page.rollups.watching import Watch
 from qon_results.writer.database import Database
 from qon_results.writer.messages import Begin, End, Rows, SetupContents
+from test_page import ask, serving
 
 RECIPE = Recipe(units=400, items=40, cells=3, seconds=900.0, failing=0.1)
 
@@ -175,3 +179,28 @@ def odd_store(folder: Path) -> None:
         database.runs.end(End(run, "S1", many, at + 1, 1, "OK", "", "", at + 1))
     database.commit()
     database.close()
+
+
+def test_odd_data_are_shown_with_a_reason(tmp_path: Path) -> None:
+    odd_store(tmp_path)
+    with serving(tmp_path) as port:
+        for _ in range(200):
+            rows = json.loads(ask(port, "/items?period=all&as=json")[2])
+            if rows:
+                break
+            time.sleep(0.1)  # another process makes the figures; the page has no event for it
+        found = {row["item"]: row for row in rows}
+        assert found.keys() == {name for name, *_ in ODD}
+        assert "equal" in found["EQUAL"]["remark"] and "too few" in found["TWO"]["remark"] and found["ONE"]["sigma"] is None
+        assert (found["ALL_NAN"]["n"], found["SWITCH"]["remark"], found["TEXT"]["remark"]) == (0, "yes or no", "texts")
+        assert found["UPPER"]["pp"] is None and found["UPPER"]["ppk"] and found["FREE"]["remark"] == "no limits"
+        assert found["CROSSED"]["cp"] is None and found["MIXED"]["n"] == 3
+        for name, *_ in ODD:
+            for language in ("en", "zh_CN"):
+                status, _, text = ask(port, f"/items/item?period=all&lang={language}&name={quote(name)}")
+                assert status == 200 and "<b>&" not in text, name
+        for address in ("/items", "/items?period=all&lang=zh_CN", "/items?product=%3Cb%3E", "/cells?period=all", "/alarms?show=all"):
+            assert ask(port, address)[0] == 200, address
+        assert ask(port, "/items/item?name=none")[0] == ask(port, "/alarms/alarm?id=7-item-1-0")[0] == 404
+        assert ask(port, "/alarms/acknowledge", "POST", Origin=f"http://127.0.0.1:{port}")[0] == 400
+        assert ask(port, "/alarms/acknowledge", "POST")[0] == 403

@@ -49,6 +49,8 @@ def edges_for(values: ArrayLike, lower: float | None = None, upper: float | None
     if low == high:
         reach = max(abs(low) * 1e-6, 1e-12)
         return np.array([low - reach, low + reach])
+    if not math.isfinite(high - low):
+        return np.linspace(low / 2, high / 2, 31) * 2
     q25, q75 = np.percentile(array, [25, 75])
     width = 2.0 * float(q75 - q25) / array.size ** (1 / 3)
     bins = min(MOST_BINS, max(8, math.ceil((high - low) / width))) if width > 0 else 30

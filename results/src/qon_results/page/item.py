@@ -354,7 +354,7 @@ def box_chart(view: View, name: str, title: str, axis: str, groups: Groups) -> C
 def _box(label: str, value: Floats) -> tuple[Any, ...]:
     q1, middle, q3 = (float(each) for each in np.percentile(value, [25, 50, 75]))
     reach = 1.5 * (q3 - q1)
-    inside = value[(value >= q1 - reach) & (value <= q3 + reach)]
+    inside = value[(value >= q1 - reach) & (value <= q3 + reach)] if math.isfinite(reach) else value
     whole = Summary.of(value)
     sigma = rounded(whole.sigma, 6)
     return (
