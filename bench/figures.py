@@ -53,6 +53,7 @@ PROGRAMS = {
     "results_flood": Program("results_run.py", ("on", "off"), ("8", "60"), 0.0, "results"),
     "results_write": Program("results_write.py", ("ours",), share=0.6, group="results"),
     "results_read": Program("results_read.py", ("ours",), share=0.6, group="results"),
+    "page_items": Program("page_items.py", ("ours",), share=0.6, group="results"),
 }
 
 
@@ -114,6 +115,9 @@ def _results() -> list[Figure]:
         Figure("results_read", "serial", "unit by serial number in 10 million, p99", "ms", 1, limit=10.0),
         Figure("results_read", "item", "one item's 100,000 values as arrays", "ms", 0, limit=50.0),
         Figure("results_read", "yield", "yield and Pareto of a month, 10 million", "ms", 0, limit=300.0),
+        Figure("page_items", "cold", "items table, 200 items x 50,000 units, from nothing", "s", 1, limit=5.0),
+        Figure("page_items", "table", "  from the kept figures", "ms", 0, limit=200.0),
+        Figure("page_items", "cells", "  differences of its cells", "ms", 0, limit=300.0),
     ]
 
 
