@@ -42,20 +42,30 @@ def test_an_archived_month_answers_as_before(tmp_path: Path, capsys: pytest.Capt
         assert (
             main(["archive", "--results", str(tmp_path), "--before", "2026-02", "--plant", "../Süd 1"]) == 0
         )
-    [moved] = tmp_path.rglob("*.parquet")
+    [moved] = tmp_path.rglob("measurements.parquet")
+    copy = moved.with_name("runs.parquet")
     assert moved.parent.relative_to(tmp_path).parts[::4] == ("archive", "month=01") and "plant=Süd_1" in str(
         moved
     )
     assert answers(tmp_path) == before
     query = "SELECT count(*), count(DISTINCT number), min(month), any_value(plant) FROM read_parquet(?)"
     count, runs, month, plant = duckdb.execute(
-        query, [str(tmp_path / "archive" / "**" / "*.parquet")]
+        query, [str(tmp_path / "archive" / "**" / "measurements.parquet")]
     ).fetchone()
     assert (
         0 < runs < 90
         and count == sum(run.measured for run in before[1][-runs:])
         and (month, plant) == ("01", "Süd_1")
     )
+    copied = duckdb.execute("SELECT run, outcome FROM read_parquet(?) ORDER BY number", [str(copy)]).fetchall()
+    assert copied == [(str(run.id), run.outcome) for run in reversed(before[1])][:runs]
+    duckdb.execute(f"COPY (SELECT * REPLACE ('OK' AS outcome) FROM '{copy}') TO '{copy}2' (FORMAT parquet)")
+    copy.with_name("runs.parquet2").replace(copy)
+    with qon_results.open(tmp_path) as store:
+        fault = store.verify().fault
+        assert fault is not None and str(copy) in fault.text
+    copy.unlink()  # made again from the station's file
+    assert main(["archive", "--results", str(tmp_path), "--before", "2026-02"]) == 0 and copy.is_file()
     moved.write_bytes(moved.read_bytes()[:-100])
     with qon_results.open(tmp_path) as store:
         assert store.verify().fault is not None

@@ -5,7 +5,7 @@ import os
 import sys
 from collections.abc import Sequence
 
-from . import archive, care, export, figures, line, page, units
+from . import archive, care, export, figures, fleet, line, page, units
 from .common import Complaint, complain
 
 INTERRUPTED = 130  # as a shell says it
@@ -16,7 +16,7 @@ def parser() -> argparse.ArgumentParser:
         prog="qon-results", description="Ask, check and carry the results of test stations."
     )
     commands = top.add_subparsers(dest="command", required=True, metavar="COMMAND")
-    for module in (units, figures, export, care, archive, line, page):
+    for module in (units, figures, export, care, archive, fleet, line, page):
         module.add(commands)
     return top
 

@@ -46,6 +46,12 @@ def add(commands: "argparse._SubParsersAction[argparse.ArgumentParser]") -> None
         help="where the page keeps its figures and acknowledged alarms (default: beside a station's file, or "
         "~/.local/share/qon-results for a line)",
     )  # fmt: skip
+    parser.add_argument(
+        "--fleet",
+        default="",
+        metavar="FILE",
+        help="figures of many stations, from `qon-results fleet --output FILE`",
+    )
     parser.set_defaults(run=run_page)
 
 
@@ -62,6 +68,7 @@ def run_page(given: argparse.Namespace) -> int:
     settings = Settings(
         given.results, given.address, given.port, given.token, tuple(name.lower() for name in given.host), shifts,
         given.by_operator, given.alarm_budget, figures=given.figures,
+        fleet=given.fleet,
     )  # fmt: skip
     if not re.match(r"postgres(ql)?://|\w+=", given.results) and not os.path.exists(given.results):
         print(

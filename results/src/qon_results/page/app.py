@@ -18,7 +18,7 @@ from starlette.responses import Response
 from starlette.routing import Route
 
 from ..store.base import TooSlow
-from . import alarms, cells, gauge, item, items, limits, line, unit, units, yields
+from . import alarms, cells, fleet, gauge, item, items, limits, line, unit, units, yields
 from .guard import Guard
 from .history import History
 from .pool import Busy, Pool, Unavailable
@@ -29,7 +29,7 @@ from .view import BadInput, NotThere, View, error_page, template_environment
 log = logging.getLogger(__name__)
 
 # In the order of the navigation.  Each has ROUTES and PAGE (path, title), or None for what is reached from others.
-PAGES = (line, units, unit, yields, items, item, cells, alarms, limits, gauge)
+PAGES = (line, units, unit, yields, items, item, cells, alarms, limits, gauge, fleet)
 
 _STATIC = Path(__file__).with_name("static")
 _KINDS = {".js": "text/javascript", ".css": "text/css", ".svg": "image/svg+xml"}
@@ -70,7 +70,7 @@ def application(settings: Settings) -> Starlette:
     app.state.figures = Keeper(settings)
     app.state.templates = template_environment()
     app.state.templates.globals.update(static=files.address, clock=line.clock)
-    app.state.pages = [page.PAGE for page in PAGES if page.PAGE]
+    app.state.pages = [page.PAGE for page in PAGES if page.PAGE and (page is not fleet or settings.fleet)]
     app.state.version = version("qon-results")
     return app
 

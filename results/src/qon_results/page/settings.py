@@ -29,6 +29,7 @@ class Settings:
     by_operator: bool = False
     alarm_budget: float = 1.0
     figures: Path | None = field(default=None, kw_only=True)
+    fleet: str = field(default="", kw_only=True)  # what `qon-results fleet --output` wrote
     stores: int = field(default=4, kw_only=True)
     seconds: float = field(default=5.0, kw_only=True)  # that a question may take
 

@@ -14,7 +14,7 @@ import apsw
 import duckdb
 
 from ..writer.lock import InUseError, Lock
-from . import queries
+from . import archived_runs, queries
 from .archived import COLUMNS, FOLDER, OF_RUN, Archived
 from .base import Progress
 from .file import Row, ask, check_version, connect
@@ -69,6 +69,8 @@ def archive(path: Path, before: datetime.date, plant: str, progress: Progress) -
             / f"plant={_safe(plant)}"
             / f"station={_safe(name)}-{uuid.UUID(bytes=station).hex[:8]}"
         )
+        for known, relative, *_ in list(ask(connection, queries.ARCHIVES)):
+            archived_runs.refresh(connection, known, (path.parent / relative).with_name(archived_runs.NAME))
         first = datetime.datetime(before.year, before.month, 1, tzinfo=datetime.UTC)
         rows = list(ask(connection, _MONTHS, {"before": int(first.timestamp()) * 1_000_000}))
         return [_move(connection, path, home, row, progress) for row in rows]
@@ -99,6 +101,7 @@ def _move(connection: apsw.Connection, path: Path, home: Path, row: Row, progres
         with beside.open("rb") as file:
             os.fsync(file.fileno())
             digest = hashlib.file_digest(file, "sha256").digest()
+        archived_runs.write(connection, month, target.with_name(archived_runs.NAME))
         os.replace(beside, target)
     finally:
         beside.unlink(missing_ok=True)

@@ -8,7 +8,7 @@ import apsw
 import duckdb
 
 from ..records import Attachment, Event, Instrument
-from . import queries
+from . import archived_runs, queries
 from .archived import Archived, ArchiveMissingError
 from .base import Fault, Progress, Verification
 from .file import Row, ask
@@ -83,7 +83,7 @@ class _Verifier:
 
     def verify(self) -> Verification:
         try:
-            fault = self._damage() or self._gap() or self.wrong_seal()
+            fault = self._damage() or self._gap() or self.wrong_seal() or self._wrong_copy()
         except (apsw.CorruptError, apsw.NotADBError, apsw.IOError) as error:
             fault = Fault(f"The file is damaged: {error}.")
         except (ArchiveMissingError, duckdb.Error) as error:
@@ -103,6 +103,17 @@ class _Verifier:
         for number, step in ask(self._connection, queries.RUN_NUMBERS, {"before": 0}):
             if step != 1:
                 return Fault(f"The numbers of the runs have a gap before {number}.", run=number)
+        return None
+
+    def _wrong_copy(self) -> Fault | None:
+        """Of an archived month's runs."""
+        if self._archived is None:
+            return None
+        for month, relative, *_ in list(ask(self._connection, queries.ARCHIVES)):
+            path = self._archived.path(relative).with_name(archived_runs.NAME)
+            run = archived_runs.wrong(self._connection, month, path)
+            if run is not None:
+                return Fault(f"Run {run} is not what {path} says; delete that copy and archive again.", run)
         return None
 
     def wrong_seal(self, after: int = 0) -> Fault | None:
