@@ -52,6 +52,7 @@ PROGRAMS = {
     "results_cell": Program("results_run.py", ("on", "off"), ("1", "10"), 0.6, "results"),
     "results_flood": Program("results_run.py", ("on", "off"), ("8", "60"), 0.0, "results"),
     "results_write": Program("results_write.py", ("ours",), share=0.6, group="results"),
+    "results_line": Program("results_line.py", ("ours",), share=0.6, group="results"),
     "results_read": Program("results_read.py", ("ours",), share=0.6, group="results"),
     "page_items": Program("page_items.py", ("ours",), share=0.6, group="results"),
 }
@@ -105,12 +106,23 @@ def _results() -> list[Figure]:
     return [
         Figure("results_cell", "thread", "a recorded assertion at 10,000/s, test thread", "us", at_most=1.1),
         Figure("results_cell", "gap", "  gap between two calls, p99.9", "ms", 3, at_most_more=1.0),
-        Figure("results_flood", "delay", "event loop delay, 8 recorded cells of 10,000/s", "ms", 0, limit=50.0),
+        Figure(
+            "results_flood", "delay", "event loop delay, 8 recorded cells of 10,000/s", "ms", 0, limit=50.0
+        ),
         Figure("results_flood", "behind", "  the writer behind at most", "s", limit=2.0),
         Figure("results_flood", "thread", "  an assertion, test thread", "us"),
         Figure("results_write", "bulk", "writer alone, thousand measurements/s", "", 0, at_least_ours=200.0),
         Figure("results_write", "end", "end of a 100-item unit to its commit, median", "ms", 1, limit=10.0),
         Figure("results_write", "end p99", "  p99", "ms", 1, limit=50.0),
+        Figure(
+            "results_line",
+            "rate",
+            "catching up to PostgreSQL, thousand measurements/s",
+            "",
+            0,
+            at_least_ours=30.0,
+        ),
+        Figure("results_line", "sender", "  a measurement, the sender's processor", "us", 1),
         Figure("results_read", "bytes", "bytes on disk for each measurement, all in", "B", 1, limit=45.0),
         Figure("results_read", "serial", "unit by serial number in 10 million, p99", "ms", 1, limit=10.0),
         Figure("results_read", "item", "one item's 100,000 values as arrays", "ms", 0, limit=50.0),

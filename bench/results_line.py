@@ -33,7 +33,9 @@ def main() -> None:
             report({})
             return
         try:
-            rate, cpu = caught_up(Generator(Recipe(units=units, items=ITEMS)).write(folder / "station"), trial.address)
+            rate, cpu = caught_up(
+                Generator(Recipe(units=units, items=ITEMS)).write(folder / "station"), trial.address
+            )
         finally:
             trial.stop()
     report({"rate": rate / 1e3, "sender": cpu * 1e6})

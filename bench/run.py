@@ -77,7 +77,11 @@ def main() -> None:
                 seconds = str(arguments.flood_seconds)
                 program = replace(program, arguments=(*program.arguments[:-1], seconds))
             rounds[name] = run_rounds(name, program, max(1, round(arguments.rounds * program.share)))
-    shown = [figure for figure in FIGURES if rounds.get(figure.program)]
+    shown = [
+        figure
+        for figure in FIGURES
+        if (found := rounds.get(figure.program)) and figure.key in found[0][PROGRAMS[figure.program].sides[0]]
+    ]
     if not shown:
         raise SystemExit("there is nothing to show")
     print(f"Python {sys.version.split()[0]}, up to {arguments.rounds} rounds: median (lowest..highest)\n")

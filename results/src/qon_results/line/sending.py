@@ -122,7 +122,8 @@ class Source:
             self._add_content(batch, sha256)
         (row,) = self._ask(local.OWN_RUN, own)
         batch.runs.append([id, self.station, row[0], key, *row[2:17], row[17], row[18], row[19]])
-        batch.measurements.extend((id, *row) for row in self._archived.measurements(own["run"]))
+        binary = id.bytes
+        batch.measurements.extend((binary, *row) for row in self._archived.measurements(own["run"]))
         batch.instruments.extend((id, *row) for row in self._ask(local.INSTRUMENTS, own))
         for number, name, seq, sha256, _size, at_us in self._ask(local.ATTACHMENTS, own):
             batch.attachments.append((id, number, name, seq, sha256, at_us))

@@ -3,6 +3,7 @@
 from collections.abc import Iterable, Sequence
 from typing import TYPE_CHECKING, Any
 
+import psycopg
 from psycopg import sql
 
 from ..store.hashing import key_of
@@ -37,6 +38,7 @@ UUID, INT2, INT4, INT8, FLOAT8, BOOL, TEXT, BYTEA = (
     "text",
     "bytea",
 )
+# As they go into a binary COPY, where a run's id in a measurement comes as the bytes it has there.
 _TYPES: dict[str, tuple[str, ...]] = {
     "content": (BYTEA, INT8, BYTEA),
     "setup": (BYTEA, TEXT, TEXT, BYTEA, TEXT, BYTEA, TEXT, BYTEA, BYTEA, TEXT),
@@ -44,7 +46,7 @@ _TYPES: dict[str, tuple[str, ...]] = {
         UUID, UUID, INT8, BYTEA, INT4, TEXT, TEXT, TEXT, TEXT, TEXT, TEXT, TEXT, INT4, INT8, INT8, INT8, TEXT, TEXT, TEXT,
         INT4, INT4, INT4,
     ),
-    "measurement": (UUID, INT4, INT4, INT2, FLOAT8, TEXT, BOOL, INT4, INT2, INT8, INT8, INT4, TEXT),
+    "measurement": (BYTEA, INT4, INT4, INT2, FLOAT8, TEXT, BOOL, INT4, INT2, INT8, INT8, INT4, TEXT),
     "attachment": (UUID, INT4, TEXT, INT4, BYTEA, INT8),
     "instrument": (UUID, TEXT, TEXT, TEXT),
     "event": (UUID, INT8, UUID, UUID, INT4, INT8, TEXT, TEXT, TEXT),
@@ -59,6 +61,7 @@ _STAGE = {
     )
     for name in _TYPES
 }
+_COPY = sql.SQL("COPY qon.{name} FROM STDIN (FORMAT BINARY)")
 
 
 class Names:
@@ -101,23 +104,34 @@ def store(line: Connection, batch: "Batch", names: Names) -> None:
     _merge(line, "content", (batch.contents[key] for key in sorted(batch.contents)))
     _merge(line, "setup", (batch.setups[key] for key in sorted(batch.setups)))
     _merge(line, "run", batch.runs)
-    _merge(
+    _add(
         line,
         "measurement",
-        (
+        [
             (
                 run, seq, items[item], kind, number, text, None if truth is None else bool(truth), criteria[tuple(judged)],
                 verdict, time_us, elapsed_us, attempt, note,
             )
             for run, seq, item, kind, number, text, truth, verdict, time_us, elapsed_us, attempt, note, *judged
             in batch.measurements
-        ),
+        ],
     )  # fmt: skip
     _merge(line, "attachment", batch.attachments)
     _merge(line, "instrument", batch.instruments)
     _merge(line, "event", batch.events)
     _merge(line, "correction", batch.corrections)
     _merge(line, "seal", batch.seals)
+
+
+def _add(line: Connection, name: str, rows: list[Sequence[Any]]) -> None:
+    """Straight into the table, for what is hardly ever there already; merged when it is."""
+    if not rows:
+        return
+    try:
+        with line.transaction():
+            _copy(line, _COPY.format(name=sql.Identifier(name)), name, rows)
+    except psycopg.errors.UniqueViolation:
+        _merge(line, name, rows)
 
 
 def _merge(line: Connection, name: str, rows: Iterable[Sequence[Any]]) -> None:
@@ -127,9 +141,12 @@ def _merge(line: Connection, name: str, rows: Iterable[Sequence[Any]]) -> None:
     names = {"name": sql.Identifier(name), "stage": sql.Identifier(f"stage_{name}")}
     make, copy, merge = (part.format(**names) for part in _STAGE[name])
     line.execute(make)
-    with line.cursor() as cursor:
-        with cursor.copy(copy) as stream:
-            stream.set_types(_TYPES[name])
-            for row in rows:
-                stream.write_row(row)
-        cursor.execute(merge)
+    _copy(line, copy, name, rows)
+    line.execute(merge)
+
+
+def _copy(line: Connection, statement: sql.Composed, name: str, rows: list[Sequence[Any]]) -> None:
+    with line.cursor() as cursor, cursor.copy(statement) as stream:
+        stream.set_types(_TYPES[name])
+        for row in rows:
+            stream.write_row(row)

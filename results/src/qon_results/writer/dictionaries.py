@@ -219,7 +219,9 @@ def plain_values(values: list[Any]) -> tuple[Column, Column, Column, Column] | N
         if kinds == {float}:
             numbers = [value + 0.0 for value in values]
         else:
-            numbers = [value + 0.0 if kind is float else None for kind, value in zip(types, values, strict=True)]
+            numbers = [
+                value + 0.0 if kind is float else None for kind, value in zip(types, values, strict=True)
+            ]
         if not all(map(math.isfinite, filter(None, numbers))):
             return None
     texts, truths = (
@@ -228,4 +230,9 @@ def plain_values(values: list[Any]) -> tuple[Column, Column, Column, Column] | N
         else [None] * len(values)
         for one in (str, bool)
     )
-    return list(map(_KINDS.__getitem__, types)), numbers, texts, [None if t is None else int(t) for t in truths]
+    return (
+        list(map(_KINDS.__getitem__, types)),
+        numbers,
+        texts,
+        [None if t is None else int(t) for t in truths],
+    )
