@@ -5,6 +5,8 @@ import os
 import sys
 from collections.abc import Sequence
 
+import apsw
+
 from . import archive, care, export, figures, fleet, line, page, units
 from .common import Complaint, complain
 
@@ -34,4 +36,7 @@ def main(arguments: Sequence[str] | None = None) -> int:
         return 0
     except (Complaint, OSError, ValueError, KeyError) as error:
         complain(error)
+        return 2
+    except apsw.Error as error:
+        complain(Complaint(f"The file cannot be read: {error}. `qon-results verify` tells more."))
         return 2

@@ -82,7 +82,7 @@ class Feeding:
         if not waiting and not trouble:
             notices.status(SOURCE, "")
             return
-        text = _("Line: {count} units wait").format(count="?" if waiting is None else waiting)
+        text = _("Line: units waiting: {count}").format(count="?" if waiting is None else waiting)
         if isinstance(since_us, int):
             since = datetime.datetime.fromtimestamp(since_us / 1e6)
             here = since.strftime("%H:%M" if since.date() == datetime.date.today() else "%Y-%m-%d %H:%M")

@@ -52,7 +52,7 @@ class Telling:
             notices.post(SOURCE, trouble)
         else:
             notices.post(SOURCE, trouble, stop=bool(trouble) and required)
-        text = _("{count} units wait to be recorded").format(count=waiting) if waiting else ""
+        text = _("Units waiting to be recorded: {count}").format(count=waiting) if waiting else ""
         notices.status(WAITING, text)
 
     def interrupted(self, units: list[InterruptedUnit]) -> None:
