@@ -29,6 +29,26 @@ inline std::uint64_t dict_version(PyObject* dict) {
 }
 #endif
 
+// From 3.13 on the values of an instance dictionary lie in its object at first, where an assignment to an
+// attribute reaches no watcher of the dictionary.  Taking an item out moves them into the dictionary for
+// good.
+inline bool hold_own_values([[maybe_unused]] PyObject* dict) {
+#if PY_VERSION_HEX >= 0x030D0000
+    if (reinterpret_cast<PyDictObject*>(dict)->ma_values) {
+        PyObject* type = reinterpret_cast<PyObject*>(&PyDict_Type);
+        PyObject* last = PyObject_CallMethod(type, "popitem", "O", dict);
+        const bool is_back =
+            last && PyDict_SetItem(dict, PyTuple_GET_ITEM(last, 0), PyTuple_GET_ITEM(last, 1)) == 0;
+        Py_XDECREF(last);
+        if (!is_back || reinterpret_cast<PyDictObject*>(dict)->ma_values) {
+            PyErr_Clear();  // an empty one
+            return false;
+        }
+    }
+#endif
+    return true;
+}
+
 // What `type.attribute` is found as on the type or its bases; borrowed, null without an error.
 inline PyObject* type_lookup(PyTypeObject* type, PyObject* attribute) {
     return _PyType_Lookup(type, attribute);

@@ -29,6 +29,7 @@ int forget(PyDict_WatchEvent, PyObject* dict, PyObject*, PyObject*) {
 }
 
 bool watch(PyObject* dict) {
+    if (!cpython_private::hold_own_values(dict)) return false;
     static const int watcher = PyDict_AddWatcher(forget);
     if (watcher >= 0 && PyDict_Watch(watcher, dict) == 0) return true;
     PyErr_Clear();  // all watchers are taken
