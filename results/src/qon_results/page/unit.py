@@ -2,7 +2,7 @@
 
 import difflib
 from collections import Counter
-from urllib.parse import quote
+from urllib.parse import quote, urlencode
 
 from starlette.requests import Request
 from starlette.responses import Response
@@ -125,7 +125,10 @@ def _side_by_side(view: View, found: Unit) -> Table:
             marks[len(rows)] = "changed"
         elif Verdict.NG in verdicts:
             marks[len(rows)] = "NG"
-        item = Link(key[0], f"/item?name={quote(key[0], safe='')}")
+        address = urlencode(
+            {"name": key[0], "product": found.record.run.product, "operation": found.record.run.operation}
+        )
+        item = Link(key[0], f"/items/item?{address}")
         rows.append((item, last.lower, last.upper, last.unit, *(_value(each) for each in there)))
     note = _(
         "✘ is NG. Yellow rows ended otherwise, or were judged by other limits, in one attempt than in another."
