@@ -18,6 +18,9 @@ from qon_results.line import sending, staging
 from qon_results.line.administration import Trial
 from qon_results.line.connection import LineError, checked
 from qon_results.line.sending import Feed, Source
+from qon_results.page.itemfigures import item_rows
+from qon_results.page.rollups import making
+from qon_results.page.rollups.file import Rollups
 from qon_results.store.base import Filter
 
 RUNS = int(os.environ.get("QON_LINE_RUNS", "240"))  # 100000 for the long run
@@ -88,6 +91,18 @@ def test_the_line_answers_as_the_station_does(line: str, station: Path) -> None:
                 assert np.array_equal(
                     getattr(mine, name), getattr(theirs, name), equal_nan=name in ("value", "lower", "upper")
                 )
+
+
+def test_the_pages_figures_of_a_line_are_those_of_its_station(line: str, station: Path, tmp_path: Path) -> None:
+    assert main(["send", "--results", str(station), "--line", line]) == 0
+    found = []
+    for name, where in (("here.db", str(station)), ("there.db", line)):
+        file = Rollups(tmp_path / name, write=True)
+        file.begin(where)
+        with qon_results.open(where) as store:
+            assert making.update(store, file)
+        found.append(item_rows(file, Filter()))
+    assert repr(found[0]) == repr(found[1]) and len(found[0]) > 3  # NaN equals itself as text
 
 
 class BadNetwork:
