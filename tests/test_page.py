@@ -114,6 +114,8 @@ def test_whatever_is_asked_the_answer_is_a_page(port: int, folder: Path) -> None
                 "/",
                 "/units",
                 "/yield",
+                "/limits",
+                "/gauge",
                 f"/unit/{chance.choice([*runs, quote(chance.choice(HOSTILE), safe='')])}",
             ]
         )

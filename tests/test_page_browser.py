@@ -141,6 +141,13 @@ def test_each_page_by_mouse(size: str, browser: Any, base: str, database: Databa
     browser.find_element(By.CSS_SELECTOR, ".chart summary").click()
     assert browser.find_element(By.CSS_SELECTOR, ".chart table").is_displayed()
     in_order(browser, base)
+    browser.get(base + "/gauge")
+    in_order(browser, base)
+    browser.get(base + "/limits?period=all&item=ITEM_000&upper=1.01")
+    browser.find_element(By.PARTIAL_LINK_TEXT, "Part average limits").click()
+    WebDriverWait(browser, 20).until(lambda it: it.find_elements(By.CSS_SELECTOR, ".chart.drawn"))
+    assert "lower=" in browser.current_url
+    in_order(browser, base)
 
 
 def test_by_keyboard_alone_and_in_chinese(browser: Any, base: str) -> None:

@@ -172,15 +172,20 @@ def _compared(view: View, found: Found) -> Table:
     def counts(first: int, all: int) -> str:
         return f"{first} / {all}"
 
+    def millionth(share: Estimate) -> str:
+        if share.value is None:
+            return _(share.reason)
+        return _("{count} of a million units").format(count=f"{1e6 * share.value:.3g}")
+
     rows = [
         (_("First pass"), before.first_pass.value, after.first_pass.value,
          counts(before.first_ok, before.units), counts(after.first_ok, after.units)),
         (_("Final"), before.final.value, after.final.value,
          counts(before.last_ok, before.units), counts(after.last_ok, after.units)),
         (_("False accepts, expected"), found.present.false_accept.value, found.trial.risk.false_accept.value,
-         _(found.present.false_accept.reason), _(found.trial.risk.false_accept.reason)),
+         millionth(found.present.false_accept), millionth(found.trial.risk.false_accept)),
         (_("False rejects, expected"), found.present.false_reject.value, found.trial.risk.false_reject.value,
-         _(found.present.false_reject.reason), _(found.trial.risk.false_reject.reason)),
+         millionth(found.present.false_reject), millionth(found.trial.risk.false_reject)),
     ]  # fmt: skip
     note = _(
         "False accepts and rejects are shares of all units, for normal units and a normal gauge, each with the limits of its "
