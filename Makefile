@@ -98,8 +98,8 @@ $(STAMPS)/packages: requirements/build.txt requirements/run.txt $(VENV)/pyvenv.c
 	@$(if $(WINDOWLESS),,$(BIN)/python -c 'import wx')
 	@mkdir -p $(STAMPS) && touch $@
 
-$(STAMPS)/test: requirements/test.txt $(STAMPS)/packages
-	@$(PIP) install -r requirements/test.txt
+$(STAMPS)/test: requirements/test.txt requirements/fleet.txt $(STAMPS)/packages
+	@$(PIP) install -r requirements/test.txt -r requirements/fleet.txt
 	@touch $@
 
 $(STAMPS)/wheels: requirements/wheels.txt $(STAMPS)/packages
