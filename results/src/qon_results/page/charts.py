@@ -1,6 +1,7 @@
 """Charts of a page: what plotly.js draws, with the table behind it and words where there is nothing to draw."""
 
 from dataclasses import dataclass, field
+from html import escape
 from typing import Any
 
 import msgspec
@@ -28,10 +29,20 @@ class Chart:
     @property
     def data(self) -> Markup:
         """JSON that no text inside can leave: it stands in a script element of no executable type."""
-        found = msgspec.json.encode({"traces": self.traces, "layout": self.layout}, enc_hook=_plain).decode()
+        drawn = _as_text({"traces": self.traces, "layout": self.layout})
+        found = msgspec.json.encode(drawn, enc_hook=_plain).decode()
         for sign in "<>&\u2028\u2029":
             found = found.replace(sign, f"\\u{ord(sign):04x}")
         return Markup(found)
+
+
+def _as_text(value: Any) -> Any:
+    """plotly takes `<b>` and the like in a text for markup; what comes from results has none."""
+    if isinstance(value, str):
+        return escape(value, False)
+    if isinstance(value, dict):
+        return {name: _as_text(each) for name, each in value.items()}
+    return [_as_text(each) for each in value] if isinstance(value, list | tuple) else value
 
 
 def _plain(value: Any) -> Any:

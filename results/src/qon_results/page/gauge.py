@@ -1,7 +1,6 @@
 """Gauge studies: how much of what is measured is the gauge, item by item, from units measured again on purpose."""
 
 import math
-from html import escape  # plotly.js takes signs of markup in texts for markup
 from typing import Any
 
 from starlette.requests import Request
@@ -250,8 +249,8 @@ def _chart(view: View, name: str, item: ItemReadings) -> Chart:
     places = sorted({place for _part, place, _value in item.readings})
     traces = [
         {
-            "type": "scatter", "mode": "markers", "name": escape(place, False),
-            "x": [escape(part, False) for part, each, _value in item.readings if each == place],
+            "type": "scatter", "mode": "markers", "name": place,
+            "x": [part for part, each, _value in item.readings if each == place],
             "y": [value for _part, each, value in item.readings if each == place],
         }
         for place in places
