@@ -12,6 +12,9 @@ import pytest
 import wx
 from support import Boxes, shown
 
+# Before numpy: its own threads wait for each other where other programs have the processors.
+os.environ.setdefault("OPENBLAS_NUM_THREADS", "1")
+
 pytest_plugins = ["stationplugin"]
 
 HANG_SECONDS = float(os.environ.get("QON_HANG_SECONDS", "300"))  # the long runs need more

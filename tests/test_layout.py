@@ -150,7 +150,8 @@ def test_a_question_takes_its_cell_alone_into_waiting_and_holds_the_focus_back(s
         if not station.meetings[2].notes:
             station.meetings[2].notes.append("asks, too")
             station.meetings[2].go_on()
-        if frame.cells[1].ui_prompt.face.state != "waiting":
+        shown = [cell.ui_prompt.face.state for cell in frame.cells[:2]]
+        if shown != [("waiting", "testing")[len(states)], "waiting"]:  # not drawn yet
             return LATER
         states.append([cell.ui_prompt.face.state for cell in frame.cells])
         entry.SetFocus()
