@@ -92,9 +92,12 @@ def starts_a_process(function: FunctionType) -> bool:
 
 
 def needs_windows(item: pytest.Item) -> bool:
-    function = getattr(item, "function", None)
-    return "app" in getattr(item, "fixturenames", ()) or (
-        isinstance(function, FunctionType) and starts_a_process(function)
+    """Itself, or what a fixture of its own makes ready."""
+    known = getattr(item, "_fixtureinfo", None)
+    fixtures = [found[-1].func for found in known.name2fixturedefs.values()] if known else []
+    functions = [getattr(item, "function", None), *fixtures]
+    return "app" in getattr(item, "fixturenames", ()) or any(
+        isinstance(each, FunctionType) and starts_a_process(each) for each in functions
     )
 
 
