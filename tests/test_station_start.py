@@ -17,7 +17,7 @@ from qon_station import collecting
 from qon_station.fault_window import FaultWindow
 from qon_station.faults import Faults, Hooks
 from station import dialogs
-from support import click, has_focus, inside, press, pump, pump_for, python, shown, words
+from support import click, has_focus, inside, point, press, pump, pump_for, python, shown, words
 
 pytestmark = pytest.mark.usefixtures("english")
 
@@ -113,6 +113,9 @@ def test_a_start_that_fails_tells_the_cause_and_ends_with_1(
     def read(box: Any) -> None:
         assert [part for part in (*told, "Traceback") if part not in words(box)] == []
         assert "Traceback" in box.message  # for whoever mends it, to be copied
+        point(box, wx.Point(6, 6))  # the keyboard follows
+        pump(lambda: box.IsActive() and wx.Window.FindFocus() is not None, what="the box gets the keyboard")
+        pump_for(0.2)  # the half-built window beneath it came up at the same moment
         press(wx.WXK_RETURN, over=box)
 
     with dialogs(read):
